@@ -1,0 +1,29 @@
+#!/usr/bin/env bash
+# Installs every package the build, the tests and the demo need. Does nothing when all of
+# them are present; otherwise installs the missing ones with apt.
+set -euo pipefail
+
+PACKAGES=(
+  cmake g++ make pkg-config
+  libglib2.0-dev libglib2.0-bin   # GLib/GObject/GIO and gdbus
+  libsqlite3-dev                  # the error database
+  libcjson-dev                    # configuration files
+  googletest libgtest-dev         # unit and integration tests
+  dbus-daemon dbus-bin            # the private system bus of tests and demo
+)
+
+missing=()
+for pkg in "${PACKAGES[@]}"; do
+  status=$(dpkg-query -W -f='${Status}' "$pkg" 2>/dev/null || true)
+  [[ "$status" == "install ok installed" ]] || missing+=("$pkg")
+done
+
+if ((${#missing[@]} == 0)); then
+  exit 0
+fi
+
+echo "deps: installing ${missing[*]}"
+SUDO=""
+if [[ $(id -u) -ne 0 ]]; then SUDO="sudo"; fi
+$SUDO apt-get update -qq
+DEBIAN_FRONTEND=noninteractive $SUDO apt-get install -y -qq --no-install-recommends "${missing[@]}"

@@ -1,0 +1,243 @@
+// JSON configuration files shared between the tool's processes: an flock on "<path>.lock"
+// serialises readers and writers, and writes replace the file atomically.
+#include "sysLib/ConfigFile.h"
+
+#include <cerrno>
+#include <cjson/cJSON.h>
+#include <cstring>
+#include <ctime>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include "sysLib/SysFile.h"
+#include "sysLib/SysPath.h"
+
+namespace {
+constexpr long L_LOCK_POLL_NS = 5L * 1000000L;  // retry period of a lock with a timeout
+
+long long f_NowMs() {
+  struct timespec o_Now {};
+  clock_gettime(CLOCK_MONOTONIC, &o_Now);
+  return static_cast<long long>(o_Now.tv_sec) * 1000 + o_Now.tv_nsec / 1000000;
+}
+}  // namespace
+
+// --- AbstractConfigFile_CL ----------------------------------------------------
+
+AbstractConfigFile_CL::AbstractConfigFile_CL(const std::string& str_Path) : str_Path(str_Path) {}
+
+AbstractConfigFile_CL::~AbstractConfigFile_CL() {
+  if (i_LockFd != -1) close(i_LockFd);  // closing the descriptor releases the lock
+}
+
+int AbstractConfigFile_CL::f_CfgFileChanged(const char* z_c_Path) {
+  if (z_c_Path == nullptr || str_Path != z_c_Path) return 0;
+  return f_Read(-1);
+}
+
+int AbstractConfigFile_CL::f_NewCfg(const char* z_c_Path) { return f_CfgFileChanged(z_c_Path); }
+
+int AbstractConfigFile_CL::f_Read(int i_TimeoutMs) {
+  if (f_LockFile(i_TimeoutMs) != 0) return -1;
+  int i_Ret = f_ReadFile();
+  f_UnlockFile();
+  return i_Ret;
+}
+
+int AbstractConfigFile_CL::f_LockFile(int i_TimeoutMs) {
+  // flock belongs to the open file description: a second descriptor of this process
+  // would wait for the first, so a nested call only counts.
+  if (i_LockFd != -1) {
+    ++i_LockDepth;
+    return 0;
+  }
+  std::string str_LockPath = f_SysPath(str_Path) + ".lock";
+  UniqueFd_CL o_Fd(open(str_LockPath.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666));
+  if (!o_Fd.f_IsOpen()) {
+    syslog(LOG_CRIT, "AbstractConfigFile_CL::f_LockFile - open %s: %s", str_LockPath.c_str(),
+           strerror(errno));
+    return -1;
+  }
+  int i_Ret;
+  if (i_TimeoutMs < 0) {
+    do {
+      i_Ret = flock(o_Fd.f_Get(), LOCK_EX);
+    } while (i_Ret != 0 && errno == EINTR);
+  } else {
+    // flock has no timeout of its own: poll without blocking until the deadline.
+    long long ll_Deadline = f_NowMs() + i_TimeoutMs;
+    for (;;) {
+      i_Ret = flock(o_Fd.f_Get(), LOCK_EX | LOCK_NB);
+      if (i_Ret == 0 || (errno != EWOULDBLOCK && errno != EINTR)) break;
+      long long ll_Left = ll_Deadline - f_NowMs();
+      if (ll_Left <= 0) {
+        errno = ETIMEDOUT;
+        break;
+      }
+      struct timespec o_Pause {
+        0, ll_Left * 1000000L < L_LOCK_POLL_NS ? static_cast<long>(ll_Left * 1000000L)
+                                               : L_LOCK_POLL_NS
+      };
+      nanosleep(&o_Pause, nullptr);
+    }
+  }
+  if (i_Ret != 0) {
+    syslog(LOG_CRIT, "AbstractConfigFile_CL::f_LockFile - %s (%d ms): %s", str_LockPath.c_str(),
+           i_TimeoutMs, strerror(errno));
+    return -1;
+  }
+  i_LockFd = o_Fd.f_Release();
+  i_LockDepth = 1;
+  return 0;
+}
+
+int AbstractConfigFile_CL::f_UnlockFile() {
+  if (i_LockFd == -1) {
+    syslog(LOG_WARNING, "AbstractConfigFile_CL::f_UnlockFile - %s is not locked", str_Path.c_str());
+    return -1;
+  }
+  if (--i_LockDepth > 0) return 0;
+  int i_Ret = flock(i_LockFd, LOCK_UN);
+  int i_Err = errno;
+  close(i_LockFd);
+  i_LockFd = -1;
+  if (i_Ret != 0) {
+    syslog(LOG_CRIT, "AbstractConfigFile_CL::f_UnlockFile - %s: %s", str_Path.c_str(),
+           strerror(i_Err));
+    return -1;
+  }
+  return 0;
+}
+
+// --- reading and writing --------------------------------------------------------
+
+int ConfigFileHelper_CL::f_ReadCfgFile(cJSON** z_o_Tree, const char* z_c_Path) {
+  if (z_o_Tree == nullptr || z_c_Path == nullptr) return -1;
+  *z_o_Tree = nullptr;
+  std::string str_File = f_SysPath(z_c_Path);
+  std::string str_Text;
+  if (f_ReadWholeFile(str_File, str_Text) != 0) {
+    syslog(LOG_WARNING, "ConfigFileHelper_CL::f_ReadCfgFile - %s: %s", z_c_Path, strerror(errno));
+    return -1;
+  }
+  *z_o_Tree = cJSON_Parse(str_Text.c_str());
+  if (*z_o_Tree == nullptr) {
+    syslog(LOG_WARNING, "ConfigFileHelper_CL::f_ReadCfgFile - %s: not valid JSON", z_c_Path);
+    return -1;
+  }
+  return 0;
+}
+
+int f_ReadJsonCfgFile(const char* z_c_Path, cJSON** z_o_Tree) {
+  return ConfigFileHelper_CL::f_ReadCfgFile(z_o_Tree, z_c_Path);
+}
+
+int f_WriteFileAtomic(const char* z_c_Path, const std::string& str_Text) {
+  if (z_c_Path == nullptr) return -1;
+  // fsync before the rename: after a power cut the tool finds the old file or the new
+  // one, never an empty or half-written one.
+  if (f_ReplaceFile(f_SysPath(z_c_Path), str_Text, true) != 0) {
+    syslog(LOG_WARNING, "f_WriteFileAtomic - %s: %s", z_c_Path, strerror(errno));
+    return -1;
+  }
+  return 0;
+}
+
+int ConfigFileHelper_CL::f_WriteCfgFile(cJSON* o_Tree, const char* z_c_Path, bool b_Delete) {
+  if (o_Tree == nullptr) return -1;
+  int i_Ret = -1;
+  char* z_c_Text = z_c_Path != nullptr ? cJSON_Print(o_Tree) : nullptr;
+  if (z_c_Text == nullptr) {
+    syslog(LOG_WARNING, "ConfigFileHelper_CL::f_WriteCfgFile - %s: cannot format",
+           z_c_Path != nullptr ? z_c_Path : "(null)");
+  } else {
+    i_Ret = f_WriteFileAtomic(z_c_Path, z_c_Text);
+    cJSON_free(z_c_Text);
+  }
+  // The tree was handed over: it goes whether the write worked or not.
+  if (b_Delete) cJSON_Delete(o_Tree);
+  return i_Ret;
+}
+
+// --- editing ----------------------------------------------------------------------
+
+namespace {
+// Puts o_Item at tree[section][key] and takes it over in every case.
+int f_SetItem(cJSON* o_Tree, const char* z_c_Section, const char* z_c_Key, cJSON* o_Item) {
+  if (o_Item == nullptr) return -1;
+  if (!cJSON_IsObject(o_Tree) || z_c_Key == nullptr) {
+    cJSON_Delete(o_Item);
+    return -1;
+  }
+  cJSON* o_Parent = o_Tree;
+  if (z_c_Section != nullptr && *z_c_Section != '\0') {
+    o_Parent = cJSON_GetObjectItemCaseSensitive(o_Tree, z_c_Section);
+    if (!cJSON_IsObject(o_Parent)) {
+      // Missing, or something else under that name (a damaged file): it becomes a section.
+      cJSON* o_Section = cJSON_CreateObject();
+      bool b_Ok = o_Section != nullptr &&
+                  (o_Parent == nullptr
+                       ? cJSON_AddItemToObject(o_Tree, z_c_Section, o_Section)
+                       : cJSON_ReplaceItemInObjectCaseSensitive(o_Tree, z_c_Section, o_Section));
+      if (!b_Ok) {
+        cJSON_Delete(o_Section);
+        cJSON_Delete(o_Item);
+        return -1;
+      }
+      o_Parent = o_Section;
+    }
+  }
+  // Replace in place so the key keeps its position: people read and diff these files.
+  bool b_Ok = cJSON_GetObjectItemCaseSensitive(o_Parent, z_c_Key) != nullptr
+                  ? cJSON_ReplaceItemInObjectCaseSensitive(o_Parent, z_c_Key, o_Item)
+                  : cJSON_AddItemToObject(o_Parent, z_c_Key, o_Item);
+  if (!b_Ok) {
+    cJSON_Delete(o_Item);
+    return -1;
+  }
+  return 0;
+}
+}  // namespace
+
+int ConfigFileHelper_CL::f_SetCfgKey(cJSON* o_Tree, const char* z_c_Section, const char* z_c_Key,
+                                     const char* z_c_Value) {
+  if (z_c_Value == nullptr) return -1;
+  return f_SetItem(o_Tree, z_c_Section, z_c_Key, cJSON_CreateString(z_c_Value));
+}
+
+int ConfigFileHelper_CL::f_SetCfgKey(cJSON* o_Tree, const char* z_c_Section, const char* z_c_Key,
+                                     const std::string& str_Value) {
+  return f_SetCfgKey(o_Tree, z_c_Section, z_c_Key, str_Value.c_str());
+}
+
+int ConfigFileHelper_CL::f_SetCfgKey(cJSON* o_Tree, const char* z_c_Section, const char* z_c_Key,
+                                     int i_Value) {
+  return f_SetItem(o_Tree, z_c_Section, z_c_Key, cJSON_CreateNumber(i_Value));
+}
+
+int ConfigFileHelper_CL::f_SetCfgKey(cJSON* o_Tree, const char* z_c_Section, const char* z_c_Key,
+                                     unsigned int ui_Value) {
+  return f_SetItem(o_Tree, z_c_Section, z_c_Key, cJSON_CreateNumber(ui_Value));
+}
+
+int ConfigFileHelper_CL::f_SetCfgKey(cJSON* o_Tree, const char* z_c_Section, const char* z_c_Key,
+                                     long l_Value) {
+  return f_SetItem(o_Tree, z_c_Section, z_c_Key, cJSON_CreateNumber(static_cast<double>(l_Value)));
+}
+
+int ConfigFileHelper_CL::f_SetCfgKey(cJSON* o_Tree, const char* z_c_Section, const char* z_c_Key,
+                                     unsigned long ul_Value) {
+  return f_SetItem(o_Tree, z_c_Section, z_c_Key, cJSON_CreateNumber(static_cast<double>(ul_Value)));
+}
+
+int ConfigFileHelper_CL::f_SetCfgKey(cJSON* o_Tree, const char* z_c_Section, const char* z_c_Key,
+                                     double d_Value) {
+  return f_SetItem(o_Tree, z_c_Section, z_c_Key, cJSON_CreateNumber(d_Value));
+}
+
+int ConfigFileHelper_CL::f_SetCfgKey(cJSON* o_Tree, const char* z_c_Section, const char* z_c_Key,
+                                     bool b_Value) {
+  return f_SetItem(o_Tree, z_c_Section, z_c_Key, cJSON_CreateBool(b_Value ? 1 : 0));
+}

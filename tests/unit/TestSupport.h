@@ -1,0 +1,27 @@
+#pragma once
+// Shared helpers of the unit tests: a sandbox root in a temporary directory.
+#include <string>
+
+// Creates a fresh temporary directory, points SYSSRV_ROOT at it, and removes it (and
+// unsets the variable) when destroyed.
+class TempRoot {
+ public:
+  TempRoot();
+  ~TempRoot();
+  TempRoot(const TempRoot&) = delete;
+  TempRoot& operator=(const TempRoot&) = delete;
+
+  const std::string& f_Dir() const { return str_Dir; }
+  // Absolute host path of a logical path inside the root.
+  std::string f_Path(const std::string& str_Logical) const { return str_Dir + str_Logical; }
+  // Writes a file (creating its directories) at a logical path.
+  void f_Write(const std::string& str_Logical, const std::string& str_Content) const;
+  // Reads a file at a logical path; empty when missing.
+  std::string f_Read(const std::string& str_Logical) const;
+  bool f_Exists(const std::string& str_Logical) const;
+  // Runs "syssrv-sim init" on the root (the complete simulated tool).
+  void f_InitSim() const;
+
+ private:
+  std::string str_Dir;
+};

@@ -1,0 +1,155 @@
+// Configuration files: the cross-process lock, atomic writes and key editing.
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cjson/cJSON.h>
+#include <csignal>
+#include <dirent.h>
+#include <fcntl.h>
+#include <string>
+#include <sys/file.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "TestSupport.h"
+#include "sysLib/ConfigFile.h"
+
+namespace {
+constexpr const char* A_C_CFG = "/home/tool/config/Test.json";
+
+class CountingCfg_CL : public AbstractConfigFile_CL {
+ public:
+  CountingCfg_CL() : AbstractConfigFile_CL(A_C_CFG) {}
+  int f_ReadFile() override {
+    ++i_Reads;
+    return i_Result;
+  }
+  int i_Reads = 0;
+  int i_Result = 0;
+};
+
+// The lock as another process sees it: free when a new open file description gets it.
+bool f_LockIsFree(const TempRoot& o_Root) {
+  int i_Fd = open(o_Root.f_Path(std::string(A_C_CFG) + ".lock").c_str(), O_RDWR);
+  bool b_Free = i_Fd >= 0 && flock(i_Fd, LOCK_EX | LOCK_NB) == 0;
+  if (i_Fd >= 0) close(i_Fd);
+  return b_Free;
+}
+
+long f_MsSince(std::chrono::steady_clock::time_point o_Start) {
+  auto o_Span = std::chrono::steady_clock::now() - o_Start;
+  return static_cast<long>(std::chrono::duration_cast<std::chrono::milliseconds>(o_Span).count());
+}
+
+std::string f_Compact(cJSON* o_Tree) {
+  char* z_c_Text = cJSON_PrintUnformatted(o_Tree);
+  std::string str_Text = z_c_Text;
+  cJSON_free(z_c_Text);
+  return str_Text;
+}
+}  // namespace
+
+TEST(ConfigFile, LockHeldByAnotherProcessTimesOutThenIsTaken) {
+  TempRoot o_Root;
+  int a_i_Ready[2], a_i_Go[2];
+  ASSERT_EQ(pipe(a_i_Ready), 0);
+  ASSERT_EQ(pipe(a_i_Go), 0);
+  o_Root.f_Write(A_C_CFG, "{}");
+  pid_t i_Pid = fork();
+  if (i_Pid == 0) {
+    int i_Fd = open(o_Root.f_Path(std::string(A_C_CFG) + ".lock").c_str(), O_RDWR | O_CREAT, 0666);
+    char c_Byte = flock(i_Fd, LOCK_EX) == 0 ? 'L' : 'E';
+    if (write(a_i_Ready[1], &c_Byte, 1) != 1 || read(a_i_Go[0], &c_Byte, 1) != 1) _exit(1);
+    usleep(150 * 1000);  // let go only once the parent is already waiting
+    _exit(0);
+  }
+  char c_Byte = 0;
+  ASSERT_EQ(read(a_i_Ready[0], &c_Byte, 1), 1);
+  ASSERT_EQ(c_Byte, 'L');
+
+  CountingCfg_CL o_Cfg;
+  auto o_Start = std::chrono::steady_clock::now();
+  EXPECT_EQ(o_Cfg.f_LockFile(200), -1);
+  EXPECT_GE(f_MsSince(o_Start), 190);
+  EXPECT_LT(f_MsSince(o_Start), 1000);
+  EXPECT_EQ(o_Cfg.f_Read(0), -1);
+  EXPECT_EQ(o_Cfg.i_Reads, 0);
+
+  ASSERT_EQ(write(a_i_Go[1], "g", 1), 1);
+  o_Start = std::chrono::steady_clock::now();
+  EXPECT_EQ(o_Cfg.f_LockFile(-1), 0);
+  EXPECT_GE(f_MsSince(o_Start), 50);
+  EXPECT_EQ(o_Cfg.f_UnlockFile(), 0);
+  waitpid(i_Pid, nullptr, 0);
+  EXPECT_TRUE(f_LockIsFree(o_Root));
+}
+
+TEST(ConfigFile, RereadOnlyForItsOwnPathAndAlwaysUnlocked) {
+  TempRoot o_Root;
+  o_Root.f_Write(A_C_CFG, "{}");
+  CountingCfg_CL o_Cfg;
+  EXPECT_EQ(o_Cfg.f_CfgFileChanged("/home/tool/config/Other.json"), 0);
+  EXPECT_EQ(o_Cfg.i_Reads, 0);
+  o_Cfg.i_Result = -1;
+  EXPECT_EQ(o_Cfg.f_NewCfg(A_C_CFG), -1);
+  EXPECT_EQ(o_Cfg.i_Reads, 1);
+  EXPECT_TRUE(f_LockIsFree(o_Root));
+
+  // A read inside the caller's own lock must neither deadlock nor drop that lock.
+  ASSERT_EQ(o_Cfg.f_LockFile(100), 0);
+  EXPECT_EQ(o_Cfg.f_Read(100), -1);
+  EXPECT_FALSE(f_LockIsFree(o_Root));
+  EXPECT_EQ(o_Cfg.f_UnlockFile(), 0);
+  EXPECT_TRUE(f_LockIsFree(o_Root));
+}
+
+TEST(ConfigFile, SetKeyReplacesInPlaceAndCreatesSections) {
+  cJSON* o_Tree = cJSON_Parse(R"({"A":1,"S":{"x":1,"y":2},"B":"t"})");
+  ASSERT_NE(o_Tree, nullptr);
+  EXPECT_EQ(ConfigFileHelper_CL::f_SetCfgKey(o_Tree, "S", "x", 5), 0);
+  EXPECT_EQ(ConfigFileHelper_CL::f_SetCfgKey(o_Tree, nullptr, "A", std::string("s")), 0);
+  EXPECT_EQ(ConfigFileHelper_CL::f_SetCfgKey(o_Tree, "", "C", 2.5), 0);
+  EXPECT_EQ(ConfigFileHelper_CL::f_SetCfgKey(o_Tree, "New", "k", true), 0);
+  EXPECT_EQ(ConfigFileHelper_CL::f_SetCfgKey(o_Tree, "B", "n", 7UL), 0);  // "B" was a string
+  EXPECT_EQ(ConfigFileHelper_CL::f_SetCfgKey(o_Tree, "S", "z", -3L), 0);
+  EXPECT_EQ(f_Compact(o_Tree),
+            R"({"A":"s","S":{"x":5,"y":2,"z":-3},"B":{"n":7},"C":2.5,"New":{"k":true}})");
+  cJSON_Delete(o_Tree);
+}
+
+TEST(ConfigFile, WriteIsAtomicAndReadBack) {
+  TempRoot o_Root;
+  o_Root.f_Write(A_C_CFG, R"({"old":1})");
+  cJSON* o_Tree = cJSON_CreateObject();
+  ConfigFileHelper_CL::f_SetCfgKey(o_Tree, "Mfu", "MfuFaktor", 1.25);
+  ASSERT_EQ(ConfigFileHelper_CL::f_WriteCfgFile(o_Tree, A_C_CFG, true), 0);
+  cJSON* o_Back = nullptr;
+  ASSERT_EQ(f_ReadJsonCfgFile(A_C_CFG, &o_Back), 0);
+  EXPECT_EQ(f_Compact(o_Back), R"({"Mfu":{"MfuFaktor":1.25}})");
+
+  // Make the write fail half-way (file size limit): the old file must survive whole.
+  std::string str_Before = o_Root.f_Read(A_C_CFG);
+  struct rlimit o_Old {};
+  getrlimit(RLIMIT_FSIZE, &o_Old);
+  struct rlimit o_Small = o_Old;
+  o_Small.rlim_cur = 8;
+  signal(SIGXFSZ, SIG_IGN);
+  setrlimit(RLIMIT_FSIZE, &o_Small);
+  int i_Ret = ConfigFileHelper_CL::f_WriteCfgFile(o_Back, A_C_CFG, true);
+  setrlimit(RLIMIT_FSIZE, &o_Old);
+  signal(SIGXFSZ, SIG_DFL);
+  EXPECT_EQ(i_Ret, -1);
+  EXPECT_EQ(o_Root.f_Read(A_C_CFG), str_Before);
+  int i_Entries = 0;  // only the file itself: no temporary left behind
+  DIR* z_o_Dir = opendir(o_Root.f_Path("/home/tool/config").c_str());
+  while (dirent* z_o_Ent = readdir(z_o_Dir)) i_Entries += z_o_Ent->d_name[0] != '.';
+  closedir(z_o_Dir);
+  EXPECT_EQ(i_Entries, 1);
+
+  o_Root.f_Write("/home/tool/config/bad.json", "{\"a\":");
+  for (const char* z_c_Path : {"/home/tool/config/bad.json", "/home/tool/config/none.json"}) {
+    EXPECT_NE(f_ReadJsonCfgFile(z_c_Path, &o_Back), 0) << z_c_Path;
+    EXPECT_EQ(o_Back, nullptr);
+  }
+}

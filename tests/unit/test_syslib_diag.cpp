@@ -1,0 +1,97 @@
+// The diagnostic store: value formats, reading back, and the busy mode.
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <string>
+
+#include "TestSupport.h"
+#include "sysLib/SysDiag.h"
+
+TEST(SysDiag, ValuesAreStoredAsBareText) {
+  TempRoot o_Root;
+  struct Case_ST {
+    std::function<int()> f_Set;
+    const char* z_c_File;
+    const char* z_c_Text;
+  };
+  const Case_ST a_o_Cases[] = {
+      {[] { return f_SysDiagSetParam("sysfault", "3228"); }, "sysfault", "3228"},
+      {[] { return f_SysDiagSetCycle(4000000000u); }, "cycle", "4000000000"},
+      {[] { return f_SysDiagSetTorqueLoad(1.5); }, "torqueload", "1.500000"},
+      {[] { return f_SysDiagSetLoadStartCycle(17); }, "loadstartcycle", "17"},
+      {[] { return f_SysDiagSetTemperature(23.456f); }, "temperature", "23.46"},
+      {[] { return f_SysDiagSetBatteryStatus(4); }, "battery/status", "4"},
+      {[] { return f_SysDiagSetBatteryPower(-1); }, "battery/power", "-1"},
+  };
+  for (const Case_ST& o_Case : a_o_Cases) {
+    EXPECT_EQ(o_Case.f_Set(), 0) << o_Case.z_c_File;
+    EXPECT_EQ(o_Root.f_Read(std::string("/var/sysdiag/") + o_Case.z_c_File), o_Case.z_c_Text);
+  }
+  // A value too large for its fixed buffer is refused, not cut.
+  EXPECT_EQ(f_SysDiagSetTorqueLoad(1e300), -1);
+  EXPECT_EQ(o_Root.f_Read("/var/sysdiag/torqueload"), "1.500000");
+}
+
+TEST(SysDiag, NamesStayInsideTheStore) {
+  TempRoot o_Root;
+  for (const char* z_c_Key : {"../escape", "/abs", "a/../../b", "", "hardware/"}) {
+    EXPECT_EQ(f_SysDiagSetParam(z_c_Key, "x"), -1) << z_c_Key;
+  }
+  EXPECT_FALSE(o_Root.f_Exists("/var/escape"));
+  EXPECT_EQ(f_SysDiagSetParam("hardware/mnr", "1"), -1);  // sub-directory not made yet
+  EXPECT_EQ(f_SysDiagMakeSubDir("hardware"), 0);
+  EXPECT_EQ(f_SysDiagSetParam("hardware/mnr", "1"), 0);
+}
+
+TEST(SysDiag, ReadersTrimAndRefuseWhatDoesNotFit) {
+  TempRoot o_Root;
+  o_Root.f_Write("/var/sysdiag/code", " \tABC-12\r\n");
+  char a_c_Buf[8];
+  ASSERT_EQ(f_SysDiagGetParam("code", a_c_Buf, sizeof(a_c_Buf)), 0);
+  EXPECT_STREQ(a_c_Buf, "ABC-12");
+  char a_c_Small[6];
+  EXPECT_EQ(f_SysDiagGetParam("code", a_c_Small, sizeof(a_c_Small)), -1);
+  EXPECT_EQ(f_SysDiagGetParam("missing", a_c_Buf, sizeof(a_c_Buf)), -1);
+
+  double d_Load = 0.0;
+  ASSERT_EQ(f_SysDiagSetTorqueLoad(2.25), 0);
+  ASSERT_EQ(f_SysDiagGetTorqueLoad(&d_Load), 0);
+  EXPECT_DOUBLE_EQ(d_Load, 2.25);
+}
+
+TEST(SysDiag, CycleCounterReadsOnlyACount) {
+  TempRoot o_Root;
+  unsigned int ui_Cycle = 99;
+  EXPECT_EQ(f_SysDiagGetCycle(&ui_Cycle), -1);  // no file yet
+  struct Case_ST {
+    const char* z_c_Text;
+    int i_Ret;
+    unsigned int ui_Value;
+  };
+  const Case_ST a_o_Cases[] = {
+      {" 1234\n", 0, 1234},  {"0", 0, 0},   {"4294967295", 0, 4294967295u},
+      {"4294967296", -1, 0}, {"-1", -1, 0}, {"12abc", -1, 0},
+      {"", -1, 0},
+  };
+  for (const Case_ST& o_Case : a_o_Cases) {
+    o_Root.f_Write("/var/sysdiag/cycle", o_Case.z_c_Text);
+    ui_Cycle = 0;
+    EXPECT_EQ(f_SysDiagGetCycle(&ui_Cycle), o_Case.i_Ret) << '"' << o_Case.z_c_Text << '"';
+    if (o_Case.i_Ret == 0) {
+      EXPECT_EQ(ui_Cycle, o_Case.ui_Value);
+    }
+  }
+}
+
+TEST(SysDiag, BusyModeOnlyWhileSrbModHoldsOne) {
+  TempRoot o_Root;
+  bool b_Busy = true;
+  EXPECT_EQ(f_SysDiagGetSrbMod(&b_Busy), 0);
+  EXPECT_FALSE(b_Busy);
+  for (auto o_Case :
+       {std::make_pair("1\n", true), std::make_pair("0", false), std::make_pair("11", false)}) {
+    o_Root.f_Write("/var/sysdiag/srbmod", o_Case.first);
+    ASSERT_EQ(f_SysDiagGetSrbMod(&b_Busy), 0);
+    EXPECT_EQ(b_Busy, o_Case.second) << o_Case.first;
+  }
+}
