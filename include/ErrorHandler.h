@@ -1,0 +1,154 @@
+#pragma once
+// System errors and readiness: the persistent error list, acknowledgement, readiness.
+#include <gio/gio.h>
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "RdyStatus.h"
+#include "sysLib/ErrorShMem.h"
+#include "sysLib/ShMem.h"
+
+struct SysObj;
+struct sqlite3;
+class Bms_CL;
+
+// The error segment "/ErrorShMem": current coded error, RdySoll, RdyIst, Smod byte.
+class ErrorShMem_CL : public ShMem_CL {
+ public:
+  ErrorShMem_CL();
+
+  // The Smod byte: set by another process to make the periodic checker skip the
+  // temperature check. False while the segment is not mapped.
+  bool f_IsSmod() const;
+
+ protected:
+  // Null when the segment could not be mapped. Volatile: other processes change it.
+  volatile ErrorShMemData_ST* z_o_ErrShMem = nullptr;
+};
+
+// The service's error store and readiness: one instance, reached through z_o_ErrorHandler.
+class ErrorHandler_CL : public ErrorShMem_CL {
+ public:
+  static constexpr const char* A_C_CFG_PATH = "/home/tool/config/log/syserror.json";
+  static constexpr const char* A_C_DEFAULT_DB_PATH = "/mnt/log/syserrors.sq3";
+  static constexpr int i_DefaultMaxErrors = 512;
+  static constexpr int I_BUSY_TIMEOUT_MS = 10000;
+  // Every SQL text is formatted into a buffer of this size.
+  static constexpr size_t UI_SQL_CMD_SIZE = 128;
+  static constexpr const char* a_c_InsertErrorCmd =
+      "INSERT INTO "
+      "syserrors(id,date,proc,code,class,ack)VALUES(:id,:date,:proc,:code,:class,:ack);";
+
+  // Reads "rdystatus.json" and "syserror.json", opens the database and attaches itself to
+  // the process's error object. Throws SysExcpt_CL* when Bms_CL is null, when the readiness
+  // table cannot be read, or when the database cannot be opened. The middle argument is
+  // not used.
+  ErrorHandler_CL(SysObj* z_o_Obj, unsigned long ul_Unused, Bms_CL* z_o_Bms);
+  virtual ~ErrorHandler_CL();
+  ErrorHandler_CL(const ErrorHandler_CL&) = delete;
+  ErrorHandler_CL& operator=(const ErrorHandler_CL&) = delete;
+
+  // --- configuration and database -------------------------------------------------
+  int f_ReadCfg();
+  void f_UseDefaultConfig();
+  void f_UseDefaultDBPath();
+  void f_UseDefaultMaxErrors();
+  // 0, or -1..-9 naming the step of the open that failed.
+  int f_DBOpen();
+  int f_DBClose();
+  // Deletes the acknowledged rows while errors are active, otherwise recreates the file.
+  int f_DBRemove();
+  // Reloads the configuration and reopens the database when z_c_Path is the
+  // configuration file's logical path. Always 0.
+  int f_CfgFileChanged(const char* z_c_Path);
+
+  // --- storing errors -----------------------------------------------------------------
+  // z_c_Code: coded error number (code * 8 + class) as decimal text.
+  // 0 stored, duplicate, or overwrite step failure; -1 prepare failure; -2 insert failure.
+  int f_Insert(const char* z_c_Proc, const char* z_c_Code);
+  // The service's own errors, reported as "SysSrv.elf".
+  int f_InsertError(int i_CodedErr);
+  int f_BeginSqlTransaction();
+  int f_CommitSqlTransaction();
+  int f_RollbackSqlTransaction();
+
+  // --- acknowledgement and reporting --------------------------------------------------
+  // Recomputes the current error; 0 when none is active, 1 otherwise (or on a failed query).
+  int f_CheckForNonAckErrors();
+  // Acknowledges the active rows of i_Code whose class is not 1. 0 or -1.
+  int f_Ack(int i_Code);
+  // Coded number as text; class 1 is refused with -1.
+  int f_Ack(const char* z_c_CodedErr);
+  int f_AckError(int i_CodedErr);
+  // Collective acknowledgement of classes 0 and 3. 0 or -1.
+  int f_AckErrList();
+  // {"errors":[{"code":..,"class":..,"date":..},...]} into a new malloc'd text that the
+  // caller releases with free(). 0 or -1.
+  int f_ActiveErrorsToJson(char** z_c_Json);
+  // The current error (code, class, date); (0, 0, 0) when none is active.
+  int f_SysErrorGet(int* i_Code, int* i_Class, int* i_Date);
+
+  // --- readiness ----------------------------------------------------------------------
+  // Set or clear RdyIst bit i_Nr (0..31); true when RdyIst now equals RdySoll exactly.
+  bool f_SetRdyFlag(int i_Nr);
+  bool f_ResetRdyFlag(int i_Nr);
+  // True when flag i_Nr is not required, otherwise its RdyIst bit.
+  bool f_IsRdyFlagSet(int i_Nr);
+  // (RdyIst AND RdySoll, RdySoll); -1 while the segment is not mapped.
+  int f_RdyGet(int* i_RdyIst, int* i_RdySoll);
+  int f_DumpRdy();
+  // The comparison step of the periodic checker: output 17, "rdychanged", renice.
+  void f_RdyChecker();
+  void f_RdyChecker(void* z_v_Unused);
+  // The current-error word of the segment; -1 while the segment is not mapped.
+  int f_SysErrorGet(int* i_CodedErr);
+
+  const std::string& f_GetDBPath() const { return str_DBPath; }
+  int f_GetMaxErrors() const { return i_MaxErrors; }
+  int f_GetNrErrors() const { return i_NrErrors; }
+
+ protected:
+  // Broadcasts one signal through the service's emit gate; o_Params is a floating tuple.
+  virtual void f_Signal(const char* z_c_Name, GVariant* o_Params);
+
+ private:
+  int f_RunTransactionCmd(const char* z_c_Cmd, const char* z_c_Func, int i_StepError);
+  const char* f_DbErrMsg() const;
+  void f_SetNoActiveError();
+
+  std::unique_ptr<RdyStatus_CL> z_o_RdyStatus;
+  Bms_CL* z_o_Bms;
+  SysObj* z_o_SysObj;
+  std::string str_DBPath;
+  int i_MaxErrors = i_DefaultMaxErrors;
+  int i_NrErrors = 0;
+  sqlite3* z_o_DB = nullptr;
+  int i_LastErrCode = 0;
+  int i_LastErrClass = 0;
+  int i_LastErrDate = 0;
+  // Checker memory: the ready state last announced, and whether the first ready moment
+  // (and with it the renice of the user interface) is still to come.
+  bool b_RdyAlt = false;
+  bool b_Startup = true;
+};
+
+// Bus handlers of the error list and readiness (the dispatcher calls these). Each copes
+// with a missing error handler: methods that have an error reply fail, the others answer
+// their default.
+gboolean f_ReportError(SysObj* z_o_Obj, const char* z_c_Proc, const char* z_c_Code,
+                       const char* z_c_Ack, GError** error);
+gboolean f_AckErrList(SysObj* z_o_Obj, GError** error);
+gboolean f_DelErrList(SysObj* z_o_Obj, GError** error);
+// On success *z_c_Json is a malloc'd text the caller releases with free().
+gboolean f_GetUnAcknSysErrors(SysObj* z_o_Obj, char** z_c_Json, GError** error);
+gboolean f_SysErrorGet(SysObj* z_o_Obj, int* i_Error, int* i_Class, int* i_Date, GError** error);
+gboolean f_RdyGet(SysObj* z_o_Obj, int* i_RdyIst, int* i_RdySoll, GError** error);
+gboolean f_DumpRdy(SysObj* z_o_Obj, GError** error);
+// "frdyflagset" / "frdyflagreset": straight to the error handler, no log line.
+void f_BusRdyFlagSet(int i_FlagNr);
+void f_BusRdyFlagReset(int i_FlagNr);
+// Service-internal callers log first.
+gboolean f_RdyFlagSet(SysObj* z_o_Obj, int i_FlagNr, GError** error);
+gboolean f_RdyFlagReset(SysObj* z_o_Obj, int i_FlagNr, GError** error);

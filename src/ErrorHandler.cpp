@@ -1,0 +1,623 @@
+// The system-error store: configuration, the SQLite list of errors, the current error,
+// acknowledgement and the JSON export of the active errors.
+#include "ErrorHandler.h"
+
+#include <cerrno>
+#include <cinttypes>
+#include <cjson/cJSON.h>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <memory>
+#include <new>
+#include <sqlite3.h>
+#include <syslog.h>
+#include <unistd.h>
+#include <vector>
+
+#include "SystemSrv.h"
+#include "sysLib/Bms.h"
+#include "sysLib/ConfigFile.h"
+#include "sysLib/Error.h"
+#include "sysLib/SysDiag.h"
+#include "sysLib/SysExcpt.h"
+#include "sysLib/SysPath.h"
+
+namespace {
+struct SqlFinalize_ST {
+  void operator()(sqlite3_stmt* z_o_Stmt) const { sqlite3_finalize(z_o_Stmt); }
+};
+using SqlStmt_T = std::unique_ptr<sqlite3_stmt, SqlFinalize_ST>;
+
+struct JsonDelete_ST {
+  void operator()(cJSON* z_o_Tree) const { cJSON_Delete(z_o_Tree); }
+};
+using JsonTree_T = std::unique_ptr<cJSON, JsonDelete_ST>;
+
+constexpr const char* A_C_CREATE_TABLE_CMD =
+    "CREATE TABLE IF NOT EXISTS syserrors (id INTEGER PRIMARY KEY,date INTEGER DEFAULT '',proc "
+    "TEXT DEFAULT '',code INTEGER DEFAULT '0',class INTEGER DEFAULT '0',ack INTEGER DEFAULT '0')";
+constexpr const char* A_C_COUNT_CMD = "SELECT count(*) from syserrors;";
+constexpr const char* A_C_ACK_ALL_CMD = "update syserrors set ack=1 where ack=0;";
+constexpr const char* A_C_MIN_MAX_CMD = "select min(id), max(id) from syserrors;";
+constexpr const char* A_C_NEWEST_ACTIVE_CMD =
+    "select code, class, date from syserrors where ack=0 order by id DESC;";
+constexpr const char* A_C_ACTIVE_CMD = "select code, class, date from syserrors where ack=0;";
+constexpr const char* A_C_COLLECTIVE_CMD =
+    "select code from syserrors where (class=3 or class=0) and ack=0;";
+constexpr const char* A_C_DELETE_ACKED_CMD = "delete from syserrors where ack=1;";
+
+// A closed handle reads as a failed prepare, so every caller takes its ordinary failure
+// path instead of handing SQLite a null connection.
+int f_Prepare(sqlite3* z_o_DB, const char* z_c_Cmd, SqlStmt_T& o_Stmt) {
+  o_Stmt.reset();
+  if (z_o_DB == nullptr) return SQLITE_MISUSE;
+  sqlite3_stmt* z_o_Raw = nullptr;
+  int i_Rc = sqlite3_prepare_v2(z_o_DB, z_c_Cmd, -1, &z_o_Raw, nullptr);
+  o_Stmt.reset(z_o_Raw);
+  if (i_Rc == SQLITE_OK && z_o_Raw == nullptr) i_Rc = SQLITE_MISUSE;
+  return i_Rc;
+}
+
+// Result check of the snprintf that formats an SQL text: a text that does not fit is not
+// run at all, a cut-off statement could do something else than intended.
+bool f_SqlFits(int i_Len, const char* z_c_Func, const char* z_c_Fmt) {
+  if (i_Len >= 0 && static_cast<size_t>(i_Len) < ErrorHandler_CL::UI_SQL_CMD_SIZE) return true;
+  syslog(LOG_WARNING, "ErrorHandler_CL::%s SQL text does not fit: %s", z_c_Func, z_c_Fmt);
+  return false;
+}
+
+// code * 8 + class without a signed overflow for values another process wrote.
+int f_CodedNr(int i_Code, int i_Class) {
+  return static_cast<int>(static_cast<unsigned int>(i_Code) * 8u |
+                          static_cast<unsigned int>(i_Class));
+}
+
+int f_BindInt(sqlite3_stmt* z_o_Stmt, const char* z_c_Name, int i_Value) {
+  return sqlite3_bind_int(z_o_Stmt, sqlite3_bind_parameter_index(z_o_Stmt, z_c_Name), i_Value);
+}
+
+int f_BindText(sqlite3_stmt* z_o_Stmt, const char* z_c_Name, const char* z_c_Value) {
+  return sqlite3_bind_text(z_o_Stmt, sqlite3_bind_parameter_index(z_o_Stmt, z_c_Name), z_c_Value,
+                           -1, SQLITE_TRANSIENT);
+}
+}  // namespace
+
+ErrorHandler_CL::ErrorHandler_CL(SysObj* z_o_Obj, unsigned long, Bms_CL* z_o_BmsObj)
+    : z_o_Bms(z_o_BmsObj), z_o_SysObj(z_o_Obj) {
+  if (z_o_Bms == nullptr) throw new SysExcpt_CL(2, "ErrorHandler_CL::new Bms_CL", true);
+  try {
+    z_o_RdyStatus.reset(new RdyStatus_CL());
+  } catch (const std::bad_alloc&) {
+    throw new SysExcpt_CL(2, "ErrorHandler_CL::new RdyStatus_CL", false);
+  }
+  uint32_t ui_RdySoll = z_o_RdyStatus->f_GetRdySoll();
+  if (z_o_ErrShMem != nullptr) z_o_ErrShMem->ui_RdySoll = ui_RdySoll;
+  syslog(LOG_INFO, "ErrorHandler_CL::i_RdySoll->%d\n", static_cast<int>(ui_RdySoll));
+
+  f_ReadCfg();
+  if (f_DBOpen() != 0) {
+    // Some failed opens leave the handle open; the destructor will not run for us.
+    f_DBClose();
+    throw new SysExcpt_CL(2, "ErrorHandler_CL::f_DBOpen", true);
+  }
+  f_CheckForNonAckErrors();
+
+  // Only now can errors raised during start-up be stored; they are inserted after the
+  // restart acknowledgement above, so they stay active.
+  Error_CL::f_GetErrorObj()->f_AttachStore([this](int i_Coded) { f_InsertError(i_Coded); });
+}
+
+ErrorHandler_CL::~ErrorHandler_CL() {
+  syslog(LOG_INFO, "~ErrorHandler_CL->Start");
+  Error_CL::f_GetErrorObj()->f_DetachStore();
+  f_DBClose();
+  str_DBPath.clear();
+  z_o_RdyStatus.reset();
+  syslog(LOG_INFO, "~ErrorHandler_CL->Ende");
+}
+
+void ErrorHandler_CL::f_Signal(const char* z_c_Name, GVariant* o_Params) {
+  SYS_EMIT_SIGNAL(z_o_SysObj, z_c_Name, o_Params);
+}
+
+const char* ErrorHandler_CL::f_DbErrMsg() const {
+  return z_o_DB != nullptr ? sqlite3_errmsg(z_o_DB) : "database not open";
+}
+
+// --- configuration ---------------------------------------------------------------------
+
+void ErrorHandler_CL::f_UseDefaultConfig() {
+  f_UseDefaultDBPath();
+  f_UseDefaultMaxErrors();
+}
+
+void ErrorHandler_CL::f_UseDefaultDBPath() { str_DBPath = A_C_DEFAULT_DB_PATH; }
+
+void ErrorHandler_CL::f_UseDefaultMaxErrors() { i_MaxErrors = i_DefaultMaxErrors; }
+
+int ErrorHandler_CL::f_ReadCfg() {
+  int i_Ret = 0;
+  cJSON* z_o_Raw = nullptr;
+  if (f_ReadJsonCfgFile(A_C_CFG_PATH, &z_o_Raw) != 0) {
+    syslog(LOG_WARNING, "ErrorHandler_CL::f_ReadCfg f_ReadJsonCfgFile error");
+    f_UseDefaultConfig();
+    i_Ret = -1;
+  }
+  JsonTree_T o_Tree(z_o_Raw);
+
+  const cJSON* z_o_Path = cJSON_GetObjectItem(o_Tree.get(), "DbFilePath");
+  if (z_o_Path == nullptr) {
+    syslog(LOG_WARNING, "ErrorHandler_CL::f_ReadCfg key <%s> not found", "DbFilePath");
+    f_UseDefaultDBPath();
+  } else if (!cJSON_IsString(z_o_Path) || z_o_Path->valuestring == nullptr ||
+             z_o_Path->valuestring[0] != '/') {
+    // SQLite would take an empty name as a private temporary database and a relative one
+    // as relative to wherever the service was started: neither keeps the list.
+    syslog(LOG_WARNING, "ErrorHandler_CL::f_ReadCfg key <%s> is not an absolute path",
+           "DbFilePath");
+    f_UseDefaultDBPath();
+  } else {
+    str_DBPath = z_o_Path->valuestring;
+  }
+
+  const cJSON* z_o_Max = cJSON_GetObjectItem(o_Tree.get(), "MaxErrors");
+  if (z_o_Max == nullptr) {
+    syslog(LOG_WARNING, "ErrorHandler_CL::f_ReadCfg key <%s> not found", "MaxErrors");
+    f_UseDefaultMaxErrors();
+  } else if (!cJSON_IsNumber(z_o_Max) || z_o_Max->valueint < 1) {
+    // With a bound below one row every report would only overwrite, never keep anything.
+    syslog(LOG_WARNING, "ErrorHandler_CL::f_ReadCfg key <%s> is not a positive number",
+           "MaxErrors");
+    f_UseDefaultMaxErrors();
+  } else {
+    i_MaxErrors = z_o_Max->valueint;
+  }
+
+  syslog(LOG_INFO, "ErrorHandler_CL::f_ReadCfg DBPath: %s, Max Errors: %d\n", str_DBPath.c_str(),
+         i_MaxErrors);
+  return i_Ret;
+}
+
+int ErrorHandler_CL::f_CfgFileChanged(const char* z_c_Path) {
+  if (z_c_Path == nullptr || std::strcmp(z_c_Path, A_C_CFG_PATH) != 0) return 0;
+  f_DBClose();
+  str_DBPath.clear();
+  f_ReadCfg();
+  f_DBOpen();
+  return 0;
+}
+
+// --- database --------------------------------------------------------------------------
+
+int ErrorHandler_CL::f_DBOpen() {
+  if (z_o_DB != nullptr) f_DBClose();
+
+  std::string str_File = f_SysPath(str_DBPath);
+  if (sqlite3_open(str_File.c_str(), &z_o_DB) != SQLITE_OK) {
+    syslog(LOG_WARNING, "ErrorHandler_CL::f_DBOpen sqlite3_open <%s>", f_DbErrMsg());
+    // Even a failed open hands back a handle that owns memory.
+    sqlite3_close(z_o_DB);
+    z_o_DB = nullptr;
+    return -1;
+  }
+
+  SqlStmt_T o_Stmt;
+  if (f_Prepare(z_o_DB, "PRAGMA synchronous=OFF", o_Stmt) != SQLITE_OK ||
+      sqlite3_step(o_Stmt.get()) != SQLITE_DONE) {
+    syslog(LOG_WARNING, "ErrorHandler_CL::f_DBOpen sqlite3_step <%s>", f_DbErrMsg());
+    o_Stmt.reset();
+    f_DBClose();
+    return -2;
+  }
+  if (f_Prepare(z_o_DB, "PRAGMA auto_vacuum=FULL", o_Stmt) != SQLITE_OK ||
+      sqlite3_step(o_Stmt.get()) != SQLITE_DONE) {
+    syslog(LOG_WARNING, "ErrorHandler_CL::f_DBOpen sqlite3_step <%s>", f_DbErrMsg());
+    return -3;
+  }
+  o_Stmt.reset();
+
+  // Other processes (diagnostics, export) may hold the file for a moment.
+  sqlite3_busy_timeout(z_o_DB, I_BUSY_TIMEOUT_MS);
+  syslog(LOG_INFO, "sqlite3_busy_timeout OK");
+
+  if (f_Prepare(z_o_DB, A_C_CREATE_TABLE_CMD, o_Stmt) != SQLITE_OK) {
+    syslog(LOG_WARNING, "ErrorHandler_CL::f_DBOpen sqlite3_prepare tbl=%s - <%s>",
+           A_C_CREATE_TABLE_CMD, f_DbErrMsg());
+    return -4;
+  }
+  if (sqlite3_step(o_Stmt.get()) != SQLITE_DONE) {
+    syslog(LOG_WARNING, "ErrorHandler_CL::f_DBOpen sqlite3_step tbl=%s - <%s>",
+           A_C_CREATE_TABLE_CMD, f_DbErrMsg());
+    return -5;
+  }
+  syslog(LOG_INFO, "%s  - OK", A_C_CREATE_TABLE_CMD);
+
+  if (f_Prepare(z_o_DB, A_C_COUNT_CMD, o_Stmt) != SQLITE_OK) {
+    syslog(LOG_WARNING, "ErrorHandler_CL::f_DBOpen sqlite3_prepare cmd: <%s> - <%s>", A_C_COUNT_CMD,
+           f_DbErrMsg());
+    return -6;
+  }
+  if (sqlite3_step(o_Stmt.get()) != SQLITE_ROW) {
+    syslog(LOG_WARNING, "ErrorHandler_CL::f_DBOpen->sqlite3_step cmd: <%s> - <%s>", A_C_COUNT_CMD,
+           f_DbErrMsg());
+    return -7;
+  }
+  i_NrErrors = sqlite3_column_int(o_Stmt.get(), 0);
+  syslog(LOG_INFO, "ErrorHandler_CL::f_DBOpen->i_NrErrors: %d\n", i_NrErrors);
+
+  // A restart clears the active list: whatever was active in the previous run counts as
+  // seen, whatever its class.
+  if (f_Prepare(z_o_DB, A_C_ACK_ALL_CMD, o_Stmt) != SQLITE_OK) {
+    syslog(LOG_WARNING, "ErrorHandler_CL::f_DBOpen->sqlite3_prepare cmd: <%s> - <%s>",
+           A_C_ACK_ALL_CMD, f_DbErrMsg());
+    return -8;
+  }
+  if (sqlite3_step(o_Stmt.get()) != SQLITE_DONE) {
+    syslog(LOG_WARNING, "ErrorHandler_CL::f_DBOpen->sqlite3_step cmd: <%s> - <%s>", A_C_ACK_ALL_CMD,
+           f_DbErrMsg());
+    return -9;
+  }
+  syslog(LOG_INFO, "%s  - OK", A_C_ACK_ALL_CMD);
+  o_Stmt.reset();
+
+  f_SetRdyFlag(3);
+  return 0;
+}
+
+int ErrorHandler_CL::f_DBClose() {
+  if (z_o_DB != nullptr) {
+    if (sqlite3_close(z_o_DB) != SQLITE_OK)
+      syslog(LOG_WARNING, "ErrorHandler_CL::f_DBClose resqlite3_close <%s> ", f_DbErrMsg());
+    z_o_DB = nullptr;
+  }
+  return 0;
+}
+
+int ErrorHandler_CL::f_DBRemove() {
+  if (f_CheckForNonAckErrors() != 0) {
+    // Active errors must survive: only what has been seen goes.
+    SqlStmt_T o_Stmt;
+    if (f_Prepare(z_o_DB, A_C_DELETE_ACKED_CMD, o_Stmt) != SQLITE_OK) {
+      syslog(LOG_WARNING, "ErrorHandler_CL::f_DBRemove sqlite3_prepare - <%s>", f_DbErrMsg());
+      return -1;
+    }
+    if (sqlite3_step(o_Stmt.get()) != SQLITE_DONE) {
+      syslog(LOG_WARNING, "ErrorHandler_CL::f_DBRemove->sqlite3_step cmd: <%s>",
+             A_C_DELETE_ACKED_CMD);
+      return -1;
+    }
+    return 0;
+  }
+
+  // Nothing active: start over with a fresh file, which also gives the space back.
+  f_DBClose();
+  std::string str_File = f_SysPath(str_DBPath);
+  if (std::remove(str_File.c_str()) != 0)
+    syslog(LOG_WARNING, "ErrorHandler_CL::f_DBRemove remove <%s> ", std::strerror(errno));
+  sync();
+  return f_DBOpen();
+}
+
+// --- transactions ----------------------------------------------------------------------
+
+int ErrorHandler_CL::f_RunTransactionCmd(const char* z_c_Cmd, const char* z_c_Func,
+                                         int i_StepError) {
+  SqlStmt_T o_Stmt;
+  if (f_Prepare(z_o_DB, z_c_Cmd, o_Stmt) != SQLITE_OK) {
+    syslog(LOG_WARNING, "%s->error prepare a_c_SqlCmd = %s - %s\n", z_c_Func, z_c_Cmd,
+           f_DbErrMsg());
+    return -1;
+  }
+  if (sqlite3_step(o_Stmt.get()) != SQLITE_DONE) {
+    syslog(LOG_WARNING, "%s->error step a_c_SqlCmd - %s - %s\n", z_c_Func, z_c_Cmd, f_DbErrMsg());
+    return i_StepError;
+  }
+  return 0;
+}
+
+int ErrorHandler_CL::f_BeginSqlTransaction() {
+  return f_RunTransactionCmd("BEGIN EXCLUSIVE;", "f_BeginSqlTransaction", -2);
+}
+
+int ErrorHandler_CL::f_CommitSqlTransaction() {
+  return f_RunTransactionCmd("COMMIT;", "f_CommitSqlTransaction", -1);
+}
+
+int ErrorHandler_CL::f_RollbackSqlTransaction() {
+  return f_RunTransactionCmd("ROLLBACK;", "f_RollbackSqlTransaction", -1);
+}
+
+// --- storing errors --------------------------------------------------------------------
+
+int ErrorHandler_CL::f_InsertError(int i_CodedErr) {
+  char a_c_Code[16];
+  std::snprintf(a_c_Code, sizeof(a_c_Code), "%d", i_CodedErr);
+  return f_Insert(A_C_SERVICE_PROC, a_c_Code);
+}
+
+int ErrorHandler_CL::f_Insert(const char* z_c_Proc, const char* z_c_Code) {
+  if (z_c_Proc == nullptr) z_c_Proc = "";
+  const int i_Coded = std::atoi(z_c_Code != nullptr ? z_c_Code : "");
+  const int i_Code = i_Coded >> 3;
+  const int i_Class = i_Coded & 7;
+  const int i_Date = static_cast<int>(std::time(nullptr));
+  char a_c_Cmd[UI_SQL_CMD_SIZE];
+  SqlStmt_T o_Stmt;
+
+  // One active row per code: a process that repeats its report while the error is still
+  // active must neither grow the list nor alarm the peers again, whatever class it sends.
+  const char* z_c_DupFmt = "select id from syserrors where code=%d and ack=0;";
+  if (!f_SqlFits(std::snprintf(a_c_Cmd, sizeof(a_c_Cmd), z_c_DupFmt, i_Code), "f_Insert",
+                 z_c_DupFmt))
+    return -1;
+  if (f_Prepare(z_o_DB, a_c_Cmd, o_Stmt) != SQLITE_OK) {
+    syslog(LOG_WARNING, "ErrorHandler_CL::f_Insert->sqlite3_prepare cmd = %s - %s\n", a_c_Cmd,
+           f_DbErrMsg());
+    return -1;
+  }
+  if (sqlite3_step(o_Stmt.get()) == SQLITE_ROW) {
+    syslog(LOG_INFO, "ErrorHandler_CL::f_Insert error %d already exists", i_Coded);
+    return 0;
+  }
+  o_Stmt.reset();
+
+  if (z_o_ErrShMem != nullptr) z_o_ErrShMem->i_CurError = i_Coded;
+  char a_c_Coded[16];
+  std::snprintf(a_c_Coded, sizeof(a_c_Coded), "%d", i_Coded);
+  f_SysDiagSetParam("sysfault", a_c_Coded);
+
+  i_LastErrCode = i_Code;
+  i_LastErrClass = i_Class;
+  i_LastErrDate = i_Date;
+  syslog(LOG_INFO, "f_Insert %d, %d, %d", i_LastErrCode, i_LastErrClass, i_LastErrDate);
+
+  // Class 0 errors are notes: the tool stays ready.
+  if (i_Class != 0) {
+    f_ResetRdyFlag(3);
+    z_o_Bms->f_Out(18, false);
+  }
+
+  f_BeginSqlTransaction();
+
+  // Failure returns below leave the exclusive transaction open on purpose: the next
+  // successful insert or acknowledgement commits it together with its own change.
+  bool b_Overwrite = i_NrErrors >= i_MaxErrors;
+  if (b_Overwrite) {
+    if (f_Prepare(z_o_DB, A_C_MIN_MAX_CMD, o_Stmt) != SQLITE_OK) {
+      syslog(LOG_WARNING, "ErrorHandler_CL::f_Insert->sqlite3_prepare cmd: %s  - %s\n",
+             A_C_MIN_MAX_CMD, f_DbErrMsg());
+      return -1;
+    }
+    if (sqlite3_step(o_Stmt.get()) != SQLITE_ROW) {
+      syslog(LOG_WARNING, "ErrorHandler_CL::f_Insert->sqlite3_step cmd: - %s - %s\n",
+             A_C_MIN_MAX_CMD, f_DbErrMsg());
+      return 0;
+    }
+    // The count is not redone after a partial clear, so the bound can be reached with an
+    // empty table; then there is no oldest row to reuse and the error is inserted.
+    b_Overwrite = sqlite3_column_type(o_Stmt.get(), 0) != SQLITE_NULL;
+  }
+
+  if (b_Overwrite) {
+    // The oldest row becomes the newest: ids keep rising, so id order stays arrival order.
+    const long long ll_MinId = sqlite3_column_int64(o_Stmt.get(), 0);
+    const long long ll_MaxId = sqlite3_column_int64(o_Stmt.get(), 1);
+    o_Stmt.reset();
+    const char* z_c_UpdFmt =
+        "update syserrors set id=%lld, date=%d, proc=:proc, code=%d, class=%d, ack=%d where "
+        "id=%lld;";
+    if (!f_SqlFits(std::snprintf(a_c_Cmd, sizeof(a_c_Cmd), z_c_UpdFmt, ll_MaxId + 1, i_Date, i_Code,
+                                 i_Class, 0, ll_MinId),
+                   "f_Insert", z_c_UpdFmt))
+      return -1;
+    if (f_Prepare(z_o_DB, a_c_Cmd, o_Stmt) != SQLITE_OK) {
+      syslog(LOG_WARNING, "ErrorHandler_CL::f_Insert->sqlite3_prepare cmd: - %s - %s\n", a_c_Cmd,
+             f_DbErrMsg());
+      return -1;
+    }
+    f_BindText(o_Stmt.get(), ":proc", z_c_Proc);
+    if (sqlite3_step(o_Stmt.get()) != SQLITE_DONE) {
+      syslog(LOG_WARNING, "ErrorHandler_CL::f_Insert->sqlite3_step cmd: - %s - %s\n", a_c_Cmd,
+             f_DbErrMsg());
+      return 0;
+    }
+  } else {
+    if (f_Prepare(z_o_DB, a_c_InsertErrorCmd, o_Stmt) != SQLITE_OK) {
+      syslog(LOG_WARNING, "ErrorHandler_CL::f_Insert->sqlite3_prepare cmd = %s - %s\n",
+             a_c_InsertErrorCmd, f_DbErrMsg());
+      return -1;
+    }
+    // ":id" stays unbound: SQLite hands out the next rowid.
+    f_BindInt(o_Stmt.get(), ":date", i_Date);
+    f_BindText(o_Stmt.get(), ":proc", z_c_Proc);
+    f_BindInt(o_Stmt.get(), ":code", i_Code);
+    f_BindInt(o_Stmt.get(), ":class", i_Class);
+    f_BindInt(o_Stmt.get(), ":ack", 0);
+    if (sqlite3_step(o_Stmt.get()) != SQLITE_DONE) {
+      syslog(LOG_WARNING, "ErrorHandler_CL::f_Insert->sqlite3_step cmd: %s - %s\n",
+             a_c_InsertErrorCmd, f_DbErrMsg());
+      return -2;
+    }
+    i_NrErrors++;
+  }
+  o_Stmt.reset();
+
+  f_CommitSqlTransaction();
+  f_Signal("sysfault", g_variant_new("(iii)", i_Code, i_Class, i_Date));
+  return 0;
+}
+
+// --- current error and acknowledgement -------------------------------------------------
+
+void ErrorHandler_CL::f_SetNoActiveError() {
+  f_SetRdyFlag(3);
+  z_o_Bms->f_Out(18, true);
+  if (z_o_ErrShMem != nullptr) z_o_ErrShMem->i_CurError = 0;
+}
+
+int ErrorHandler_CL::f_CheckForNonAckErrors() {
+  SqlStmt_T o_Stmt;
+  if (f_Prepare(z_o_DB, A_C_NEWEST_ACTIVE_CMD, o_Stmt) != SQLITE_OK) {
+    syslog(LOG_WARNING,
+           "ErrorHandler_CL::f_CheckForNonAckErrors->error prepare a_c_SqlCmd = %s - %s\n",
+           A_C_NEWEST_ACTIVE_CMD, f_DbErrMsg());
+    return 1;
+  }
+  int i_Rc = sqlite3_step(o_Stmt.get());
+  if (i_Rc != SQLITE_ROW && i_Rc != SQLITE_DONE) {
+    // A query that failed (locked, damaged) says nothing about the list: keep the state.
+    syslog(LOG_WARNING,
+           "ErrorHandler_CL::f_CheckForNonAckErrors->error step a_c_SqlCmd = %s - %s\n",
+           A_C_NEWEST_ACTIVE_CMD, f_DbErrMsg());
+    return 1;
+  }
+
+  if (i_Rc == SQLITE_DONE) {
+    o_Stmt.reset();
+    i_LastErrCode = 0;
+    i_LastErrClass = 0;
+    i_LastErrDate = 0;
+    f_SysDiagSetParam("sysfault", "0");
+    syslog(LOG_INFO, "f_CheckForNonAckErrors %d, %d, %d", i_LastErrCode, i_LastErrClass,
+           i_LastErrDate);
+    f_SetNoActiveError();
+    return 0;
+  }
+
+  syslog(LOG_INFO, "ErrorHandler_CL::f_CheckForNonAckErrors->list has NonAck errors");
+  i_LastErrCode = sqlite3_column_int(o_Stmt.get(), 0);
+  i_LastErrClass = sqlite3_column_int(o_Stmt.get(), 1);
+  i_LastErrDate = sqlite3_column_int(o_Stmt.get(), 2);
+  char a_c_Coded[16];
+  std::snprintf(a_c_Coded, sizeof(a_c_Coded), "%d", f_CodedNr(i_LastErrCode, i_LastErrClass));
+  f_SysDiagSetParam("sysfault", a_c_Coded);
+  syslog(LOG_INFO, "f_CheckForNonAckErrors %d, %d, %d", i_LastErrCode, i_LastErrClass,
+         i_LastErrDate);
+  o_Stmt.reset();
+  // Readiness follows the newest active error alone: a class 0 note on top makes the tool
+  // ready again even while older errors are still listed.
+  if (i_LastErrClass == 0) f_SetNoActiveError();
+  return 1;
+}
+
+int ErrorHandler_CL::f_Ack(int i_Code) {
+  syslog(LOG_INFO, "ErrorHandler_CL::f_Ack->i_ErrNr: %d", i_Code);
+  char a_c_Cmd[UI_SQL_CMD_SIZE];
+  SqlStmt_T o_Stmt;
+
+  const char* z_c_SelFmt = "select id from syserrors where code=%d and ack=0 and class!=1";
+  if (!f_SqlFits(std::snprintf(a_c_Cmd, sizeof(a_c_Cmd), z_c_SelFmt, i_Code), "f_Ack", z_c_SelFmt))
+    return -1;
+  if (f_Prepare(z_o_DB, a_c_Cmd, o_Stmt) != SQLITE_OK) {
+    syslog(LOG_WARNING, "ErrorHandler_CL::f_Ack->error prepare a_c_SqlCmd = %s - %s\n", a_c_Cmd,
+           f_DbErrMsg());
+    return -1;
+  }
+  if (sqlite3_step(o_Stmt.get()) != SQLITE_ROW) {
+    o_Stmt.reset();
+    f_CheckForNonAckErrors();
+    return 0;
+  }
+  o_Stmt.reset();
+
+  f_BeginSqlTransaction();
+  const char* z_c_UpdFmt = "update syserrors set ack=1 where code=%d and ack=0 and class!=1;";
+  if (!f_SqlFits(std::snprintf(a_c_Cmd, sizeof(a_c_Cmd), z_c_UpdFmt, i_Code), "f_Ack",
+                 z_c_UpdFmt)) {
+    f_RollbackSqlTransaction();
+    return -1;
+  }
+  if (f_Prepare(z_o_DB, a_c_Cmd, o_Stmt) != SQLITE_OK) {
+    syslog(LOG_WARNING, "ErrorHandler_CL::f_Ack->error prepare a_c_SqlCmd = %s - %s\n", a_c_Cmd,
+           f_DbErrMsg());
+    f_RollbackSqlTransaction();
+    return -1;
+  }
+  if (sqlite3_step(o_Stmt.get()) != SQLITE_DONE) {
+    syslog(LOG_WARNING, "ErrorHandler_CL::f_Ack->error step a_c_SqlCmd - %s - %s\n", a_c_Cmd,
+           f_DbErrMsg());
+    o_Stmt.reset();
+    f_RollbackSqlTransaction();
+    return -1;
+  }
+  o_Stmt.reset();
+  f_CommitSqlTransaction();
+  f_CheckForNonAckErrors();
+  f_Signal("acksysfault", g_variant_new("(ii)", i_Code, f_CodedNr(i_LastErrCode, i_LastErrClass)));
+  return 0;
+}
+
+int ErrorHandler_CL::f_Ack(const char* z_c_CodedErr) {
+  const int i_Coded = std::atoi(z_c_CodedErr != nullptr ? z_c_CodedErr : "");
+  // Class 1 errors need the service's own action (a restart or a cleared list).
+  if ((i_Coded & 7) == 1) return -1;
+  return f_Ack(i_Coded >> 3);
+}
+
+int ErrorHandler_CL::f_AckError(int i_CodedErr) {
+  char a_c_Code[16];
+  std::snprintf(a_c_Code, sizeof(a_c_Code), "%d", i_CodedErr);
+  return f_Ack(a_c_Code);
+}
+
+int ErrorHandler_CL::f_AckErrList() {
+  std::vector<int> o_Codes;
+  {
+    SqlStmt_T o_Stmt;
+    if (f_Prepare(z_o_DB, A_C_COLLECTIVE_CMD, o_Stmt) != SQLITE_OK) {
+      syslog(LOG_WARNING, "ErrorHandler_CL::f_Ack->sqlite3_prepare <%s> - %s\n", A_C_COLLECTIVE_CMD,
+             f_DbErrMsg());
+      return -1;
+    }
+    while (sqlite3_step(o_Stmt.get()) == SQLITE_ROW) {
+      int i_Code = sqlite3_column_int(o_Stmt.get(), 0);
+      syslog(LOG_INFO, "ErrorHandler_CL::f_AckErrList->ErrNr->%d needs to be acknowlegded", i_Code);
+      o_Codes.push_back(i_Code);
+    }
+  }
+  // Acknowledging by code also takes rows of other classes (but 1) that share the code.
+  for (int i_Code : o_Codes) {
+    syslog(LOG_INFO, "ErrorHandler_CL::f_AckErrList->Ack error %d", i_Code);
+    f_Ack(i_Code);
+  }
+  return 0;
+}
+
+int ErrorHandler_CL::f_ActiveErrorsToJson(char** z_c_Json) {
+  if (z_c_Json == nullptr) return -1;
+  *z_c_Json = nullptr;
+  JsonTree_T o_Root(cJSON_CreateObject());
+  if (!o_Root) {
+    syslog(LOG_CRIT, "cJSON_CreateObject->NULL");
+    return -1;
+  }
+  cJSON* z_o_Errors = cJSON_AddArrayToObject(o_Root.get(), "errors");
+  if (z_o_Errors == nullptr) return -1;
+
+  SqlStmt_T o_Stmt;
+  if (f_Prepare(z_o_DB, A_C_ACTIVE_CMD, o_Stmt) != SQLITE_OK) {
+    syslog(LOG_WARNING,
+           "ErrorHandler_CL::f_CheckForNonAckErrors->error prepare a_c_SqlCmd = %s - %s\n",
+           A_C_ACTIVE_CMD, f_DbErrMsg());
+    return -1;
+  }
+  while (sqlite3_step(o_Stmt.get()) == SQLITE_ROW) {
+    cJSON* z_o_Item = cJSON_CreateObject();
+    if (z_o_Item == nullptr) return -1;
+    cJSON_AddItemToArray(z_o_Errors, z_o_Item);
+    cJSON_AddNumberToObject(z_o_Item, "code", sqlite3_column_int(o_Stmt.get(), 0));
+    cJSON_AddNumberToObject(z_o_Item, "class", sqlite3_column_int(o_Stmt.get(), 1));
+    cJSON_AddNumberToObject(z_o_Item, "date", sqlite3_column_int(o_Stmt.get(), 2));
+  }
+  *z_c_Json = cJSON_PrintUnformatted(o_Root.get());
+  return *z_c_Json != nullptr ? 0 : -1;
+}
+
+int ErrorHandler_CL::f_SysErrorGet(int* i_Code, int* i_Class, int* i_Date) {
+  if (i_Code != nullptr) *i_Code = i_LastErrCode;
+  if (i_Class != nullptr) *i_Class = i_LastErrClass;
+  if (i_Date != nullptr) *i_Date = i_LastErrDate;
+  return 0;
+}

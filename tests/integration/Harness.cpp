@@ -1,0 +1,459 @@
+#include "Harness.h"
+
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <sstream>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "sysLib/BmsShMem.h"
+#include "sysLib/ErrorShMem.h"
+
+namespace it {
+
+std::string f_MakeTempDir(const char* z_c_Prefix) {
+  std::string str_Tmpl = std::string("/tmp/") + z_c_Prefix + "-XXXXXX";
+  std::vector<char> a_c_Buf(str_Tmpl.begin(), str_Tmpl.end());
+  a_c_Buf.push_back('\0');
+  if (mkdtemp(a_c_Buf.data()) == nullptr) ADD_FAILURE() << "mkdtemp: " << strerror(errno);
+  return a_c_Buf.data();
+}
+
+void f_RemoveTree(const std::string& str_Dir) {
+  if (str_Dir.empty() || str_Dir == "/") return;
+  std::string str_Cmd = "rm -rf '" + str_Dir + "'";
+  if (std::system(str_Cmd.c_str()) != 0) {
+    // A left-over temporary directory does not change a test's result.
+  }
+}
+
+std::string f_ReadFile(const std::string& str_Path) {
+  std::ifstream o_In(str_Path, std::ios::binary);
+  std::stringstream o_Buf;
+  o_Buf << o_In.rdbuf();
+  return o_Buf.str();
+}
+
+void f_Pump(int i_Ms) {
+  gint64 i_End = g_get_monotonic_time() + i_Ms * 1000;
+  while (g_get_monotonic_time() < i_End) {
+    while (g_main_context_iteration(nullptr, FALSE)) {
+    }
+    g_usleep(2000);
+  }
+}
+
+bool f_WaitUntil(const std::function<bool()>& f_Cond, int i_TimeoutMs) {
+  gint64 i_End = g_get_monotonic_time() + static_cast<gint64>(i_TimeoutMs) * 1000;
+  for (;;) {
+    while (g_main_context_iteration(nullptr, FALSE)) {
+    }
+    if (f_Cond()) return true;
+    if (g_get_monotonic_time() >= i_End) return false;
+    g_usleep(5000);
+  }
+}
+
+// --- PrivateBus ----------------------------------------------------------------
+
+std::string PrivateBus::f_Config(const std::string& str_Dir, const std::string& str_Policy) {
+  return "<!DOCTYPE busconfig PUBLIC \"-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN\"\n"
+         " \"http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd\">\n"
+         "<busconfig>\n"
+         "  <listen>unix:path=" +
+         str_Dir + "/system_bus_socket</listen>\n  <auth>EXTERNAL</auth>\n" +
+         "  <limit name=\"max_replies_per_connection\">1024</limit>\n" + str_Policy +
+         "</busconfig>\n";
+}
+
+PrivateBus::PrivateBus(const std::string& str_ConfigXml) {
+  str_Dir = f_MakeTempDir("syssrv-bus");
+  std::string str_Config = str_ConfigXml;
+  if (str_Config.empty())
+    str_Config = f_Config(str_Dir,
+                          "  <policy context=\"default\">\n"
+                          "    <allow user=\"*\"/>\n"
+                          "    <allow own=\"*\"/>\n"
+                          "    <allow send_type=\"method_call\"/>\n"
+                          "    <allow send_type=\"signal\"/>\n"
+                          "    <allow send_requested_reply=\"true\" send_type=\"method_return\"/>\n"
+                          "    <allow send_requested_reply=\"true\" send_type=\"error\"/>\n"
+                          "    <allow receive_type=\"method_call\"/>\n"
+                          "    <allow receive_type=\"method_return\"/>\n"
+                          "    <allow receive_type=\"error\"/>\n"
+                          "    <allow receive_type=\"signal\"/>\n"
+                          "  </policy>\n");
+  std::string str_CfgPath = str_Dir + "/bus.conf";
+  std::ofstream(str_CfgPath) << str_Config;
+
+  int a_i_Pipe[2];
+  if (pipe(a_i_Pipe) != 0) {
+    ADD_FAILURE() << "pipe";
+    return;
+  }
+  i_Pid = fork();
+  if (i_Pid == 0) {
+    dup2(a_i_Pipe[1], 1);
+    close(a_i_Pipe[0]);
+    std::string str_Arg = "--config-file=" + str_CfgPath;
+    execlp("dbus-daemon", "dbus-daemon", str_Arg.c_str(), "--nofork", "--print-address=1",
+           static_cast<char*>(nullptr));
+    _exit(127);
+  }
+  close(a_i_Pipe[1]);
+  char a_c_Line[512];
+  size_t ui_Len = 0;
+  while (ui_Len < sizeof(a_c_Line) - 1) {
+    ssize_t i_N = read(a_i_Pipe[0], a_c_Line + ui_Len, 1);
+    if (i_N <= 0 || a_c_Line[ui_Len] == '\n') break;
+    ui_Len++;
+  }
+  a_c_Line[ui_Len] = '\0';
+  close(a_i_Pipe[0]);
+  str_Address = a_c_Line;
+  if (str_Address.empty()) ADD_FAILURE() << "dbus-daemon printed no address";
+}
+
+PrivateBus::~PrivateBus() {
+  if (i_Pid > 0) {
+    kill(i_Pid, SIGTERM);
+    waitpid(i_Pid, nullptr, 0);
+  }
+  f_RemoveTree(str_Dir);
+}
+
+// --- Sandbox -------------------------------------------------------------------
+
+Sandbox::Sandbox() {
+  str_Dir = f_MakeTempDir("syssrv-it");
+  setenv("SYSSRV_ROOT", str_Dir.c_str(), 1);
+  std::string str_Out;
+  int i_Rc = f_Sim("init", &str_Out);
+  if (i_Rc != 0) ADD_FAILURE() << "syssrv-sim init failed: " << str_Out;
+}
+
+Sandbox::~Sandbox() {
+  unsetenv("SYSSRV_ROOT");
+  if (getenv("SYSSRV_KEEP_SANDBOX") == nullptr) f_RemoveTree(str_Dir);
+}
+
+void Sandbox::f_Write(const std::string& str_Logical, const std::string& str_Content) const {
+  std::string str_Full = f_Path(str_Logical);
+  std::string str_Cmd = "mkdir -p '" + str_Full.substr(0, str_Full.rfind('/')) + "'";
+  if (std::system(str_Cmd.c_str()) != 0) ADD_FAILURE() << str_Cmd;
+  std::ofstream(str_Full, std::ios::binary | std::ios::trunc) << str_Content;
+}
+
+std::string Sandbox::f_Read(const std::string& str_Logical) const {
+  return f_ReadFile(f_Path(str_Logical));
+}
+
+bool Sandbox::f_Exists(const std::string& str_Logical) const {
+  return access(f_Path(str_Logical).c_str(), F_OK) == 0;
+}
+
+int Sandbox::f_Sim(const std::string& str_Args, std::string* z_str_Out) const {
+  std::string str_Sub = str_Args;
+  std::string str_Rest;
+  size_t ui_Sp = str_Args.find(' ');
+  if (ui_Sp != std::string::npos) {
+    str_Sub = str_Args.substr(0, ui_Sp);
+    str_Rest = str_Args.substr(ui_Sp);
+  }
+  std::string str_Cmd = std::string(SYSSRV_SIM) + " " + str_Sub;
+  str_Cmd += (str_Sub == "init") ? " '" + str_Dir + "'" : " --root '" + str_Dir + "'";
+  str_Cmd += str_Rest + " 2>&1";
+  FILE* z_o_Pipe = popen(str_Cmd.c_str(), "r");
+  if (z_o_Pipe == nullptr) return -1;
+  std::string str_Out;
+  char a_c_Buf[4096];
+  size_t ui_N;
+  while ((ui_N = fread(a_c_Buf, 1, sizeof(a_c_Buf), z_o_Pipe)) > 0) str_Out.append(a_c_Buf, ui_N);
+  int i_Status = pclose(z_o_Pipe);
+  if (z_str_Out != nullptr) *z_str_Out = str_Out;
+  return WIFEXITED(i_Status) ? WEXITSTATUS(i_Status) : -1;
+}
+
+namespace {
+template <typename T>
+T f_ReadSeg(const std::string& str_File) {
+  T o_Seg{};
+  std::ifstream o_In(str_File, std::ios::binary);
+  o_In.read(reinterpret_cast<char*>(&o_Seg), sizeof(T));
+  return o_Seg;
+}
+}  // namespace
+
+bool Sandbox::f_BmsOut(int i_Line) const {
+  uint32_t ui_Out = 0;
+  std::ifstream o_In(f_Path("/dev/shm/BmsShMem"), std::ios::binary);
+  o_In.seekg(offsetof(BmsShMem_ST, ui_Outputs));
+  o_In.read(reinterpret_cast<char*>(&ui_Out), sizeof(ui_Out));
+  return (ui_Out >> i_Line) & 1u;
+}
+
+int Sandbox::f_CurError() const {
+  return f_ReadSeg<ErrorShMemData_ST>(f_Path("/dev/shm/ErrorShMem")).i_CurError;
+}
+unsigned Sandbox::f_RdyIst() const {
+  return f_ReadSeg<ErrorShMemData_ST>(f_Path("/dev/shm/ErrorShMem")).ui_RdyIst;
+}
+unsigned Sandbox::f_RdySoll() const {
+  return f_ReadSeg<ErrorShMemData_ST>(f_Path("/dev/shm/ErrorShMem")).ui_RdySoll;
+}
+
+// --- Daemon --------------------------------------------------------------------
+
+Daemon::Daemon(const Sandbox& o_Box, const PrivateBus& o_Bus, std::vector<std::string> o_ExtraEnv)
+    : o_Box(o_Box), o_Bus(o_Bus), o_ExtraEnv(std::move(o_ExtraEnv)) {}
+
+Daemon::~Daemon() {
+  if (i_Pid > 0 && i_ExitStatus == -1) {
+    kill(i_Pid, SIGKILL);
+    waitpid(i_Pid, nullptr, 0);
+  }
+}
+
+bool Daemon::f_Start(int i_TimeoutMs) {
+  f_Spawn();
+  BusClient o_Probe(o_Bus.f_Address());
+  bool b_Owned =
+      f_WaitUntil([&] { return o_Probe.f_HasOwner(A_C_BUS_NAME) || !f_Running(); }, i_TimeoutMs);
+  i_OwnedAt = g_get_monotonic_time();
+  return b_Owned && f_Running();
+}
+
+void Daemon::f_Spawn() {
+  std::string str_Err = o_Box.f_Path("/sim/daemon.stderr");
+  std::string str_Out = o_Box.f_Path("/sim/daemon.stdout");
+  i_StartedAt = g_get_monotonic_time();
+  i_Pid = fork();
+  if (i_Pid == 0) {
+    int i_ErrFd = open(str_Err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    int i_OutFd = open(str_Out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+    dup2(i_ErrFd, 2);
+    dup2(i_OutFd, 1);
+    setenv("SYSSRV_ROOT", o_Box.f_Dir().c_str(), 1);
+    setenv("DBUS_SYSTEM_BUS_ADDRESS", o_Bus.f_Address().c_str(), 1);
+    // The service's own exit path leaves its long-lived objects to the OS on purpose.
+    setenv("ASAN_OPTIONS", "detect_leaks=0", 0);
+    for (const std::string& str_Env : o_ExtraEnv) putenv(strdup(str_Env.c_str()));
+    execl(SYSSRV_DAEMON, "SysSrv.elf", static_cast<char*>(nullptr));
+    _exit(127);
+  }
+}
+
+void Daemon::f_Signal(int i_Sig) const {
+  if (i_Pid > 0) kill(i_Pid, i_Sig);
+}
+
+bool Daemon::f_Running() {
+  if (i_Pid <= 0 || i_ExitStatus != -1) return false;
+  int i_Status = 0;
+  pid_t i_R = waitpid(i_Pid, &i_Status, WNOHANG);
+  if (i_R == 0) return true;
+  i_ExitStatus = WIFEXITED(i_Status) ? WEXITSTATUS(i_Status) : 128 + WTERMSIG(i_Status);
+  return false;
+}
+
+int Daemon::f_WaitExit(int i_TimeoutMs) {
+  if (!f_WaitUntil([&] { return !f_Running(); }, i_TimeoutMs)) return -1;
+  return i_ExitStatus;
+}
+
+int Daemon::f_Stop(int i_TimeoutMs) {
+  if (!f_Running()) return i_ExitStatus;
+  f_Signal(SIGTERM);
+  return f_WaitExit(i_TimeoutMs);
+}
+
+std::string Daemon::f_Log() const { return f_ReadFile(o_Box.f_Path("/sim/daemon.stderr")); }
+std::string Daemon::f_Stdout() const { return f_ReadFile(o_Box.f_Path("/sim/daemon.stdout")); }
+
+bool Daemon::f_WaitLog(const std::string& str_Text, int i_TimeoutMs) const {
+  return f_WaitUntil([&] { return f_Log().find(str_Text) != std::string::npos; }, i_TimeoutMs);
+}
+
+// --- BusClient -----------------------------------------------------------------
+
+BusClient::BusClient(const std::string& str_Address) {
+  g_mutex_init(&o_Lock);
+  GError* z_o_Err = nullptr;
+  z_o_Conn = g_dbus_connection_new_for_address_sync(
+      str_Address.c_str(),
+      static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
+                                        G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION),
+      nullptr, nullptr, &z_o_Err);
+  if (z_o_Conn == nullptr) {
+    ADD_FAILURE() << "bus connection: " << (z_o_Err ? z_o_Err->message : "?");
+    g_clear_error(&z_o_Err);
+    return;
+  }
+  ui_Filter = g_dbus_connection_add_filter(z_o_Conn, f_Filter, this, nullptr);
+}
+
+GDBusMessage* BusClient::f_Filter(GDBusConnection*, GDBusMessage* z_o_Msg, gboolean b_Incoming,
+                                  gpointer z_v_Self) {
+  auto* z_o_Self = static_cast<BusClient*>(z_v_Self);
+  GDBusMessageType e_Type = g_dbus_message_get_message_type(z_o_Msg);
+  if (b_Incoming &&
+      (e_Type == G_DBUS_MESSAGE_TYPE_METHOD_RETURN || e_Type == G_DBUS_MESSAGE_TYPE_ERROR)) {
+    g_mutex_lock(&z_o_Self->o_Lock);
+    z_o_Self->o_ReplySerials.push_back(g_dbus_message_get_reply_serial(z_o_Msg));
+    g_mutex_unlock(&z_o_Self->o_Lock);
+  }
+  return z_o_Msg;
+}
+
+bool BusClient::f_GotReplyTo(guint32 ui_Serial) {
+  g_mutex_lock(&o_Lock);
+  bool b_Got = false;
+  for (guint32 ui_S : o_ReplySerials) b_Got = b_Got || ui_S == ui_Serial;
+  g_mutex_unlock(&o_Lock);
+  return b_Got;
+}
+
+BusClient::~BusClient() {
+  if (z_o_Conn != nullptr) {
+    g_dbus_connection_remove_filter(z_o_Conn, ui_Filter);
+    g_dbus_connection_close_sync(z_o_Conn, nullptr, nullptr);
+    g_object_unref(z_o_Conn);
+  }
+  g_mutex_clear(&o_Lock);
+}
+
+GVariant* BusClient::f_Call(const char* z_c_Method, GVariant* o_Params, GError** error,
+                            int i_TimeoutMs, GDBusCallFlags e_Flags) {
+  return g_dbus_connection_call_sync(z_o_Conn, A_C_BUS_NAME, A_C_PATH, A_C_IFACE, z_c_Method,
+                                     o_Params, nullptr, e_Flags, i_TimeoutMs, nullptr, error);
+}
+
+GVariant* BusClient::f_CallOk(const char* z_c_Method, GVariant* o_Params) {
+  GError* z_o_Err = nullptr;
+  GVariant* o_Reply = f_Call(z_c_Method, o_Params, &z_o_Err);
+  if (o_Reply == nullptr) {
+    ADD_FAILURE() << z_c_Method << " failed: " << (z_o_Err ? z_o_Err->message : "?");
+    g_clear_error(&z_o_Err);
+  }
+  return o_Reply;
+}
+
+bool BusClient::f_CallFails(const char* z_c_Method, GVariant* o_Params) {
+  GError* z_o_Err = nullptr;
+  GVariant* o_Reply = f_Call(z_c_Method, o_Params, &z_o_Err);
+  if (o_Reply != nullptr) {
+    g_variant_unref(o_Reply);
+    return false;
+  }
+  bool b_IsServiceError = g_error_matches(z_o_Err, G_IO_ERROR, G_IO_ERROR_FAILED_HANDLED);
+  g_clear_error(&z_o_Err);
+  return b_IsServiceError;
+}
+
+guint32 BusClient::f_SendNoReply(const char* z_c_Method, GVariant* o_Params) {
+  GDBusMessage* z_o_Msg = g_dbus_message_new_method_call(A_C_BUS_NAME, A_C_PATH, A_C_IFACE,
+                                                         z_c_Method);
+  g_dbus_message_set_body(z_o_Msg, o_Params);
+  g_dbus_message_set_flags(z_o_Msg, G_DBUS_MESSAGE_FLAGS_NO_REPLY_EXPECTED);
+  guint32 ui_Serial = 0;
+  g_dbus_connection_send_message(z_o_Conn, z_o_Msg, G_DBUS_SEND_MESSAGE_FLAGS_NONE, &ui_Serial,
+                                 nullptr);
+  g_object_unref(z_o_Msg);
+  return ui_Serial;
+}
+
+bool BusClient::f_HasOwner(const char* z_c_Name) {
+  GVariant* o_R = g_dbus_connection_call_sync(
+      z_o_Conn, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
+      "NameHasOwner", g_variant_new("(s)", z_c_Name), G_VARIANT_TYPE("(b)"),
+      G_DBUS_CALL_FLAGS_NONE, 2000, nullptr, nullptr);
+  if (o_R == nullptr) return false;
+  gboolean b_Has = FALSE;
+  g_variant_get(o_R, "(b)", &b_Has);
+  g_variant_unref(o_R);
+  return b_Has;
+}
+
+// --- SignalRecorder ------------------------------------------------------------
+
+SignalRecorder::SignalRecorder(BusClient& o_Client) : o_Client(o_Client) {
+  ui_Sub = g_dbus_connection_signal_subscribe(o_Client.f_Conn(), nullptr, A_C_IFACE, nullptr,
+                                              A_C_PATH, nullptr, G_DBUS_SIGNAL_FLAGS_NONE,
+                                              f_OnSignal, this, nullptr);
+  f_Sync();
+}
+
+SignalRecorder::~SignalRecorder() {
+  g_dbus_connection_signal_unsubscribe(o_Client.f_Conn(), ui_Sub);
+  f_Clear();
+}
+
+void SignalRecorder::f_OnSignal(GDBusConnection*, const gchar*, const gchar*, const gchar*,
+                                const gchar* z_c_Name, GVariant* o_Args, gpointer z_v_Self) {
+  auto* z_o_Self = static_cast<SignalRecorder*>(z_v_Self);
+  z_o_Self->o_Signals.push_back({z_c_Name, g_variant_ref(o_Args), g_get_monotonic_time()});
+  z_o_Self->o_Used.push_back(false);
+}
+
+const Signal_ST* SignalRecorder::f_WaitFor(const char* z_c_Name, int i_TimeoutMs,
+                                           const std::function<bool(GVariant*)>& f_Pred) {
+  const Signal_ST* z_o_Found = nullptr;
+  f_WaitUntil(
+      [&] {
+        for (size_t i = 0; i < o_Signals.size(); i++) {
+          if (o_Used[i] || o_Signals[i].str_Name != z_c_Name) continue;
+          if (f_Pred && !f_Pred(o_Signals[i].o_Args)) continue;
+          o_Used[i] = true;
+          z_o_Found = &o_Signals[i];
+          return true;
+        }
+        return false;
+      },
+      i_TimeoutMs);
+  return z_o_Found;
+}
+
+std::vector<const Signal_ST*> SignalRecorder::f_All(const char* z_c_Name) const {
+  std::vector<const Signal_ST*> o_Out;
+  for (const Signal_ST& o_S : o_Signals)
+    if (o_S.str_Name == z_c_Name) o_Out.push_back(&o_S);
+  return o_Out;
+}
+
+void SignalRecorder::f_Clear() {
+  for (Signal_ST& o_S : o_Signals) g_variant_unref(o_S.o_Args);
+  o_Signals.clear();
+  o_Used.clear();
+}
+
+void SignalRecorder::f_Sync() {
+  // Messages of one sender arrive in order: once the service's reply is here, every signal
+  // it sent before answering has arrived too.
+  GVariant* o_R = o_Client.f_Call("fmfuget", nullptr, nullptr, 2000);
+  if (o_R != nullptr) g_variant_unref(o_R);
+  while (g_main_context_iteration(nullptr, FALSE)) {
+  }
+}
+
+int f_Int(GVariant* o_V, int i_Index) {
+  GVariant* o_C = g_variant_get_child_value(o_V, i_Index);
+  int i_R = g_variant_get_int32(o_C);
+  g_variant_unref(o_C);
+  return i_R;
+}
+
+std::string f_Str(GVariant* o_V, int i_Index) {
+  GVariant* o_C = g_variant_get_child_value(o_V, i_Index);
+  std::string str_R = g_variant_get_string(o_C, nullptr);
+  g_variant_unref(o_C);
+  return str_R;
+}
+
+}  // namespace it

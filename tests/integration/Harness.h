@@ -1,0 +1,159 @@
+#pragma once
+// Integration harness: a private system bus, a sandbox tool made by the simulator, the real
+// daemon with its log captured, a bus client and a signal recorder with deadlines.
+#include <functional>
+#include <gio/gio.h>
+#include <string>
+#include <sys/types.h>
+#include <vector>
+
+namespace it {
+
+constexpr const char* A_C_BUS_NAME = "com.torvane.akku.SysService";
+constexpr const char* A_C_PATH = "/SysObj";
+constexpr const char* A_C_IFACE = "com.torvane.akku.SysInterface";
+
+std::string f_MakeTempDir(const char* z_c_Prefix);
+void f_RemoveTree(const std::string& str_Dir);
+std::string f_ReadFile(const std::string& str_Path);
+// Runs the default main context for about i_Ms milliseconds.
+void f_Pump(int i_Ms);
+// Polls f_Cond (pumping the main context) until it is true or i_TimeoutMs passed.
+bool f_WaitUntil(const std::function<bool()>& f_Cond, int i_TimeoutMs);
+
+// A dbus-daemon of its own. Without a configuration text, everything is allowed.
+class PrivateBus {
+ public:
+  explicit PrivateBus(const std::string& str_ConfigXml = "");
+  ~PrivateBus();
+  const std::string& f_Address() const { return str_Address; }
+  const std::string& f_Dir() const { return str_Dir; }
+  // A configuration that listens in DIR; str_Policy goes inside <busconfig>.
+  static std::string f_Config(const std::string& str_Dir, const std::string& str_Policy);
+
+ private:
+  std::string str_Dir;
+  std::string str_Address;
+  pid_t i_Pid = -1;
+};
+
+// A complete simulated tool in a temporary directory; SYSSRV_ROOT of this process points
+// at it while it lives, so the system library in the test sees the same files.
+class Sandbox {
+ public:
+  Sandbox();
+  ~Sandbox();
+  const std::string& f_Dir() const { return str_Dir; }
+  std::string f_Path(const std::string& str_Logical) const { return str_Dir + str_Logical; }
+  void f_Write(const std::string& str_Logical, const std::string& str_Content) const;
+  std::string f_Read(const std::string& str_Logical) const;
+  bool f_Exists(const std::string& str_Logical) const;
+  // Runs syssrv-sim with --root; returns its exit status, output into *z_str_Out.
+  int f_Sim(const std::string& str_Args, std::string* z_str_Out = nullptr) const;
+  // Output line n of the BMS board.
+  bool f_BmsOut(int i_Line) const;
+  // Current error and readiness words of "/ErrorShMem".
+  int f_CurError() const;
+  unsigned f_RdyIst() const;
+  unsigned f_RdySoll() const;
+
+ private:
+  std::string str_Dir;
+};
+
+// The real SysSrv.elf in a sandbox on a private bus.
+class Daemon {
+ public:
+  Daemon(const Sandbox& o_Box, const PrivateBus& o_Bus, std::vector<std::string> o_ExtraEnv = {});
+  ~Daemon();
+  // Starts the process and waits until it owns the bus name.
+  bool f_Start(int i_TimeoutMs = 20000);
+  void f_Signal(int i_Sig) const;
+  // SIGTERM, then the exit status (or -1 on time-out / abnormal end).
+  int f_Stop(int i_TimeoutMs = 10000);
+  int f_WaitExit(int i_TimeoutMs);
+  bool f_Running();
+  pid_t f_Pid() const { return i_Pid; }
+  // Everything the daemon wrote to stderr (its log copy) and stdout.
+  std::string f_Log() const;
+  std::string f_Stdout() const;
+  bool f_WaitLog(const std::string& str_Text, int i_TimeoutMs) const;
+  // Monotonic times (µs) of the start and of f_Start seeing the name owned.
+  gint64 f_StartedAt() const { return i_StartedAt; }
+  gint64 f_OwnedAt() const { return i_OwnedAt; }
+  // Starts the process without waiting for the bus name.
+  void f_Spawn();
+
+ private:
+  const Sandbox& o_Box;
+  const PrivateBus& o_Bus;
+  std::vector<std::string> o_ExtraEnv;
+  pid_t i_Pid = -1;
+  int i_ExitStatus = -1;
+  gint64 i_StartedAt = 0;
+  gint64 i_OwnedAt = 0;
+};
+
+class BusClient {
+ public:
+  explicit BusClient(const std::string& str_Address);
+  ~BusClient();
+  GDBusConnection* f_Conn() const { return z_o_Conn; }
+  // A method call of the service interface; null with *error set on failure.
+  GVariant* f_Call(const char* z_c_Method, GVariant* o_Params = nullptr, GError** error = nullptr,
+                   int i_TimeoutMs = 5000, GDBusCallFlags e_Flags = G_DBUS_CALL_FLAGS_NONE);
+  // Calls and expects success; the reply is returned (caller unrefs) or the test fails.
+  GVariant* f_CallOk(const char* z_c_Method, GVariant* o_Params = nullptr);
+  // True when the call failed with the service's error reply (GIO error 30).
+  bool f_CallFails(const char* z_c_Method, GVariant* o_Params = nullptr);
+  // Sends a call flagged "no reply expected"; returns its serial.
+  guint32 f_SendNoReply(const char* z_c_Method, GVariant* o_Params);
+  // True when a method return or error for this serial has reached the connection.
+  bool f_GotReplyTo(guint32 ui_Serial);
+  bool f_HasOwner(const char* z_c_Name);
+
+ private:
+  static GDBusMessage* f_Filter(GDBusConnection*, GDBusMessage*, gboolean, gpointer);
+  GDBusConnection* z_o_Conn = nullptr;
+  guint ui_Filter = 0;
+  GMutex o_Lock;
+  std::vector<guint32> o_ReplySerials;
+};
+
+struct Signal_ST {
+  std::string str_Name;
+  GVariant* o_Args;  // owned by the recorder
+  gint64 i_Time;     // monotonic µs
+};
+
+// Records every signal of the service interface.
+class SignalRecorder {
+ public:
+  explicit SignalRecorder(BusClient& o_Client);
+  ~SignalRecorder();
+  // Waits for the first recorded signal (from the current read position on) named
+  // z_c_Name that satisfies f_Pred; null on time-out. Found signals are consumed.
+  const Signal_ST* f_WaitFor(const char* z_c_Name, int i_TimeoutMs,
+                             const std::function<bool(GVariant*)>& f_Pred = {});
+  // All signals named z_c_Name recorded so far (consumed or not).
+  std::vector<const Signal_ST*> f_All(const char* z_c_Name) const;
+  size_t f_Count(const char* z_c_Name) const { return f_All(z_c_Name).size(); }
+  // Forgets everything recorded so far.
+  void f_Clear();
+  // Makes sure every signal the service sent before now has arrived (a round trip).
+  void f_Sync();
+
+ private:
+  static void f_OnSignal(GDBusConnection*, const gchar*, const gchar*, const gchar*, const gchar*,
+                         GVariant*, gpointer);
+  BusClient& o_Client;
+  guint ui_Sub = 0;
+  std::vector<Signal_ST> o_Signals;
+  std::vector<bool> o_Used;
+};
+
+// Convenience: an int from a one-int tuple, a string from "(s)".
+int f_Int(GVariant* o_V, int i_Index = 0);
+std::string f_Str(GVariant* o_V, int i_Index = 0);
+
+}  // namespace it

@@ -1,0 +1,79 @@
+// The shipped bus policy on a deny-by-default system bus: only root owns the name, root
+// may call, an ordinary user may only look.
+#include <cstdio>
+#include <gtest/gtest.h>
+#include <string>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "Harness.h"
+
+using namespace it;
+
+namespace {
+
+std::string f_DenyByDefaultConfig(const std::string& str_Dir) {
+  return PrivateBus::f_Config(
+      str_Dir,
+      "  <policy context=\"default\">\n"
+      "    <allow user=\"*\"/>\n"
+      "    <deny own=\"*\"/>\n"
+      "    <deny send_type=\"method_call\"/>\n"
+      "    <allow send_type=\"signal\"/>\n"
+      "    <allow send_requested_reply=\"true\" send_type=\"method_return\"/>\n"
+      "    <allow send_requested_reply=\"true\" send_type=\"error\"/>\n"
+      "    <allow receive_type=\"method_call\"/>\n"
+      "    <allow receive_type=\"method_return\"/>\n"
+      "    <allow receive_type=\"error\"/>\n"
+      "    <allow receive_type=\"signal\"/>\n"
+      "    <allow send_destination=\"org.freedesktop.DBus\"\n"
+      "           send_interface=\"org.freedesktop.DBus\"/>\n"
+      "    <allow send_destination=\"org.freedesktop.DBus\"\n"
+      "           send_interface=\"org.freedesktop.DBus.Introspectable\"/>\n"
+      "  </policy>\n"
+      "  <include>" SYSSRV_SOURCE_DIR "/packaging/com.torvane.akku.SysService.conf</include>\n");
+}
+
+// Runs gdbus as user "nobody" against the bus; returns its output.
+std::string f_RunAsNobody(const std::string& str_Address, const std::string& str_Args) {
+  std::string str_Cmd = "DBUS_SYSTEM_BUS_ADDRESS='" + str_Address +
+                        "' setpriv --reuid=65534 --regid=65534 --clear-groups gdbus " + str_Args +
+                        " 2>&1";
+  FILE* z_o_Pipe = popen(str_Cmd.c_str(), "r");
+  std::string str_Out;
+  char a_c_Buf[1024];
+  size_t ui_N;
+  while (z_o_Pipe && (ui_N = fread(a_c_Buf, 1, sizeof(a_c_Buf), z_o_Pipe)) > 0)
+    str_Out.append(a_c_Buf, ui_N);
+  if (z_o_Pipe) pclose(z_o_Pipe);
+  return str_Out;
+}
+
+TEST(BusPolicy, ShippedPolicyLetsRootOwnAndCallAndOthersOnlyLook) {
+  std::string str_Dir = f_MakeTempDir("syssrv-policy");
+  PrivateBus o_Bus(f_DenyByDefaultConfig(str_Dir));
+  chmod(str_Dir.c_str(), 0755);
+  Sandbox o_Box;
+  Daemon o_Daemon(o_Box, o_Bus);
+  ASSERT_TRUE(o_Daemon.f_Start()) << o_Daemon.f_Log();
+
+  BusClient o_Client(o_Bus.f_Address());
+  GVariant* o_R = o_Client.f_CallOk("fmfuget");
+  ASSERT_NE(o_R, nullptr);
+  EXPECT_EQ(f_Int(o_R), 100);
+  g_variant_unref(o_R);
+
+  if (geteuid() == 0) {
+    const std::string str_Dest =
+        "--system --dest com.torvane.akku.SysService --object-path /SysObj ";
+    std::string str_Call = f_RunAsNobody(
+        o_Bus.f_Address(), "call " + str_Dest + "--method com.torvane.akku.SysInterface.fmfuget");
+    EXPECT_NE(str_Call.find("AccessDenied"), std::string::npos) << str_Call;
+    std::string str_Look = f_RunAsNobody(o_Bus.f_Address(), "introspect " + str_Dest);
+    EXPECT_NE(str_Look.find("com.torvane.akku.SysInterface"), std::string::npos) << str_Look;
+  }
+  EXPECT_EQ(o_Daemon.f_Stop(), 0);
+  f_RemoveTree(str_Dir);
+}
+
+}  // namespace
