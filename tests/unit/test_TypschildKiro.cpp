@@ -1,0 +1,338 @@
+// The motor-unit nameplate: line lookups and rewrites, CRC blocks, the static, dynamic and
+// supplier data, the cycle-counter save, and images no reader may choke on.
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <cstdio>
+#include <filesystem>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "TestSupport.h"
+#include "TypschildKiro.h"
+#include "sysLib/Crc.h"
+#include "sysLib/Error.h"
+#include "sysLib/SysDiag.h"
+
+namespace {
+using Kiro = TypschildKiro_CL;
+const char* const MISS = "<missing>";
+
+std::string f_Block(const std::string& str_Covered) {
+  char a_c_Hex[8];
+  std::snprintf(a_c_Hex, sizeof(a_c_Hex), "%04X",
+                f_crcGet(0xFFFF, str_Covered.data(), static_cast<long>(str_Covered.size())));
+  return std::string("###") + a_c_Hex + "***";
+}
+std::string f_Checked(const std::string& str_Lines) { return str_Lines + f_Block(str_Lines); }
+
+const std::string STR_STATIC = "MNR:5521730002\r\nMotornennmoment:0.775\r\n";
+const std::string STR_DYN =
+    "TIX:AA3\r\nZyklusNr:0000000100\r\nWartungsintervall:0000000777\r\n"
+    "Lastintegral:123456789.000000\r\nStartLastZyklus:0000000000\r\n";
+const std::string STR_SUPPLIER = "MNR:4411200117\r\nSeriennummer:B230403117\r\nMAC:00:1A:2B\r\n";
+const std::string STR_OLD = "4411200117;0021;2023-04-03;B230403117;EMS1;";
+const std::string STR_SUPPLIER_DYN = "TIX:AA1\r\nPwrCtrlVersion:1.04\r\n";
+
+class KiroTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    Error_CL::f_GetErrorObj()->f_UseLocalStore();
+    Error_CL::f_GetErrorObj()->f_AttachStore([this](int i_Err) { o_Errors.push_back(i_Err); });
+    Kiro::f_ResetZyklusAlt();
+  }
+  void TearDown() override { Error_CL::f_GetErrorObj()->f_DetachStore(); }
+
+  // A 4096-byte EEPROM with each text at its sector's offset.
+  void f_Image(const std::string& str_Stat, const std::string& str_Dyn = STR_DYN,
+               const std::string& str_Sup = f_Checked(STR_SUPPLIER),
+               const std::string& str_SupDyn = f_Checked(STR_SUPPLIER_DYN)) {
+    std::string str_Img(4096, '\0');
+    str_Img.replace(0, str_Stat.size(), str_Stat).replace(1792, str_Dyn.size(), str_Dyn);
+    str_Img.replace(2048, str_Sup.size(), str_Sup).replace(3328, str_SupDyn.size(), str_SupDyn);
+    o_Root.f_Write(Kiro::A_C_DEVICE_PATH, str_Img);
+  }
+  void f_HwRev(int i_Rev) {
+    for (int i = 0; i < 3; ++i) {
+      o_Root.f_Write("/sys/class/gpio/gpio" + std::to_string(112 + i) + "/value",
+                     ((i_Rev >> i) & 1) != 0 ? "1" : "0");
+    }
+  }
+  std::string f_Diag(const std::string& str_Name) const {
+    std::string str_Path = "/var/sysdiag/" + str_Name;
+    return o_Root.f_Exists(str_Path) ? o_Root.f_Read(str_Path) : MISS;
+  }
+  std::string f_Value(const Kiro& o_Kiro, const char* z_c_Key) {
+    std::string str_Value;
+    return o_Kiro.f_GetValue(z_c_Key, str_Value, ':') == 0 ? str_Value : MISS;
+  }
+  void f_Sim(const std::string& str_Args) {
+    std::string str_Cmd = std::string(SYSSRV_SIM) + " " + str_Args + " >/dev/null";
+    ASSERT_EQ(std::system(str_Cmd.c_str()), 0) << str_Args;
+  }
+
+  TempRoot o_Root;
+  std::vector<int> o_Errors;
+};
+
+TEST_F(KiroTest, LookupsFollowTheLineFormat) {
+  struct Case_ST {
+    std::string str_Sector, str_Key, str_Text;
+    int i_Int;
+    double d_Real;
+  } a_o_Cases[] = {
+      // The first occurrence wins, even inside a longer key.
+      {"AbtriebMNR:8843270A02\r\nMNR:5521730002\r\n", "MNR", "8843270A02", 8843270, 8843270.0},
+      {"Nennmoment: 30.5 \r\n", "Nennmoment", " 30.5 ", 30, 30.5},
+      // A CR anywhere behind ends the value before an LF does.
+      {"ZyklusNr:7\nTIX:AA3\r\n", "ZyklusNr", "7\nTIX:AA3", 7, 7.0},
+      {"ZyklusNr:7\nTIX:AA3\n", "ZyklusNr", "7", 7, 7.0},
+      {"Code:\r\nMotorkennung:2\r\n", "Code", "", INT_MIN, Kiro::D_REAL_MISSING},
+      {"Code:P30\r\n", "Nenndrehzahl", MISS, INT_MIN, Kiro::D_REAL_MISSING},
+      // A full sector without a zero: its line end lies in the next sector, out of reach.
+      {std::string(1782, 'x') + "ZyklusNr:7", "ZyklusNr", MISS, INT_MIN, Kiro::D_REAL_MISSING},
+  };
+  Kiro o_Kiro;
+  for (const Case_ST& o_Case : a_o_Cases) {
+    f_Image(o_Case.str_Sector, "\r\n\r\n");
+    ASSERT_EQ(o_Kiro.f_ReadTypschildSector(0, false), 0);
+    int i_Int = 0;
+    double d_Real = 0.0;
+    EXPECT_EQ(f_Value(o_Kiro, o_Case.str_Key.c_str()), o_Case.str_Text) << o_Case.str_Sector;
+    int i_IntRet = o_Kiro.f_GetValue(o_Case.str_Key.c_str(), i_Int, ':');
+    EXPECT_EQ(i_IntRet, o_Case.i_Int == INT_MIN ? -1 : 0) << o_Case.str_Sector;
+    EXPECT_EQ(i_Int, o_Case.i_Int) << o_Case.str_Sector;
+    o_Kiro.f_GetValue(o_Case.str_Key.c_str(), d_Real, ':');
+    EXPECT_DOUBLE_EQ(d_Real, o_Case.d_Real) << o_Case.str_Sector;
+  }
+}
+
+TEST_F(KiroTest, RewriteKeepsTheFieldWidth) {
+  struct Case_ST {
+    std::string str_Sector, str_New;
+    int i_Ret;
+    std::string str_After;
+  } a_o_Cases[] = {
+      {"Last:0000000000\r\n", "45", 0, "45        "},
+      {"Last:0000000000\r\n", "12345678901", 0, "2345678901"},  // low-order digits survive
+      {"Last:\r\n", "45", 0, ""},
+      {"Code:0000\r\n", "45", -1, MISS},
+  };
+  Kiro o_Kiro;
+  for (const Case_ST& o_Case : a_o_Cases) {
+    f_Image(o_Case.str_Sector + "Next:1\r\n");
+    ASSERT_EQ(o_Kiro.f_ReadTypschildSector(0, false), 0);
+    EXPECT_EQ(o_Kiro.f_SetValue("Last", o_Case.str_New), o_Case.i_Ret) << o_Case.str_Sector;
+    EXPECT_EQ(f_Value(o_Kiro, "Last"), o_Case.str_After) << o_Case.str_Sector;
+    EXPECT_EQ(f_Value(o_Kiro, "Next"), "1") << o_Case.str_Sector;
+  }
+  f_Image("Last:0000\r\n");
+  o_Kiro.f_ReadTypschildSector(0, false);
+  EXPECT_EQ(o_Kiro.f_SetValue("Last", 123456u, 3), 0);
+  EXPECT_EQ(f_Value(o_Kiro, "Last"), "3456");
+}
+
+TEST_F(KiroTest, CrcBlockDecidesTheCheckedRead) {
+  const std::string str_Hex = f_Block(STR_STATIC).substr(3, 4);
+  std::string str_Flipped = STR_STATIC;
+  str_Flipped[5] ^= 1;
+  struct Case_ST {
+    std::string str_Sector;
+    int i_Ret;
+  } a_o_Cases[] = {
+      {STR_STATIC + "###" + str_Hex + "***R02;", 0},
+      {STR_STATIC + "###" + str_Hex + "zz***", 0},  // parsing stops at the first non-hex
+      {STR_STATIC + "###" + str_Hex + "0***", -1},
+      {str_Flipped + "###" + str_Hex + "***", -1},
+      {STR_STATIC + str_Hex + "***", -1},
+      {STR_STATIC + "###" + str_Hex, -1},
+  };
+  Kiro o_Kiro;
+  for (const Case_ST& o_Case : a_o_Cases) {
+    o_Errors.clear();
+    f_Image(o_Case.str_Sector);
+    EXPECT_EQ(o_Kiro.f_ReadTypschildSector(0, true), o_Case.i_Ret) << o_Case.str_Sector;
+    EXPECT_EQ(o_Kiro.f_ReadTypschildSector(0, false), 0);  // unchecked reads never fail on it
+    EXPECT_EQ(o_Errors, o_Case.i_Ret == 0 ? std::vector<int>{} : std::vector<int>{3201});
+  }
+  // A device shorter than a sector is read short; one that ends before the sector fails.
+  o_Root.f_Write(Kiro::A_C_DEVICE_PATH, std::string(1792, '\0') + "TIX:AB\r\n");
+  EXPECT_EQ(o_Kiro.f_ReadTypschildSector(1792, false), 0);
+  EXPECT_EQ(f_Value(o_Kiro, "TIX"), "AB");
+  EXPECT_EQ(o_Kiro.f_ReadTypschildSector(2048, false), -1);
+}
+
+TEST_F(KiroTest, StaticKeysAreNormalised) {
+  struct Case_ST {
+    std::string str_Lines, str_Typ;
+    int i_Impulse;
+    bool b_Abtrieb;
+  } a_o_Cases[] = {
+      {"Komponententyp:1A\r\nImpulseProUmdrehung:36\r\n", "0x1A", 36, false},
+      {"Komponententyp:0x1A\r\n", "0x1A", 24, false},
+      {"Komponententyp:1X\r\nImpulseProUmdrehung:\r\nAbtriebMNR:\r\n", "1X", 24, true},
+  };
+  for (const Case_ST& o_Case : a_o_Cases) {
+    f_Image(f_Checked(STR_STATIC + o_Case.str_Lines));
+    Kiro o_Kiro;
+    const TypschildKiroStat_ST& o_Stat = o_Kiro.f_GetStatData();
+    EXPECT_EQ(o_Stat.str_Komponententyp, o_Case.str_Typ);
+    EXPECT_EQ(o_Stat.i_ImpulseProUmdrehung, o_Case.i_Impulse);
+    EXPECT_EQ(o_Stat.b_AbtriebMnrFound, o_Case.b_Abtrieb);
+    EXPECT_DOUBLE_EQ(o_Stat.d_Motornennmoment, 0.775);
+    EXPECT_EQ(o_Kiro.f_ReadStatData(), 0);  // a second read does not double the CRC text
+    EXPECT_EQ("###" + o_Kiro.f_GetCrcText() + "***", f_Block(STR_STATIC + o_Case.str_Lines));
+  }
+}
+
+// The simulator writes the images the tool carries; both supplier formats must read.
+TEST_F(KiroTest, SimulatedToolsReadCompletely) {
+  for (const char* z_c_Args : {" --hw-rev 0 --with-drive-mnr", ""}) {
+    f_Sim("init '" + o_Root.f_Dir() + "'" + z_c_Args);
+    Kiro o_Kiro;
+    EXPECT_EQ(o_Kiro.f_Read(), 0) << z_c_Args;
+    EXPECT_EQ(o_Kiro.f_GetStatData().b_AbtriebMnrFound, *z_c_Args != '\0');
+    EXPECT_EQ(f_Diag("cycle") + " " + f_Diag("torqueload") + " " + f_Diag("hardware/supplier"),
+              "100 12.500000 EMS1");
+    EXPECT_EQ(f_Diag("hardware/tix"), *z_c_Args != '\0' ? "AA0" : "AA1");
+  }
+  EXPECT_TRUE(o_Errors.empty());
+  f_Sim("nameplate corrupt static");
+  EXPECT_EQ(Kiro().f_GetStatData().str_Mnr, "");
+  EXPECT_EQ(o_Errors, std::vector<int>{3201});
+}
+
+TEST_F(KiroTest, SupplierFormatFollowsTheHardwareRevision) {
+  struct Case_ST {
+    int i_HwRev;  // -1: no GPIO lines
+    std::string str_Sup, str_SupDyn;
+    int i_Ret;
+    std::string str_Diag;  // tix mnr mac revision
+  } a_o_Cases[] = {
+      {4, f_Checked(STR_SUPPLIER), f_Checked(STR_SUPPLIER_DYN), 0, "AA1 4411200117 00:1A:2B -"},
+      {1, f_Checked("MNR:1\r\n"), f_Checked(STR_SUPPLIER_DYN), 0, "AA1 1  -"},
+      {0, f_Checked(STR_OLD) + "R02;", "", 0, "AA0 4411200117 - R02"},
+      {0, f_Checked(STR_OLD) + "R02", "", 0, "AA0 4411200117 - -"},
+      // Revision 0 with key lines: the old record fails, the new format reads.
+      {0, f_Checked(STR_SUPPLIER), f_Checked(STR_SUPPLIER_DYN), 0, "AA1 4411200117 00:1A:2B -"},
+      {-1, f_Checked(STR_SUPPLIER), f_Checked(STR_SUPPLIER_DYN), 0, "AA1 4411200117 00:1A:2B -"},
+      {0, STR_OLD + "###0000***R02;", "", -1, "AA0 - - -"},
+      {1, f_Checked(STR_SUPPLIER), STR_SUPPLIER_DYN + "###0000***", -1, "- 4411200117 00:1A:2B -"},
+  };
+  Kiro o_Kiro;
+  for (const Case_ST& o_Case : a_o_Cases) {
+    std::filesystem::remove_all(o_Root.f_Path("/var/sysdiag"));
+    std::filesystem::remove_all(o_Root.f_Path("/sys/class/gpio"));
+    if (o_Case.i_HwRev >= 0) f_HwRev(o_Case.i_HwRev);
+    f_Image(f_Checked(STR_STATIC), STR_DYN, o_Case.str_Sup, o_Case.str_SupDyn);
+    EXPECT_EQ(o_Kiro.f_ReadSupplierData(), o_Case.i_Ret) << o_Case.str_Sup;
+    std::string str_Diag;
+    for (const char* z_c_Param : {"tix", "mnr", "mac", "revision"}) {
+      std::string str_Value = f_Diag(std::string("hardware/") + z_c_Param);
+      str_Diag += (str_Diag.empty() ? "" : " ") + (str_Value == MISS ? "-" : str_Value);
+    }
+    EXPECT_EQ(str_Diag, o_Case.str_Diag) << o_Case.str_Sup;
+  }
+}
+
+TEST_F(KiroTest, DynamicSectorDefaultsAndRoundTrip) {
+  struct Case_ST {
+    std::string str_Dyn;
+    unsigned int ui_Zyklus, ui_Start;
+    double d_Last;
+  } a_o_Cases[] = {
+      {"ZyklusNr:0000000100\r\nLastintegral:2.5\r\n", 100, 100, 2.5},
+      {"ZyklusNr:0000000100\r\nStartLastZyklus:0000000050\r\n", 100, 50, 0.0},
+      // A lost count stays visible as INT_MIN instead of restarting at zero.
+      {"TIX:AA3\r\n", 2147483648u, 2147483648u, 0.0},
+  };
+  for (const Case_ST& o_Case : a_o_Cases) {
+    f_Image(f_Checked(STR_STATIC), o_Case.str_Dyn);
+    Kiro o_Kiro;
+    EXPECT_EQ(o_Kiro.f_GetStartLastZyklus(), o_Case.ui_Start);
+    EXPECT_DOUBLE_EQ(o_Kiro.f_GetLastintegral(), o_Case.d_Last);
+    EXPECT_EQ(f_Diag("cycle"), std::to_string(o_Case.ui_Zyklus));
+  }
+
+  // The save writes five lines over the longer old text and leaves that text's tail.
+  f_Image(f_Checked(STR_STATIC));
+  const std::string str_Before = o_Root.f_Read(Kiro::A_C_DEVICE_PATH);
+  Kiro o_Kiro;
+  f_SysDiagSetCycle(250);
+  f_SysDiagSetTorqueLoad(33.25);
+  ASSERT_EQ(o_Kiro.f_Write(), 0);
+  const std::string str_Saved = o_Root.f_Read(Kiro::A_C_DEVICE_PATH);
+  EXPECT_EQ(str_Saved.substr(1792, 120),
+            "TIX:AA3\r\nZyklusNr:0000000250\r\nWartungsintervall:0000000000\r\n"
+            "Lastintegral:33.250000\r\nStartLastZyklus:0000000000\r\n" +
+                std::string("00000\r\n\0", 8));
+  EXPECT_EQ(str_Saved.substr(2048), str_Before.substr(2048));
+  Kiro o_Again;
+  EXPECT_EQ(o_Again.f_GetZyklus(), 250u);
+  EXPECT_DOUBLE_EQ(o_Again.f_GetLastintegral(), 33.25);
+
+  // A load integral too long for its line is refused, not spilled into the supplier sector.
+  f_SysDiagSetParam("torqueload", "1e200");
+  EXPECT_EQ(o_Kiro.f_Write(), -1);
+  EXPECT_EQ(o_Root.f_Read(Kiro::A_C_DEVICE_PATH), str_Saved);
+  std::filesystem::remove(o_Root.f_Path(Kiro::A_C_DEVICE_PATH));
+  EXPECT_EQ(o_Kiro.f_SaveDynData(), -1);
+  EXPECT_FALSE(o_Root.f_Exists(Kiro::A_C_DEVICE_PATH));
+}
+
+TEST_F(KiroTest, CycleCountIsSavedOnceMoreThanTenCyclesPassed) {
+  f_Image(f_Checked(STR_STATIC));
+  Kiro o_Kiro;  // reads cycle 100
+  for (unsigned int ui_Store : {105u, 110u, 111u, 121u, 122u}) {
+    f_SysDiagSetCycle(ui_Store);
+    o_Kiro.f_ZyklusCheck();
+    o_Kiro.f_ReadTypschildSector(Kiro::I_OFFSET_DYN_DATA, false);
+    unsigned int ui_Saved = ui_Store < 111 ? 100 : ui_Store < 122 ? 111 : 122;
+    EXPECT_EQ(std::atoi(f_Value(o_Kiro, "ZyklusNr").c_str()), static_cast<int>(ui_Saved));
+  }
+  unsigned int ui_Zyklus = 0;
+  EXPECT_EQ(o_Kiro.f_ZyklusGet(ui_Zyklus), 0);
+  EXPECT_EQ(ui_Zyklus, 122u);
+  std::filesystem::remove(o_Root.f_Path("/var/sysdiag/cycle"));
+  EXPECT_EQ(o_Kiro.f_ZyklusGet(ui_Zyklus), -1);
+}
+
+TEST_F(KiroTest, RandomAndTruncatedImagesStayInsideTheBuffer) {
+  f_Image(f_Checked(STR_STATIC));
+  const std::string str_NewFormat = o_Root.f_Read(Kiro::A_C_DEVICE_PATH);
+  f_Sim("init '" + o_Root.f_Dir() + "' --hw-rev 0");
+  const std::string str_OldFormat = o_Root.f_Read(Kiro::A_C_DEVICE_PATH);
+  const std::string str_Alphabet = ":\r\n;#*xX0123456789ABCDEF \xff";
+  std::mt19937 o_Rng(4711);
+  auto f_Rand = [&](size_t ui_Max) { return static_cast<size_t>(o_Rng() % (ui_Max + 1)); };
+  auto f_Char = [&] { return str_Alphabet[f_Rand(str_Alphabet.size() - 1)]; };
+  Kiro o_Kiro;
+  for (int i = 0; i < 2500; ++i) {
+    std::string str_Img = (i / 4) % 2 == 0 ? str_NewFormat : str_OldFormat;
+    if (i % 4 == 0) {  // noise without a zero byte
+      str_Img.resize(f_Rand(4200));
+      for (char& c_Byte : str_Img) c_Byte = f_Char();
+    } else if (i % 4 == 1) {  // a few bytes changed, zeros among them
+      for (size_t n = f_Rand(40); n > 0; --n) str_Img[f_Rand(4095)] = n % 7 == 0 ? '\0' : f_Char();
+    } else if (i % 4 == 2) {
+      str_Img.resize(f_Rand(str_Img.size()));
+    } else {  // erased from some point on
+      str_Img.replace(f_Rand(4095), 4096, 4096, '\xff');
+    }
+    o_Root.f_Write(Kiro::A_C_DEVICE_PATH, str_Img);
+    if (i % 50 == 0) f_HwRev(static_cast<int>(f_Rand(7)));
+    // The whole read (with its exports) now and then, every sector's parsers each time.
+    if (i % 5 == 0) {
+      o_Kiro.f_Read();
+      o_Kiro.f_ReadSupplierDataAlt();
+    }
+    for (int i_Offset : {0, 1792, 2048, 3328}) {
+      o_Kiro.f_ReadTypschildSector(i_Offset, true);
+      o_Kiro.f_ReadCrcStatData();
+      for (const char* z_c_Key : {"MNR", "ZyklusNr", "TIX", ""}) f_Value(o_Kiro, z_c_Key);
+      o_Kiro.f_SetValue("ZyklusNr", std::string("0123456789012"));
+    }
+  }
+}
+}  // namespace
