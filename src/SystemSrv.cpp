@@ -13,7 +13,9 @@
 #include <unistd.h>
 
 #include "Battery.h"
+#include "BatchCntCfg.h"
 #include "BusInterface.h"
+#include "ChanCfg.h"
 #include "ErrorHandler.h"
 #include "sysLib/Bms.h"
 #include "sysLib/Error.h"
@@ -142,12 +144,15 @@ void f_SysObjConstruct(SysObj* z_o_Obj) {
 
   if (!f_Build(z_o_Bms, [] { return new Bms_CL(); })) return;
   z_o_Obj->b_AckInputLevel = !z_o_Bms->f_In(17);
+  if (!f_Build(z_o_ChanCfg, [z_o_Obj] { return new ChanCfg_CL(z_o_Obj); })) return;
 
   if (!f_Build(z_o_ErrorHandler, [z_o_Obj] {
         return new ErrorHandler_CL(z_o_Obj, sys_obj_get_type(), z_o_Bms);
       }))
     return;
   z_o_Bms->f_Out(17, false);
+  z_o_BatchCntCfg = new BatchCntCfg_CL("/home/tool/config/OkNokCntCfg.json");
+  z_o_JobBatchCntCfg = new BatchCntCfg_CL("/home/tool/config/JobOkNokCntCfg.json");
 
   f_SysDiagSetBatteryStatus(4);
   f_SysDiagSetBatteryPower(0);
@@ -241,6 +246,8 @@ gboolean f_CheckProcTerm(gpointer z_v_Obj) {
     z_o_ErrorHandler->f_ResetRdyFlag(3);
     z_o_ErrorHandler->f_RdyChecker();
   }
+  delete z_o_ChanCfg;
+  z_o_ChanCfg = nullptr;
   delete z_o_ErrorHandler;
   z_o_ErrorHandler = nullptr;
   delete z_o_Bms;

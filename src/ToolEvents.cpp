@@ -5,6 +5,8 @@
 #include <syslog.h>
 #include <unistd.h>
 
+#include "BatchCntCfg.h"
+#include "ChanCfg.h"
 #include "ErrorHandler.h"
 #include "SystemSrv.h"
 #include "sysLib/ConfigFile.h"
@@ -117,6 +119,8 @@ gboolean f_CfgFileChanged(SysObj* z_o_Obj, const char* z_c_FilePath, GError**) {
   syslog(LOG_INFO, "f_CfgFileChanged->%s", z_c_FilePath);
   sync();
   if (z_o_ErrorHandler != nullptr) z_o_ErrorHandler->f_CfgFileChanged(z_c_FilePath);
+  if (z_o_ChanCfg != nullptr) z_o_ChanCfg->f_NewCfg(z_c_FilePath);
+  if (z_o_BatchCntCfg != nullptr) z_o_BatchCntCfg->f_CfgFileChanged(z_c_FilePath);
   f_EmitCfgFileChanged(z_o_Obj, z_c_FilePath);
   return TRUE;
 }

@@ -1,0 +1,199 @@
+// Batch-counter configurations: counter sets from JSON and from sizes, the file as the
+// tool process reads it, and what bad input or a damaged file does to the sets held.
+#include <gtest/gtest.h>
+
+#include <cjson/cJSON.h>
+#include <climits>
+#include <csignal>
+#include <string>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <tuple>
+#include <unistd.h>
+#include <vector>
+
+#include "BatchCntCfg.h"
+#include "SystemSrv.h"
+#include "TestSupport.h"
+
+namespace {
+constexpr const char* A_C_PRG = "/home/tool/config/OkNokCntCfg.json";
+
+// MaxOk, MaxNok, DirectionOk, DirectionNok, LockTool, LockCcw, LockCcwAfterOk/Nok.
+using Set_T = std::tuple<int, int, bool, bool, bool, bool, bool, bool>;
+
+Set_T f_Get(const SysBatchCntCfg_CL& o_Cfg, int i_Id) {
+  CounterSet_ST o{};
+  if (o_Cfg.f_GetCounterSet(i_Id, &o) != 0) return Set_T{-7, -7, 0, 0, 0, 0, 0, 0};
+  return Set_T{o.MaxOk,    o.MaxNok,  o.DirectionOk,    o.DirectionNok,
+               o.LockTool, o.LockCcw, o.LockCcwAfterOk, o.LockCcwAfterNok};
+}
+
+std::vector<int> f_Ids(const SysBatchCntCfg_CL& o_Cfg) {
+  std::vector<int> o_Ids;
+  CounterSet_ST o{};
+  for (int i = -10; i <= 400; ++i)
+    if (o_Cfg.f_GetCounterSet(i, &o) == 0) o_Ids.push_back(i);
+  return o_Ids;
+}
+
+class BatchCntCfgTest : public ::testing::Test {
+ protected:
+  void SetUp() override { o_Root.f_Write("/home/tool/config/.keep", ""); }
+  TempRoot o_Root;
+};
+}  // namespace
+
+// The JSON form and the size form deliberately disagree on their defaults.
+TEST_F(BatchCntCfgTest, JsonAndSizeFormsHaveTheirOwnDefaults) {
+  BatchCntCfg_CL o_Cfg(A_C_PRG);
+  EXPECT_EQ(o_Cfg.f_Set(R"({"Id":5})", true), 0);
+  EXPECT_EQ(f_Get(o_Cfg, 5), (Set_T{0, 0, false, false, true, true, false, false}));
+  // Numbers and booleans are read alike, fractions truncated, "up" matched exactly.
+  EXPECT_EQ(o_Cfg.f_Set(R"({"Id":6.9,"MaxOk":4.5,"MaxNok":2,"DirectionOk":"UP",
+      "DirectionNok":"up","LockTool":0,"LockCcw":3,"LockCcwAfterOk":true})",
+                        true),
+            0);
+  EXPECT_EQ(f_Get(o_Cfg, 6), (Set_T{4, 2, false, true, false, true, true, false}));
+
+  EXPECT_EQ(o_Cfg.f_Set(20, 10, -1, true), 0);
+  EXPECT_EQ(f_Get(o_Cfg, 20), (Set_T{10, 0, true, true, true, true, true, false}));
+  // On an existing set only the sizes move; -1 keeps the NOK size.
+  EXPECT_EQ(o_Cfg.f_Set(6, 30, -1, false), 0);
+  EXPECT_EQ(f_Get(o_Cfg, 6), (Set_T{30, 2, false, true, false, true, true, false}));
+  // Without the create flag nothing new appears, in either form.
+  EXPECT_EQ(o_Cfg.f_Set(21, 1, 1, false), -1);
+  EXPECT_EQ(o_Cfg.f_Set(R"({"Id":22})", false), -1);
+  EXPECT_EQ(f_Ids(o_Cfg), (std::vector<int>{5, 6, 20}));
+}
+
+TEST_F(BatchCntCfgTest, BadCounterSetTextChangesNothingAndHugeNumbersClamp) {
+  BatchCntCfg_CL o_Cfg(A_C_PRG);
+  ASSERT_EQ(o_Cfg.f_Set(R"({"Id":3,"MaxOk":8})", true), 0);
+  const std::string str_Deep(5000, '[');
+  for (const char* z_c_Text :
+       {static_cast<const char*>(nullptr), "", "not json", "{\"Id\":4", "[1,2]", "5", "{}",
+        R"({"MaxOk":3})", R"({"Id":-1})", R"({"Id":-1e300})", R"({"Id":"4"})", R"({"Id":true})",
+        str_Deep.c_str()}) {
+    std::string str_Ctx = z_c_Text == nullptr ? "(null)" : std::string(z_c_Text).substr(0, 30);
+    EXPECT_EQ(o_Cfg.f_Set(z_c_Text, true), -1) << str_Ctx;
+    EXPECT_EQ(f_Ids(o_Cfg), std::vector<int>{3}) << str_Ctx;
+    EXPECT_EQ(std::get<0>(f_Get(o_Cfg, 3)), 8) << str_Ctx;
+  }
+  ASSERT_EQ(o_Cfg.f_Set(R"({"Id":4,"MaxOk":1e300,"MaxNok":-1e400})", true), 0);
+  EXPECT_EQ(std::get<0>(f_Get(o_Cfg, 4)), INT_MAX);
+  EXPECT_EQ(std::get<1>(f_Get(o_Cfg, 4)), INT_MIN);
+  ASSERT_EQ(o_Cfg.f_Set(R"({"Id":1e999})", true), 0);
+  EXPECT_TRUE(o_Cfg.f_IsConfigured(static_cast<unsigned>(INT_MAX)));
+  std::string str_Long = R"({"Id":9,"DirectionOk":")" + std::string(200000, 'u') + "\"}";
+  ASSERT_EQ(o_Cfg.f_Set(str_Long.c_str(), true), 0);
+  EXPECT_FALSE(std::get<2>(f_Get(o_Cfg, 9)));
+}
+
+// The file as the tool process parses it: cJSON's formatted text, keys in order, only
+// ids 0..255, BmsSelect handed through.
+TEST_F(BatchCntCfgTest, FileHoldsOnlyIds0To255WithKeysInOrder) {
+  o_Root.f_Write(A_C_PRG, R"({"CntrSets":[],"BmsSelect":true})");
+  BatchCntCfg_CL o_Cfg(A_C_PRG);
+  for (int i_Id : {300, -5, 255, 0}) ASSERT_EQ(o_Cfg.f_Set(i_Id, i_Id, 2, true), 0);
+  ASSERT_EQ(o_Cfg.f_Set(R"({"Id":255,"MaxOk":7,"DirectionNok":"up","LockCcw":false})", false), 0);
+  ASSERT_EQ(o_Cfg.f_SaveCfg(), 0);
+
+  std::string str_Text = o_Root.f_Read(A_C_PRG);
+  cJSON* z_o_Tree = cJSON_Parse(str_Text.c_str());
+  ASSERT_NE(z_o_Tree, nullptr) << str_Text;
+  char* z_c_Reprint = cJSON_Print(z_o_Tree);
+  EXPECT_EQ(str_Text, z_c_Reprint);
+  cJSON_free(z_c_Reprint);
+  std::vector<std::string> o_Keys;
+  for (cJSON* z_o_It = z_o_Tree->child; z_o_It; z_o_It = z_o_It->next) {
+    o_Keys.push_back(z_o_It->string);
+    for (cJSON* z_o_Set = z_o_It->child; cJSON_IsArray(z_o_It) && z_o_Set; z_o_Set = z_o_Set->next)
+      for (cJSON* z_o_Key = z_o_Set->child; z_o_Key; z_o_Key = z_o_Key->next)
+        o_Keys.push_back(z_o_Key->string);
+  }
+  const std::vector<std::string> o_Set = {"Id",          "MaxOk",          "MaxNok",
+                                          "DirectionOk", "DirectionNok",   "LockTool",
+                                          "LockCcw",     "LockCcwAfterOk", "LockCcwAfterNok"};
+  std::vector<std::string> o_Expected{"CntrSets"};
+  o_Expected.insert(o_Expected.end(), o_Set.begin(), o_Set.end());
+  o_Expected.insert(o_Expected.end(), o_Set.begin(), o_Set.end());
+  o_Expected.push_back("BmsSelect");
+  EXPECT_EQ(o_Keys, o_Expected);
+  EXPECT_TRUE(cJSON_IsTrue(cJSON_GetObjectItem(z_o_Tree, "BmsSelect")));
+  cJSON_Delete(z_o_Tree);
+
+  // The out-of-range sets stay in memory only.
+  EXPECT_EQ(f_Ids(o_Cfg), (std::vector<int>{-5, 0, 255, 300}));
+  SysBatchCntCfg_CL o_Reader(A_C_PRG);
+  EXPECT_EQ(f_Ids(o_Reader), (std::vector<int>{0, 255}));
+  EXPECT_EQ(f_Get(o_Reader, 255), (Set_T{7, 0, false, true, true, false, false, false}));
+  EXPECT_EQ(f_Get(o_Reader, 0), (Set_T{0, 2, true, true, true, true, true, false}));
+}
+
+// Whatever is wrong with the file, the sets last read stay; a missing file is simply
+// "no counters configured", and one bad entry costs only itself.
+TEST_F(BatchCntCfgTest, DamagedFileKeepsTheLastGoodSets) {
+  o_Root.f_Write(A_C_PRG, R"({"CntrSets":[{"Id":1},{"Id":4,"MaxOk":5}],"BmsSelect":true})");
+  SysBatchCntCfg_CL o_Cfg(A_C_PRG);
+  for (const std::string& str_Text :
+       {std::string(), std::string("{\"CntrSets\":[{\"Id\":1}"), std::string("\0{}", 3),
+        std::string("[]"), std::string("{}"), std::string("{\"CntrSets\":{}}"),
+        std::string(2 * 1024 * 1024, ' ')}) {
+    o_Root.f_Write(A_C_PRG, str_Text);
+    EXPECT_EQ(o_Cfg.f_CfgFileChanged(A_C_PRG), -1) << str_Text.substr(0, 30);
+    EXPECT_EQ(f_Ids(o_Cfg), (std::vector<int>{1, 4})) << str_Text.substr(0, 30);
+    EXPECT_EQ(std::get<0>(f_Get(o_Cfg, 4)), 5);
+    EXPECT_TRUE(o_Cfg.f_GetBmsSelect());
+  }
+  ASSERT_EQ(unlink(o_Root.f_Path(A_C_PRG).c_str()), 0);
+  ASSERT_EQ(mkdir(o_Root.f_Path(A_C_PRG).c_str(), 0755), 0);
+  EXPECT_EQ(o_Cfg.f_Read(100), -1);
+  EXPECT_EQ(f_Ids(o_Cfg), (std::vector<int>{1, 4}));
+  ASSERT_EQ(rmdir(o_Root.f_Path(A_C_PRG).c_str()), 0);
+
+  o_Root.f_Write(A_C_PRG, R"({"CntrSets":[{"Id":2},{"MaxOk":1},7,{"Id":"3"},{"Id":6}]})");
+  EXPECT_EQ(o_Cfg.f_Read(100), 0);
+  EXPECT_EQ(f_Ids(o_Cfg), (std::vector<int>{2, 6}));
+  ASSERT_EQ(unlink(o_Root.f_Path(A_C_PRG).c_str()), 0);
+  EXPECT_EQ(o_Cfg.f_Read(100), 0);
+  EXPECT_EQ(o_Cfg.f_GetNrConfiguredCounters(), 0);
+}
+
+TEST_F(BatchCntCfgTest, FailedWriteLeavesTheOldFileWhole) {
+  BatchCntCfg_CL o_Cfg(A_C_PRG);
+  for (int i_Id = 0; i_Id < 256; ++i_Id) ASSERT_EQ(o_Cfg.f_Set(i_Id, i_Id, i_Id, true), 0);
+  ASSERT_EQ(o_Cfg.f_SaveCfg(), 0);
+  const std::string str_Before = o_Root.f_Read(A_C_PRG);
+  o_Cfg.f_ResetAll();
+  // The disk fills up part-way through the new text.
+  struct rlimit o_Old {};
+  getrlimit(RLIMIT_FSIZE, &o_Old);
+  struct rlimit o_Small = o_Old;
+  o_Small.rlim_cur = 1000;
+  signal(SIGXFSZ, SIG_IGN);
+  ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &o_Small), 0);
+  int i_Ret = o_Cfg.f_Write(-1);
+  setrlimit(RLIMIT_FSIZE, &o_Old);
+  signal(SIGXFSZ, SIG_DFL);
+  EXPECT_EQ(i_Ret, -2);
+  EXPECT_EQ(o_Root.f_Read(A_C_PRG), str_Before);
+  // The change is still held and goes out with the next save.
+  ASSERT_EQ(o_Cfg.f_SaveCfg(), 0);
+  EXPECT_EQ(f_Get(SysBatchCntCfg_CL(A_C_PRG), 200),
+            (Set_T{0, 0, true, true, false, false, false, false}));
+}
+
+// A service that started without its configurations answers with failure, never a crash.
+TEST_F(BatchCntCfgTest, HandlersFailWithoutConfigurations) {
+  SysObj o_Obj{};
+  ASSERT_EQ(z_o_BatchCntCfg, nullptr);
+  GArray* z_o_Array = nullptr;
+  for (int i_Nr : {-3, -2, -1, 0}) {
+    EXPECT_FALSE(f_BatchCntrSet(&o_Obj, i_Nr, R"({"Id":1})", nullptr)) << i_Nr;
+    EXPECT_FALSE(f_BatchCntrClear(&o_Obj, i_Nr, nullptr)) << i_Nr;
+    EXPECT_FALSE(f_BatchCntrDel(&o_Obj, i_Nr, nullptr)) << i_Nr;
+  }
+  EXPECT_FALSE(f_BatchCntrGet(&o_Obj, &z_o_Array, nullptr));
+  EXPECT_EQ(z_o_Array, nullptr);
+}

@@ -1,0 +1,400 @@
+// The channel configuration: tool limits by hand, the catalogue, start-up rebuild versus
+// repair versus untouched, bad input, the maintenance factor and the host name.
+#include <gtest/gtest.h>
+
+#include <cjson/cJSON.h>
+#include <climits>
+#include <cstdlib>
+#include <ctime>
+#include <functional>
+#include <string>
+#include <sys/stat.h>
+#include <vector>
+
+#include "ChanCfg.h"
+#include "TestSupport.h"
+#include "TypschildKiro.h"
+#include "sysLib/Error.h"
+
+namespace {
+constexpr const char* A_C_PATH = "/home/tool/config/ChanCfg.json";
+using Cfg = ConfigFileHelper_CL;
+using Keys = std::vector<std::string>;
+
+// The written file, read by "Section/Key".
+struct Json_CL {
+  explicit Json_CL(const TempRoot& o_Root)
+      : z_o_Tree(cJSON_Parse(o_Root.f_Read(A_C_PATH).c_str())) {}
+  ~Json_CL() { cJSON_Delete(z_o_Tree); }
+  const cJSON* f_At(const std::string& str_Path) const {
+    size_t ui_Slash = str_Path.find('/');
+    if (ui_Slash == std::string::npos) return cJSON_GetObjectItem(z_o_Tree, str_Path.c_str());
+    return cJSON_GetObjectItem(cJSON_GetObjectItem(z_o_Tree, str_Path.substr(0, ui_Slash).c_str()),
+                               str_Path.substr(ui_Slash + 1).c_str());
+  }
+  double f_Num(const std::string& str_Path) const {
+    const cJSON* z_o_Item = f_At(str_Path);
+    return cJSON_IsNumber(z_o_Item) ? z_o_Item->valuedouble : -999999.0;
+  }
+  std::string f_Str(const std::string& str_Path) const {
+    const cJSON* z_o_Item = f_At(str_Path);
+    return cJSON_IsString(z_o_Item) ? z_o_Item->valuestring : "<none>";
+  }
+  double f_Limit(const char* z_c_Table, int i_Id) const {  // "Wert" of one unit
+    const cJSON* z_o_Arr = f_At(std::string("Grenzen_V1200/") + z_c_Table);
+    const cJSON* z_o_Item = cJSON_GetObjectItem(cJSON_GetArrayItem(z_o_Arr, i_Id), "Wert");
+    return cJSON_IsNumber(z_o_Item) ? z_o_Item->valuedouble : -999999.0;
+  }
+  Keys f_Keys(const std::string& str_Path = "") const {
+    Keys o_Keys;
+    const cJSON* z_o_Obj = str_Path.empty() ? z_o_Tree : f_At(str_Path);
+    const cJSON* z_o_Item = nullptr;
+    cJSON_ArrayForEach(z_o_Item, z_o_Obj) o_Keys.push_back(z_o_Item->string);
+    return o_Keys;
+  }
+  cJSON* z_o_Tree;
+};
+
+// Edits the file as another process would.
+void f_Edit(const TempRoot& o_Root, const std::function<void(cJSON*)>& f_Change) {
+  cJSON* z_o_Tree = cJSON_Parse(o_Root.f_Read(A_C_PATH).c_str());
+  f_Change(z_o_Tree);
+  char* z_c_Text = cJSON_Print(z_o_Tree);
+  o_Root.f_Write(A_C_PATH, z_c_Text);
+  cJSON_free(z_c_Text);
+  cJSON_Delete(z_o_Tree);
+}
+
+// Rewrites one line of the simulator's default motor-unit nameplate.
+void f_Nameplate(const std::string& str_Key, const std::string& str_Value) {
+  std::string str_Cmd = std::string(SYSSRV_SIM) + " nameplate example | sed 's/^" + str_Key +
+                        ":.*/" + str_Key + ":" + str_Value + "/' | " + SYSSRV_SIM +
+                        " nameplate write --from - >/dev/null";
+  ASSERT_EQ(std::system(str_Cmd.c_str()), 0);
+}
+
+// One start of the channel configuration; the announcements it made.
+unsigned int f_Start() { return ChanCfg_CL(nullptr).f_GetAnnounceCount(); }
+
+// A simulated tool (30 Nm pistol tool, no ChanCfg.json); nameplate errors stay local.
+class ChanCfgTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    o_Root.f_InitSim();
+    Error_CL::f_GetErrorObj()->f_UseLocalStore();
+  }
+  TempRoot o_Root;
+};
+
+DriveTrain_ST f_Plate(float fl_Mfu, double d_M, double d_N, double d_G, double d_Gw, double d_A,
+                      double d_Aw) {
+  DriveTrain_ST o_D{};
+  o_D.fl_Mfu = fl_Mfu;
+  o_D.d_MotorMoment = d_M;
+  o_D.d_MotorDrehzahl = d_N;
+  o_D.d_GetriebeFaktor = d_G;
+  o_D.d_GetriebeWirkungsgrad = d_Gw;
+  o_D.d_AbtriebFaktor = d_A;
+  o_D.d_AbtriebWirkungsgrad = d_Aw;
+  return o_D;
+}
+
+DriveTrain_ST f_Configured(double d_M, double d_N, float fl_A, float fl_Aw, float fl_S,
+                           float fl_Sw) {
+  DriveTrain_ST o_D = f_Plate(1.0f, d_M, d_N, 1.0, 1.0, 0.0, 0.0);
+  o_D.b_Configured = true;
+  o_D.fl_AbtriebFaktor = fl_A;
+  o_D.fl_AbtriebWirkungsgrad = fl_Aw;
+  o_D.fl_SonderFaktor = fl_S;
+  o_D.fl_SonderWirkungsgrad = fl_Sw;
+  return o_D;
+}
+}  // namespace
+
+TEST(ChanCfgLimits, DriveTrainsComputedByHand) {
+  struct Case_ST {
+    const char* z_c_Name;
+    DriveTrain_ST o_Drive;
+    double a_d_Max[4];  // Nm, ft·lb, in·lb, kp·m (= kgf·m = kg·m)
+    double a_d_Overload[4];
+    int a_i_Speed[3];  // maximum, minimum, reduced minimum
+  } a_o_Cases[] = {
+      // clang-format off
+      {"neutral", f_Plate(1, 1, 24000, 1, 1, 1, 1),
+       {1.0, 0.738, 8.851, 0.102}, {1.1, 0.811, 9.736, 0.112}, {24000, 1000, 450}},
+      // 0.775 × 12 × 0.85 × 4 × 0.95 = 30.039 Nm; 24000, 1000 and 450 / 48 = 500, 20.8, 9.4
+      {"30 Nm pistol", f_Plate(1, 0.775, 24000, 12, 0.85, 4, 0.95),
+       {30.039, 22.156, 265.879, 3.063}, {33.043, 24.371, 292.467, 3.369}, {500, 20, 9}},
+      // Exactly 1062.5 thousandths: halves go away from zero, also below zero.
+      {"half", f_Plate(1, 1.0625, 24000, 1, 1, 1, 1),
+       {1.063, 0.784, 9.404, 0.108}, {1.169, 0.862, 10.345, 0.119}, {24000, 1000, 450}},
+      {"negative half", f_Plate(1, -1.0625, 24000, 1, 1, 1, 1),
+       {-1.063, -0.784, -9.404, -0.108}, {-1.169, -0.862, -10.345, -0.119}, {24000, 1000, 450}},
+      // 24000 / 29.5 = 813.6, 1000 / 29.5 = 33.9, 450 / 29.5 = 15.25: truncated.
+      {"truncated speeds", f_Plate(1, 1, 24000, 29.5, 1, 1, 1),
+       {29.5, 21.758, 261.108, 3.008}, {32.45, 23.934, 287.219, 3.309}, {813, 33, 15}},
+      // 0.85f × 0.9f = 0.76499999 in single precision: 382.49999, not 382.5 thousandths.
+      {"bracket below a half", f_Configured(0.5, 1000, 0.85f, 0.9f, 1, 1),
+       {0.382, 0.282, 3.386, 0.039}, {0.421, 0.31, 3.724, 0.043}, {1176, 1176, 529}},
+      // 0.85f × 1.3f = 1.1050000 in single precision: 552.50001 thousandths.
+      {"bracket above a half", f_Configured(0.5, 1000, 0.85f, 1.3f, 1, 1),
+       {0.553, 0.408, 4.89, 0.056}, {0.608, 0.448, 5.379, 0.062}, {1176, 1176, 529}},
+      // The special output drive counts in torque and speed: 2 × (3 × 0.5) = 3.
+      {"special output drive", f_Configured(1, 24000, 2, 1, 3, 0.5f),
+       {3.0, 2.213, 26.553, 0.306}, {3.3, 2.434, 29.209, 0.337}, {4000, 166, 75}},
+      // A zero ratio: no torque, speeds at the int limit, 0 / 0 as 0.
+      {"zero gearbox", f_Plate(1, 0.775, 24000, 0, 0.85, 4, 0.95),
+       {0, 0, 0, 0}, {0, 0, 0, 0}, {INT_MAX, INT_MAX, INT_MAX}},
+      {"zero gearbox and speed", f_Plate(1, 0.775, 0, 0, 0.85, 4, 0.95),
+       {0, 0, 0, 0}, {0, 0, 0, 0}, {0, INT_MAX, INT_MAX}},
+      // clang-format on
+  };
+  const TorqueTable_T o_Units = ChanCfg_CL::f_MakeUnitTable();
+  for (const Case_ST& o_Case : a_o_Cases) {
+    SCOPED_TRACE(o_Case.z_c_Name);
+    Spindelgrenzen_ST o_L = ChanCfg_CL::f_CalcToolLimits(o_Case.o_Drive, o_Units);
+    EXPECT_EQ(o_L.i_DrehzahlMax, o_Case.a_i_Speed[0]);
+    EXPECT_EQ(o_L.i_DrehzahlMin, o_Case.a_i_Speed[1]);
+    EXPECT_EQ(o_L.i_DrehzahlMinReduziert, o_Case.a_i_Speed[2]);
+    ASSERT_EQ(o_L.o_MomentMax.size(), 6u);
+    for (int i_Id = 0; i_Id < 6; ++i_Id) {
+      en_TorqueUnit e_Unit = static_cast<en_TorqueUnit>(i_Id);
+      int i_Col = i_Id < 3 ? i_Id : 3;
+      EXPECT_DOUBLE_EQ(o_L.o_MomentMax[e_Unit].d_Wert, o_Case.a_d_Max[i_Col]) << i_Id;
+      EXPECT_DOUBLE_EQ(o_L.o_Ueberlast[e_Unit].d_Wert, o_Case.a_d_Overload[i_Col]) << i_Id;
+      // From the rounded maximum, not rounded again.
+      EXPECT_DOUBLE_EQ(o_L.o_MomentMaxReduziert[e_Unit].d_Wert, o_Case.a_d_Max[i_Col] * 0.75);
+      EXPECT_EQ(o_L.o_MomentMin[e_Unit].d_Wert, 0.0);
+    }
+  }
+}
+
+TEST(ChanCfgLimits, CatalogueMapsBothVariantsAndTheHostNameGuard) {
+  struct Case_ST {
+    const char *z_c_Plain, *z_c_Scanner, *z_c_Getriebe, *z_c_Abtrieb;
+  } a_o_Cases[] = {
+      {"5521730004", "5521730009", "8843160102", ""},  // 6 Nm: the ratio-12 gearbox
+      {"5521730005", "5521730010", "8843160101", ""},  // 12 Nm: the ratio-23 gearbox
+      {"5521730001", "5521730006", "8843160101", "8843160106"},
+      {"5521730002", "5521730007", "8843160102", "8843270A02"},
+      {"5521730003", "5521730008", "8843160103", "8843270A01"},
+  };
+  for (const Case_ST& o_Case : a_o_Cases) {
+    for (const char* z_c_Mnr : {o_Case.z_c_Plain, o_Case.z_c_Scanner}) {
+      std::string str_G = "old", str_A = "old";  // an old output drive must not survive
+      EXPECT_TRUE(ChanCfg_CL::f_CatalogueDrive(z_c_Mnr, str_G, str_A));
+      EXPECT_EQ(str_G + "/" + str_A, std::string(o_Case.z_c_Getriebe) + "/" + o_Case.z_c_Abtrieb)
+          << z_c_Mnr;
+    }
+  }
+  std::string str_G = "keep", str_A = "keep";
+  EXPECT_FALSE(ChanCfg_CL::f_CatalogueDrive("5521730002 ", str_G, str_A));
+  EXPECT_EQ(str_G + str_A, "keepkeep");
+  EXPECT_EQ(ChanCfg_CL::f_MotorMnr("0x21") + ChanCfg_CL::f_MotorMnr("0x22"),
+            "88434801018843480101");
+  for (const char* z_c_Type : {"0x11", "0X21", ""})
+    EXPECT_EQ(ChanCfg_CL::f_MotorMnr(z_c_Type), "8843480102");
+
+  for (const char* z_c_Ok : {"Kiro", "Line-7", "a"})
+    EXPECT_TRUE(ChanCfg_CL::f_IsValidHostName(z_c_Ok));
+  EXPECT_TRUE(ChanCfg_CL::f_IsValidHostName(std::string(63, 'a')));
+  EXPECT_FALSE(ChanCfg_CL::f_IsValidHostName(std::string(64, 'a')));
+  for (const char* z_c_Bad : {"", "-n", "line-", "a b", "x;reboot", "$(id)", "tool.local", "a\nb"})
+    EXPECT_FALSE(ChanCfg_CL::f_IsValidHostName(z_c_Bad)) << z_c_Bad;
+}
+
+TEST_F(ChanCfgTest, WithoutAFileTheWholeFileIsBuiltInLayoutOrder) {
+  {
+    ChanCfg_CL o_Cfg(nullptr);
+    EXPECT_EQ(o_Cfg.f_GetAnnounceCount(), 1u);
+    EXPECT_TRUE(o_Root.f_Exists("/dev/shm/sem.ChanCfgValid"));
+    EXPECT_EQ(o_Root.f_Read("/var/sysdiag/code"), "AKS30");
+  }
+  // Gone with the service: nobody may take the file as valid without it.
+  EXPECT_FALSE(o_Root.f_Exists("/dev/shm/sem.ChanCfgValid"));
+  Json_CL o_J(o_Root);
+  // clang-format off
+  const std::pair<const char*, Keys> a_o_Sections[] = {
+      {"", {"Kanalname", "KanalNr", "ZellId", "Mfu", "Wirkungsgrad", "Einheit",
+            "EinheitDrehmoment", "IdentNr", "Kommentar", "SerienNr", "MNR", "Code", "CmpType",
+            "TypschildCrc", "Getriebe", "Abtrieb", "Sonderabtrieb", "Motor", "Welle", "Grenzen",
+            "Grenzen_V1200", "Wartung", "LetzteWartung"}},
+      {"Mfu", {"MfuFaktor", "Datum", "Zyklus"}},
+      {"Getriebe", {"SerienNr", "MNR", "Faktor", "Wirkungsgrad"}},
+      {"Abtrieb", {"SerienNr", "MNR", "Wirkungsgrad", "Faktor"}},
+      {"Sonderabtrieb", {"SerienNr", "MNR", "Wirkungsgrad", "Faktor", "Moment",
+                         "UmkehrDrehrichtung", "Zyklus"}},
+      {"Motor", {"SerienNr", "MNR", "Moment", "Drehzahl", "Winkelsensoren"}},
+      {"Welle", {"SerienNr", "MNR", "Moment"}},
+      {"Grenzen", {"DrehzahlMax", "DrehzahlMin", "MomentMax", "MomentMin", "Ueberlast"}},
+      {"Grenzen_V1200", {"DrehzahlMax", "DrehzahlMin", "DrehzahlMinReduziert", "MomentMax",
+                         "MomentMaxReduziert", "MomentMin", "Ueberlast"}},
+      {"Wartung", {"Aktiv", "Zyklus", "Datum"}},
+      {"LetzteWartung", {"Datum", "Zyklus"}},
+  };
+  // clang-format on
+  for (const auto& o_Section : a_o_Sections)
+    EXPECT_EQ(o_J.f_Keys(o_Section.first), o_Section.second);
+  EXPECT_EQ(o_J.f_Str("SerienNr") + " " + o_J.f_Str("CmpType") + " " + o_J.f_Str("Code"),
+            "2023-05-17K30P230517042 0x11 AKS30");
+  EXPECT_EQ(
+      o_J.f_Str("Getriebe/MNR") + " " + o_J.f_Str("Abtrieb/MNR") + " " + o_J.f_Str("Motor/MNR"),
+      "8843160102 8843270A02 8843480102");
+  EXPECT_EQ(o_J.f_Str("Welle/SerienNr"), "W230517042");
+  // 0.775 × 12 × 0.85 × 4 × 0.95 = 30.039 Nm, 24000 / (12 × 4) = 500 rpm.
+  EXPECT_EQ(o_J.f_Num("Grenzen/MomentMax"), 30.039);
+  EXPECT_EQ(o_J.f_Num("Grenzen/DrehzahlMin"), 20);
+  EXPECT_EQ(o_J.f_Limit("MomentMax", 2), 265.879);
+  EXPECT_EQ(o_J.f_Limit("Ueberlast", 5), 3.369);
+}
+
+TEST_F(ChanCfgTest, IntactFileIsLeftAloneChangedMotorUnitRebuildsOlderFileIsRepaired) {
+  ASSERT_EQ(f_Start(), 1u);
+  f_Edit(o_Root, [](cJSON* z_o_T) {
+    Cfg::f_SetCfgKey(z_o_T, nullptr, "Kanalname", "Line-7");
+    Cfg::f_SetCfgKey(z_o_T, "Wartung", "Aktiv", true);
+  });
+  struct stat o_Before {
+  }, o_After{};
+  stat(o_Root.f_Path(A_C_PATH).c_str(), &o_Before);
+  EXPECT_EQ(f_Start(), 0u);
+  stat(o_Root.f_Path(A_C_PATH).c_str(), &o_After);
+  // Not even replaced by an equal file (a write renames a new file over it).
+  EXPECT_EQ(o_After.st_ino, o_Before.st_ino);
+
+  // Older file: no Grenzen_V1200, no torque units, empty code; the limits come from the
+  // file's own output drive: 0.775 × 12 × 0.85 × (2 × 1) = 15.81 Nm, 24000 / (12 × 2).
+  f_Edit(o_Root, [](cJSON* z_o_T) {
+    cJSON_DeleteItemFromObject(z_o_T, "Grenzen_V1200");
+    Cfg::f_SetCfgKey(z_o_T, nullptr, "EinheitDrehmoment", 5);  // wrong type counts as missing
+    Cfg::f_SetCfgKey(z_o_T, nullptr, "Code", "");
+    Cfg::f_SetCfgKey(z_o_T, "Abtrieb", "Faktor", 2.0);
+    Cfg::f_SetCfgKey(z_o_T, "Abtrieb", "Wirkungsgrad", 1.0);
+  });
+  EXPECT_EQ(f_Start(), 1u);
+  {
+    Json_CL o_J(o_Root);
+    EXPECT_EQ(o_J.f_Limit("MomentMax", 0), 15.81);
+    EXPECT_EQ(o_J.f_Num("Grenzen/DrehzahlMax"), 1000);
+    EXPECT_EQ(cJSON_GetArraySize(o_J.f_At("EinheitDrehmoment/Faktoren")), 6);
+    EXPECT_EQ(o_J.f_Str("Code"), "AKS30");
+    EXPECT_EQ(o_J.f_Str("Kanalname"), "Line-7");
+    EXPECT_EQ(o_J.f_Keys().size(), 23u);  // replaced in place, not added twice
+  }
+  EXPECT_EQ(f_Start(), 0u);
+
+  // Another motor unit (its CRC differs): rebuilt from the nameplates, the channel name
+  // kept, the maintenance history reset; 0.5 × 12 × 0.85 × 4 × 0.95 = 19.38 Nm.
+  f_Nameplate("Motornennmoment", "0.5");
+  EXPECT_EQ(f_Start(), 1u);
+  Json_CL o_J(o_Root);
+  EXPECT_EQ(o_J.f_Num("Grenzen/MomentMax"), 19.38);
+  EXPECT_EQ(o_J.f_Num("Abtrieb/Faktor"), 4);
+  EXPECT_EQ(o_J.f_Str("Kanalname"), "Line-7");
+  EXPECT_TRUE(cJSON_IsFalse(o_J.f_At("Wartung/Aktiv")));
+}
+
+TEST(ChanCfgStart, BadInputEndsInADefinedFile) {
+  struct Case_ST {
+    const char* z_c_Name;
+    std::function<void(const TempRoot&)> f_Prepare;
+    std::function<void(const Json_CL&)> f_Check;
+    unsigned int ui_SecondStart;  // an empty type code is repaired again at every start
+  } a_o_Cases[] = {
+      {"unparsable file", [](const TempRoot& o_R) { o_R.f_Write(A_C_PATH, "{\"MNR\":"); },
+       [](const Json_CL& o_J) { EXPECT_EQ(o_J.f_Str("MNR"), "5521730002"); }, 0},
+      {"no /etc/codes", [](const TempRoot& o_R) { std::remove(o_R.f_Path("/etc/codes").c_str()); },
+       [](const Json_CL& o_J) { EXPECT_EQ(o_J.f_Str("Code"), ""); }, 1},
+      {"unreadable motor-unit nameplate",
+       [](const TempRoot& o_R) {
+         std::remove(o_R.f_Path(TypschildKiro_CL::A_C_DEVICE_PATH).c_str());
+       },
+       [](const Json_CL& o_J) { EXPECT_EQ(o_J.f_Str("MNR") + o_J.f_Str("TypschildCrc"), ""); }, 1},
+      {"zero gearbox ratio", [](const TempRoot&) { f_Nameplate("Getriebeuntersetzung", "0"); },
+       [](const Json_CL& o_J) {
+         EXPECT_EQ(o_J.f_Num("Grenzen/DrehzahlMax"), INT_MAX);
+         EXPECT_EQ(o_J.f_Num("Grenzen/MomentMax"), 0);
+       },
+       0},
+  };
+  Error_CL::f_GetErrorObj()->f_UseLocalStore();
+  for (const Case_ST& o_Case : a_o_Cases) {
+    SCOPED_TRACE(o_Case.z_c_Name);
+    TempRoot o_Root;
+    o_Root.f_InitSim();
+    o_Case.f_Prepare(o_Root);
+    EXPECT_EQ(f_Start(), 1u);
+    Json_CL o_J(o_Root);
+    EXPECT_EQ(o_J.f_Keys().size(), 23u);
+    o_Case.f_Check(o_J);
+    EXPECT_EQ(f_Start(), o_Case.ui_SecondStart);
+  }
+}
+
+TEST_F(ChanCfgTest, MfuChangesAreScaledStampedAndAnnouncedOnce) {
+  ChanCfg_CL o_Cfg(nullptr);
+  o_Root.f_Write("/var/sysdiag/cycle", "4242");
+  const double d_T0 = static_cast<double>(time(nullptr));
+  EXPECT_EQ(o_Cfg.f_MfuSet(nullptr, 800), 0);
+  EXPECT_EQ(o_Cfg.f_GetAnnounceCount(), 2u);
+  const std::string str_After = o_Root.f_Read(A_C_PATH);
+  {
+    Json_CL o_J(o_Root);
+    EXPECT_EQ(o_J.f_Num("Grenzen/MomentMax"), 24.031);  // 0.8 × 30039 thousandths
+    EXPECT_EQ(o_J.f_Num("Mfu/Zyklus"), 4242);
+    EXPECT_GE(o_J.f_Num("Mfu/Datum"), d_T0);
+    EXPECT_LE(o_J.f_Num("Mfu/Datum"), static_cast<double>(time(nullptr)));
+  }
+  // The same value again is no change.
+  o_Root.f_Write("/var/sysdiag/cycle", "5000");
+  EXPECT_EQ(o_Cfg.f_MfuSet(nullptr, 800), 0);
+  EXPECT_EQ(o_Cfg.f_GetAnnounceCount(), 2u);
+  EXPECT_EQ(o_Root.f_Read(A_C_PATH), str_After);
+
+  // A re-read without an MFU change keeps the stamp; another process's new MFU is
+  // stamped like one set over the bus: 0.25 × 30039 = 7509.75 → 7.51 Nm.
+  f_Edit(o_Root, [](cJSON* z_o_T) { Cfg::f_SetCfgKey(z_o_T, "Abtrieb", "Faktor", 2.0); });
+  EXPECT_EQ(o_Cfg.f_NewCfg("/home/tool/config/OkNokCntCfg.json"), 0);
+  EXPECT_EQ(Json_CL(o_Root).f_Num("Grenzen/DrehzahlMax"), 500);
+  EXPECT_EQ(o_Cfg.f_NewCfg(A_C_PATH), 0);
+  EXPECT_EQ(Json_CL(o_Root).f_Num("Grenzen/DrehzahlMax"), 1000);
+  EXPECT_EQ(Json_CL(o_Root).f_Num("Mfu/Zyklus"), 4242);
+  f_Edit(o_Root, [](cJSON* z_o_T) {
+    Cfg::f_SetCfgKey(z_o_T, "Abtrieb", "Faktor", 4.0);
+    Cfg::f_SetCfgKey(z_o_T, "Mfu", "MfuFaktor", 0.25);
+  });
+  EXPECT_EQ(o_Cfg.f_NewCfg(A_C_PATH), 0);
+  EXPECT_EQ(Json_CL(o_Root).f_Num("Mfu/Zyklus"), 5000);
+  EXPECT_EQ(Json_CL(o_Root).f_Num("Grenzen/MomentMax"), 7.51);
+
+  // A file another process broke stays as it is.
+  o_Root.f_Write(A_C_PATH, "{ broken");
+  EXPECT_EQ(o_Cfg.f_NewCfg(A_C_PATH), 0);
+  EXPECT_EQ(o_Root.f_Read(A_C_PATH), "{ broken");
+  EXPECT_EQ(o_Cfg.f_GetAnnounceCount(), 2u);  // re-reads are announced by the relay
+}
+
+TEST_F(ChanCfgTest, HostNameComesFromTheChannelNameOnlyWhenItIsSafe) {
+  ChanCfg_CL o_Cfg(nullptr);
+  const std::pair<const char*, const char*> a_o_Cases[] = {
+      {"Line-7", "Line-7"}, {"", "Kiro"}, {"x; touch /tmp/syssrv-hostname-injected", "Kiro"}};
+  for (const auto& o_Case : a_o_Cases) {
+    f_Edit(o_Root, [&o_Case](cJSON* z_o_T) {
+      Cfg::f_SetCfgKey(z_o_T, nullptr, "Kanalname", o_Case.first);
+    });
+    ASSERT_EQ(o_Cfg.f_NewCfg(A_C_PATH), 0);
+    o_Root.f_Write("/sim/commands.log", "");
+    EXPECT_EQ(o_Cfg.f_SetHostname(), 0);
+    EXPECT_EQ(o_Root.f_Read("/etc/hostname"), std::string(o_Case.second) + "\n");
+    EXPECT_EQ(o_Root.f_Read("/sim/commands.log"),
+              "hostname -F " + o_Root.f_Path("/etc/hostname") + "\n");
+  }
+  struct stat o_St {};
+  EXPECT_NE(stat("/tmp/syssrv-hostname-injected", &o_St), 0);
+  // Writing the name fails: the hostname command is not run.
+  std::remove(o_Root.f_Path("/etc/hostname").c_str());
+  mkdir(o_Root.f_Path("/etc/hostname").c_str(), 0755);
+  o_Root.f_Write("/sim/commands.log", "");
+  EXPECT_EQ(o_Cfg.f_SetHostname(), -1);
+  EXPECT_EQ(o_Root.f_Read("/sim/commands.log"), "");
+}

@@ -1,0 +1,162 @@
+// The channel configuration as other processes read it, the checked number conversions,
+// and the named semaphore that tells them the configuration is valid.
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <climits>
+#include <cmath>
+#include <fcntl.h>
+#include <string>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <vector>
+
+#include "TestSupport.h"
+#include "sysLib/NamedSem.h"
+#include "sysLib/SysChanCfg.h"
+
+namespace {
+constexpr const char* A_C_PATH = "/home/tool/config/ChanCfg.json";
+
+class Probe_CL : public SysChanCfg_CL {
+ public:
+  Probe_CL() : SysChanCfg_CL(true) {}
+  using SysChanCfg_CL::b_EinheitValid;
+  using SysChanCfg_CL::b_LimitsValid;
+  using SysChanCfg_CL::b_TorqueUnitValid;
+  using SysChanCfg_CL::fl_MfuFaktor;
+  using SysChanCfg_CL::i_KanalNr;
+  using SysChanCfg_CL::o_Abtrieb;
+  using SysChanCfg_CL::o_Getriebe;
+  using SysChanCfg_CL::o_SonderAbtrieb;
+  using SysChanCfg_CL::str_Kanalname;
+};
+}  // namespace
+
+TEST(SysChanCfg, ValidityAndRepairFlagsFollowTheFile) {
+  struct Case_ST {
+    const char* z_c_Json;  // null: no file
+    bool b_Valid, b_Unit, b_Limits, b_Einheit;
+  } a_o_Cases[] = {
+      {nullptr, false, false, false, false},
+      {"[1,2]", false, false, false, false},
+      {R"({"MNR":5521730002,"TypschildCrc":"2FE0"})", false, false, false, false},
+      {R"({"MNR":"","TypschildCrc":""})", true, false, false, false},
+      {R"({"MNR":"1","TypschildCrc":"2","EinheitDrehmoment":{},"Grenzen":{},"Grenzen_V1200":{},
+           "Einheit":0})",
+       true, true, true, true},
+      // One limits section alone is not enough; members of the wrong type are absent.
+      {R"({"MNR":"1","TypschildCrc":"2","EinheitDrehmoment":[],"Grenzen":{},"Grenzen_V1200":7,
+           "Einheit":"0"})",
+       true, false, false, false},
+  };
+  for (const Case_ST& o_Case : a_o_Cases) {
+    TempRoot o_Root;
+    if (o_Case.z_c_Json != nullptr) o_Root.f_Write(A_C_PATH, o_Case.z_c_Json);
+    Probe_CL o_Cfg;
+    SCOPED_TRACE(o_Case.z_c_Json != nullptr ? o_Case.z_c_Json : "(no file)");
+    EXPECT_EQ(o_Cfg.f_IsConfigValid(), o_Case.b_Valid);
+    EXPECT_EQ(o_Cfg.b_TorqueUnitValid, o_Case.b_Unit);
+    EXPECT_EQ(o_Cfg.b_LimitsValid, o_Case.b_Limits);
+    EXPECT_EQ(o_Cfg.b_EinheitValid, o_Case.b_Einheit);
+  }
+}
+
+TEST(SysChanCfg, MistypedMembersAreAbsentAndTheDriveTrainStaysNeutral) {
+  TempRoot o_Root;
+  o_Root.f_Write(A_C_PATH, R"({"MNR":"5521730002","TypschildCrc":"2FE0","Kanalname":7,
+    "KanalNr":1e20,"Mfu":{"MfuFaktor":"0.8"},"Getriebe":{"Faktor":"12","Wirkungsgrad":null},
+    "Abtrieb":[4,0.95],"Sonderabtrieb":{"Faktor":false,"Wirkungsgrad":0.5},
+    "Wartung":{"Aktiv":1,"Zyklus":-5,"Datum":1800000000}})");
+  Probe_CL o_Cfg;
+  EXPECT_TRUE(o_Cfg.f_IsConfigValid());
+  EXPECT_EQ(o_Cfg.str_Kanalname, "");
+  EXPECT_EQ(o_Cfg.i_KanalNr, INT_MAX);
+  for (float fl_Value : {o_Cfg.fl_MfuFaktor, o_Cfg.o_Getriebe.fl_Faktor,
+                         o_Cfg.o_Getriebe.fl_Wirkungsgrad, o_Cfg.o_Abtrieb.fl_Faktor,
+                         o_Cfg.o_Abtrieb.fl_Wirkungsgrad, o_Cfg.o_SonderAbtrieb.fl_Faktor})
+    EXPECT_EQ(fl_Value, 1.0f);
+  EXPECT_EQ(o_Cfg.o_SonderAbtrieb.fl_Wirkungsgrad, 0.5f);
+  EXPECT_FALSE(o_Cfg.f_IsServiceActive());
+  EXPECT_EQ(o_Cfg.f_GetNextServiceCycle(), 0u);
+  EXPECT_EQ(o_Cfg.f_GetNextServiceDate(), 1800000000L);
+}
+
+TEST(SysChanCfg, CheckedConversionsNeverLeaveTheirRange) {
+  struct Case_ST {
+    double d_In;
+    int i_Int;
+    unsigned int ui_UInt;
+  } a_o_Cases[] = {
+      {33.9, 33, 33u},
+      {-33.9, -33, 0u},
+      {std::nan(""), 0, 0u},
+      {HUGE_VAL, INT_MAX, UINT_MAX},
+      {-HUGE_VAL, INT_MIN, 0u},
+      {3e9, INT_MAX, 3000000000u},
+      {-2147483648.9, INT_MIN, 0u},
+  };
+  for (const Case_ST& o_Case : a_o_Cases) {
+    EXPECT_EQ(f_ToIntChecked(o_Case.d_In), o_Case.i_Int) << o_Case.d_In;
+    EXPECT_EQ(f_ToUIntChecked(o_Case.d_In), o_Case.ui_UInt) << o_Case.d_In;
+  }
+  EXPECT_EQ(f_ToLongChecked(HUGE_VAL), LONG_MAX);
+  EXPECT_EQ(f_ToULongChecked(1e300), ULONG_MAX);
+  EXPECT_TRUE(std::isinf(f_ToFloatChecked(1e300)));
+}
+
+TEST(NamedSem, CreatorInitialisesOthersShareAndUnlinkRemovesTheName) {
+  TempRoot o_Root;
+  errno = 0;
+  EXPECT_EQ(f_SemOpen("/ChanCfgValid", O_RDWR), nullptr);
+  EXPECT_EQ(errno, ENOENT);
+  auto o_First = f_SemOpen("/ChanCfgValid", O_CREAT | O_RDWR, 0600, 2);
+  ASSERT_NE(o_First, nullptr);
+  struct stat o_St {};
+  ASSERT_EQ(stat(o_Root.f_Path("/dev/shm/sem.ChanCfgValid").c_str(), &o_St), 0);
+  EXPECT_EQ(o_St.st_size, 32);
+  // A later open with another initial value must not reset the count.
+  auto o_Second = f_SemOpen("/ChanCfgValid", O_CREAT | O_RDWR, 0600, 9);
+  ASSERT_NE(o_Second, nullptr);
+  EXPECT_TRUE(o_First->f_IsCreator() && !o_Second->f_IsCreator());
+  EXPECT_EQ(o_Second->f_TryWait(), 0);
+  int i_Value = -1;
+  EXPECT_EQ(o_First->f_GetValue(&i_Value), 0);
+  EXPECT_EQ(i_Value, 1);
+  EXPECT_EQ(f_SemOpen("/ChanCfgValid", O_CREAT | O_EXCL, 0600, 0), nullptr);
+  EXPECT_EQ(errno, EEXIST);
+  EXPECT_EQ(f_SemUnlink("/ChanCfgValid"), 0);
+  EXPECT_EQ(f_SemOpen("/ChanCfgValid", O_RDWR), nullptr);
+  for (const char* z_c_Bad : {"", "/", "/a/b", "/.."})
+    EXPECT_EQ(f_SemOpen(z_c_Bad, O_CREAT), nullptr);
+}
+
+TEST(NamedSem, ConcurrentCreatorsNeverResetAnotherProcessesPosts) {
+  TempRoot o_Root;
+  constexpr int I_PROCS = 8;
+  // Every process opens (creating when missing) and posts once; a semaphore initialised
+  // by a second creator would lose the posts made before.
+  for (int i_Round = 0; i_Round < 20; ++i_Round) {
+    std::vector<pid_t> o_Pids;
+    for (int i = 0; i < I_PROCS; ++i) {
+      pid_t i_Pid = fork();
+      if (i_Pid == 0) {
+        auto o_Sem = f_SemOpen("/Race", O_CREAT | O_RDWR, 0600, 0);
+        _exit(o_Sem != nullptr && o_Sem->f_Post() == 0 ? 0 : 1);
+      }
+      o_Pids.push_back(i_Pid);
+    }
+    for (pid_t i_Pid : o_Pids) {
+      int i_Status = -1;
+      ASSERT_EQ(waitpid(i_Pid, &i_Status, 0), i_Pid);
+      ASSERT_TRUE(WIFEXITED(i_Status) && WEXITSTATUS(i_Status) == 0);
+    }
+    auto o_Sem = f_SemOpen("/Race", O_RDWR);
+    ASSERT_NE(o_Sem, nullptr);
+    int i_Value = -1;
+    ASSERT_EQ(o_Sem->f_GetValue(&i_Value), 0);
+    ASSERT_EQ(i_Value, I_PROCS) << "round " << i_Round;
+    ASSERT_EQ(f_SemUnlink("/Race"), 0);
+  }
+}
