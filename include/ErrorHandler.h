@@ -19,9 +19,9 @@ class ErrorShMem_CL : public ShMem_CL {
  public:
   ErrorShMem_CL();
 
-  // The Smod byte: set by another process to make the periodic checker skip the
-  // temperature check. False while the segment is not mapped.
-  bool f_IsSmod() const;
+  // The Smod byte: another process sets it to 1 to make the periodic checker skip the
+  // temperature check. 0 while the segment is not mapped.
+  unsigned char f_IsSmod() const;
 
  protected:
   // Null when the segment could not be mapped. Volatile: other processes change it.

@@ -10,6 +10,7 @@ PACKAGES=(
   libcjson-dev                    # configuration files
   googletest libgtest-dev         # unit and integration tests
   dbus-daemon dbus-bin            # the private system bus of tests and demo
+  umockdev libumockdev-dev        # emulated i2c-dev adapter of the board sensor test
 )
 
 missing=()

@@ -102,8 +102,8 @@ ErrorShMem_CL::ErrorShMem_CL() : ShMem_CL(A_C_ERROR_SHMEM_NAME, UI_ERROR_SHMEM_S
   if (f_IsShMemRdy()) z_o_ErrShMem = static_cast<ErrorShMemData_ST*>(f_GetShMem());
 }
 
-bool ErrorShMem_CL::f_IsSmod() const {
-  return z_o_ErrShMem != nullptr && z_o_ErrShMem->uc_Smod != 0;
+unsigned char ErrorShMem_CL::f_IsSmod() const {
+  return z_o_ErrShMem != nullptr ? z_o_ErrShMem->uc_Smod : 0;
 }
 
 // --- flags and the comparison step ---------------------------------------------------------

@@ -119,7 +119,13 @@ void f_SysObjConstruct(SysObj* z_o_Obj) {
 
   memset(&o_SigObj, 0, sizeof(o_SigObj));
   o_SigObj.sa_handler = f_SigHandler;
+  // The three signals are held back while one is handled: otherwise the kernel stacks a
+  // second pending signal's handler on top of the first, and a battery-off announcement
+  // followed by battery-on would end with the battery off.
   sigemptyset(&o_SigObj.sa_mask);
+  sigaddset(&o_SigObj.sa_mask, SIGTERM);
+  sigaddset(&o_SigObj.sa_mask, SIGUSR1);
+  sigaddset(&o_SigObj.sa_mask, SIGUSR2);
   o_SigObj.sa_flags = 0;
   f_SetupSigPipe();
   for (int i_Sig : {SIGTERM, SIGUSR1, SIGUSR2}) {

@@ -1,0 +1,154 @@
+// The periodic checks on the real daemon: board temperature with its hysteresis, the
+// Smod byte, and flash errors in the kernel log.
+#include <cjson/cJSON.h>
+#include <gtest/gtest.h>
+#include <memory>
+#include <string>
+
+#include "Harness.h"
+
+using namespace it;
+
+namespace {
+
+constexpr const char* A_C_CHAN_CFG = "/home/tool/config/ChanCfg.json";
+
+// The temperature check runs every 5 s; a changed reading is seen within one period.
+constexpr int I_TEMP_PERIOD_MS = 5000 + 1500;
+
+class Checks : public ::testing::Test {
+ protected:
+  static void SetUpTestSuite() {
+    z_o_Bus = new PrivateBus();
+    z_o_Box = new Sandbox();
+    z_o_Client = new BusClient(z_o_Bus->f_Address());
+    z_o_Rec = new SignalRecorder(*z_o_Client);
+    z_o_Daemon = new Daemon(*z_o_Box, *z_o_Bus);
+    ASSERT_EQ(z_o_Box->f_Sim("templimit 60"), 0);
+    ASSERT_EQ(z_o_Box->f_Sim("dmesg 'UBIFS error (ubi0:0 pid 412): bad node at LEB 17'"), 0);
+    ASSERT_TRUE(z_o_Daemon->f_Start());
+  }
+  static void TearDownTestSuite() {
+    if (z_o_Daemon != nullptr) {
+      EXPECT_EQ(z_o_Daemon->f_Stop(), 0);
+    }
+    delete z_o_Daemon;
+    delete z_o_Rec;
+    delete z_o_Client;
+    delete z_o_Box;
+    delete z_o_Bus;
+  }
+  // Sets the sensor and waits until a check has stored the new reading.
+  static bool f_Temp(const std::string& str_Arg, const std::string& str_Stored) {
+    if (z_o_Box->f_Sim("temp " + str_Arg) != 0) return false;
+    return f_WaitUntil([&] { return z_o_Box->f_Read("/var/sysdiag/temperature") == str_Stored; },
+                       I_TEMP_PERIOD_MS);
+  }
+  static const Signal_ST* f_Fault(int i_Code, int i_TimeoutMs = I_TEMP_PERIOD_MS) {
+    return z_o_Rec->f_WaitFor("sysfault", i_TimeoutMs,
+                              [=](GVariant* v) { return f_Int(v, 0) == i_Code; });
+  }
+  static const Signal_ST* f_Acked(int i_Code, int i_TimeoutMs = I_TEMP_PERIOD_MS) {
+    return z_o_Rec->f_WaitFor("acksysfault", i_TimeoutMs,
+                              [=](GVariant* v) { return f_Int(v, 0) == i_Code; });
+  }
+  // Rewrites the maintenance section of the channel configuration as a technician's tool
+  // would, and announces the change.
+  static void f_SetMaintenance(bool b_Active, unsigned ui_Cycle, long l_Date) {
+    cJSON* z_o_Cfg = cJSON_Parse(z_o_Box->f_Read(A_C_CHAN_CFG).c_str());
+    ASSERT_NE(z_o_Cfg, nullptr);
+    cJSON* z_o_W = cJSON_CreateObject();
+    cJSON_AddBoolToObject(z_o_W, "Aktiv", b_Active);
+    cJSON_AddNumberToObject(z_o_W, "Zyklus", ui_Cycle);
+    cJSON_AddNumberToObject(z_o_W, "Datum", static_cast<double>(l_Date));
+    cJSON_ReplaceItemInObject(z_o_Cfg, "Wartung", z_o_W);
+    char* z_c_Text = cJSON_Print(z_o_Cfg);
+    z_o_Box->f_Write(A_C_CHAN_CFG, z_c_Text);
+    free(z_c_Text);
+    cJSON_Delete(z_o_Cfg);
+    GVariant* o_R = z_o_Client->f_CallOk("fcfgfilechanged", g_variant_new("(s)", A_C_CHAN_CFG));
+    if (o_R) g_variant_unref(o_R);
+  }
+  static PrivateBus* z_o_Bus;
+  static Sandbox* z_o_Box;
+  static BusClient* z_o_Client;
+  static SignalRecorder* z_o_Rec;
+  static Daemon* z_o_Daemon;
+};
+PrivateBus* Checks::z_o_Bus;
+Sandbox* Checks::z_o_Box;
+BusClient* Checks::z_o_Client;
+SignalRecorder* Checks::z_o_Rec;
+Daemon* Checks::z_o_Daemon;
+
+TEST_F(Checks, FlashErrorInTheKernelLogIsReportedOnce) {
+  const Signal_ST* z_o_S = f_Fault(404, 12000);
+  ASSERT_NE(z_o_S, nullptr);
+  EXPECT_EQ(f_Int(z_o_S->o_Args, 1), 1);  // class 1: only a restart clears it
+  EXPECT_TRUE(z_o_Daemon->f_WaitLog("f_CheckUbifsErrors - ", 1000));
+}
+
+TEST_F(Checks, OverTemperatureWithHysteresis) {
+  ASSERT_TRUE(f_Temp("25", "25.00"));
+  ASSERT_TRUE(f_Temp("61", "61.00"));
+  const Signal_ST* z_o_S = f_Fault(406, 1000);
+  ASSERT_NE(z_o_S, nullptr);
+  EXPECT_EQ(f_Int(z_o_S->o_Args, 1), 4);
+
+  // Within five degrees of the limit the error holds.
+  ASSERT_TRUE(f_Temp("55", "55.00"));
+  z_o_Rec->f_Sync();
+  EXPECT_EQ(z_o_Rec->f_Count("acksysfault"), 0u);
+
+  ASSERT_TRUE(f_Temp("54.75", "54.75"));
+  EXPECT_NE(f_Acked(406, 1000), nullptr);
+}
+
+TEST_F(Checks, ReadingAtOrBelowZeroAndItsWithdrawal) {
+  ASSERT_TRUE(f_Temp("--raw 0xFFC0", "-0.25"));
+  ASSERT_NE(f_Fault(408, 1000), nullptr);
+  ASSERT_TRUE(f_Temp("25", "25.00"));
+  EXPECT_NE(f_Acked(408, 1000), nullptr);
+}
+
+TEST_F(Checks, SmodPostponesTheTemperatureCheck) {
+  ASSERT_TRUE(f_Temp("30", "30.00"));
+  ASSERT_EQ(z_o_Box->f_Sim("smod 1"), 0);
+  ASSERT_EQ(z_o_Box->f_Sim("temp 70"), 0);
+  // A whole period passes without a check.
+  f_Pump(I_TEMP_PERIOD_MS);
+  EXPECT_EQ(z_o_Box->f_Read("/var/sysdiag/temperature"), "30.00");
+  // The first tick after Smod is left runs the postponed check.
+  gint64 i_Left = g_get_monotonic_time();
+  ASSERT_EQ(z_o_Box->f_Sim("smod 0"), 0);
+  const Signal_ST* z_o_S = f_Fault(406, 2000);
+  ASSERT_NE(z_o_S, nullptr);
+  EXPECT_LT(z_o_S->i_Time - i_Left, 1000 * 1000);
+  ASSERT_TRUE(f_Temp("25", "25.00"));
+  EXPECT_NE(f_Acked(406, 1000), nullptr);
+}
+
+TEST_F(Checks, MaintenanceDueByCycleAndByDate) {
+  // The simulated tool has done 100 cycles.
+  f_SetMaintenance(true, 50, 0);
+  const Signal_ST* z_o_S = f_Fault(402, 2000);
+  ASSERT_NE(z_o_S, nullptr);
+  EXPECT_EQ(f_Int(z_o_S->o_Args, 1), 0);
+  EXPECT_TRUE(z_o_Box->f_BmsOut(31));
+
+  ASSERT_EQ(z_o_Box->f_Sim("cycle 10"), 0);
+  EXPECT_NE(f_Acked(402, 2000), nullptr);
+  EXPECT_TRUE(f_WaitUntil([] { return !z_o_Box->f_BmsOut(31); }, 1000));
+
+  // A service date in the past is due whatever the cycle count.
+  f_SetMaintenance(true, 1000000, 1);
+  ASSERT_NE(f_Fault(402, 2000), nullptr);
+  EXPECT_TRUE(z_o_Box->f_BmsOut(31));
+
+  // Switching supervision off withdraws it.
+  f_SetMaintenance(false, 1000000, 1);
+  EXPECT_NE(f_Acked(402, 2000), nullptr);
+  EXPECT_TRUE(f_WaitUntil([] { return !z_o_Box->f_BmsOut(31); }, 1000));
+}
+
+}  // namespace
