@@ -2,9 +2,11 @@
 
 #include <cerrno>
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <sstream>
@@ -27,11 +29,8 @@ std::string f_MakeTempDir(const char* z_c_Prefix) {
 }
 
 void f_RemoveTree(const std::string& str_Dir) {
-  if (str_Dir.empty() || str_Dir == "/") return;
-  std::string str_Cmd = "rm -rf '" + str_Dir + "'";
-  if (std::system(str_Cmd.c_str()) != 0) {
-    // A left-over temporary directory does not change a test's result.
-  }
+  std::error_code o_Ec;  // a left-over temporary directory does not change a test's result
+  if (!str_Dir.empty() && str_Dir != "/") std::filesystem::remove_all(str_Dir, o_Ec);
 }
 
 std::string f_ReadFile(const std::string& str_Path) {
@@ -41,13 +40,21 @@ std::string f_ReadFile(const std::string& str_Path) {
   return o_Buf.str();
 }
 
+int f_Shell(const std::string& str_Cmd, std::string* z_str_Out) {
+  FILE* z_o_Pipe = popen(str_Cmd.c_str(), "r");
+  if (z_o_Pipe == nullptr) return -1;
+  std::string str_Out;
+  char a_c_Buf[4096];
+  for (size_t ui_N; (ui_N = fread(a_c_Buf, 1, sizeof(a_c_Buf), z_o_Pipe)) > 0;)
+    str_Out.append(a_c_Buf, ui_N);
+  int i_Status = pclose(z_o_Pipe);
+  if (z_str_Out != nullptr) *z_str_Out = str_Out;
+  return WIFEXITED(i_Status) ? WEXITSTATUS(i_Status) : -1;
+}
+
 void f_Pump(int i_Ms) {
   gint64 i_End = g_get_monotonic_time() + i_Ms * 1000;
-  while (g_get_monotonic_time() < i_End) {
-    while (g_main_context_iteration(nullptr, FALSE)) {
-    }
-    g_usleep(2000);
-  }
+  f_WaitUntil([=] { return g_get_monotonic_time() >= i_End; }, i_Ms + 1000);
 }
 
 bool f_WaitUntil(const std::function<bool()>& f_Cond, int i_TimeoutMs) {
@@ -108,16 +115,11 @@ PrivateBus::PrivateBus(const std::string& str_ConfigXml) {
     _exit(127);
   }
   close(a_i_Pipe[1]);
-  char a_c_Line[512];
-  size_t ui_Len = 0;
-  while (ui_Len < sizeof(a_c_Line) - 1) {
-    ssize_t i_N = read(a_i_Pipe[0], a_c_Line + ui_Len, 1);
-    if (i_N <= 0 || a_c_Line[ui_Len] == '\n') break;
-    ui_Len++;
-  }
-  a_c_Line[ui_Len] = '\0';
-  close(a_i_Pipe[0]);
-  str_Address = a_c_Line;
+  char a_c_Line[512] = "";
+  FILE* z_o_In = fdopen(a_i_Pipe[0], "r");
+  if (fgets(a_c_Line, sizeof(a_c_Line), z_o_In) == nullptr) a_c_Line[0] = '\0';
+  fclose(z_o_In);
+  str_Address = std::string(a_c_Line).substr(0, std::strcspn(a_c_Line, "\n"));
   if (str_Address.empty()) ADD_FAILURE() << "dbus-daemon printed no address";
 }
 
@@ -146,8 +148,7 @@ Sandbox::~Sandbox() {
 
 void Sandbox::f_Write(const std::string& str_Logical, const std::string& str_Content) const {
   std::string str_Full = f_Path(str_Logical);
-  std::string str_Cmd = "mkdir -p '" + str_Full.substr(0, str_Full.rfind('/')) + "'";
-  if (std::system(str_Cmd.c_str()) != 0) ADD_FAILURE() << str_Cmd;
+  std::filesystem::create_directories(str_Full.substr(0, str_Full.rfind('/')));
   std::ofstream(str_Full, std::ios::binary | std::ios::trunc) << str_Content;
 }
 
@@ -169,16 +170,7 @@ int Sandbox::f_Sim(const std::string& str_Args, std::string* z_str_Out) const {
   }
   std::string str_Cmd = std::string(SYSSRV_SIM) + " " + str_Sub;
   str_Cmd += (str_Sub == "init") ? " '" + str_Dir + "'" : " --root '" + str_Dir + "'";
-  str_Cmd += str_Rest + " 2>&1";
-  FILE* z_o_Pipe = popen(str_Cmd.c_str(), "r");
-  if (z_o_Pipe == nullptr) return -1;
-  std::string str_Out;
-  char a_c_Buf[4096];
-  size_t ui_N;
-  while ((ui_N = fread(a_c_Buf, 1, sizeof(a_c_Buf), z_o_Pipe)) > 0) str_Out.append(a_c_Buf, ui_N);
-  int i_Status = pclose(z_o_Pipe);
-  if (z_str_Out != nullptr) *z_str_Out = str_Out;
-  return WIFEXITED(i_Status) ? WEXITSTATUS(i_Status) : -1;
+  return f_Shell(str_Cmd + str_Rest + " 2>&1", z_str_Out);
 }
 
 namespace {
@@ -192,21 +184,11 @@ T f_ReadSeg(const std::string& str_File) {
 }  // namespace
 
 bool Sandbox::f_BmsOut(int i_Line) const {
-  uint32_t ui_Out = 0;
-  std::ifstream o_In(f_Path("/dev/shm/BmsShMem"), std::ios::binary);
-  o_In.seekg(offsetof(BmsShMem_ST, ui_Outputs));
-  o_In.read(reinterpret_cast<char*>(&ui_Out), sizeof(ui_Out));
-  return (ui_Out >> i_Line) & 1u;
+  return (f_ReadSeg<BmsShMem_ST>(f_Path("/dev/shm/BmsShMem")).ui_Outputs >> i_Line) & 1u;
 }
 
 int Sandbox::f_CurError() const {
   return f_ReadSeg<ErrorShMemData_ST>(f_Path("/dev/shm/ErrorShMem")).i_CurError;
-}
-unsigned Sandbox::f_RdyIst() const {
-  return f_ReadSeg<ErrorShMemData_ST>(f_Path("/dev/shm/ErrorShMem")).ui_RdyIst;
-}
-unsigned Sandbox::f_RdySoll() const {
-  return f_ReadSeg<ErrorShMemData_ST>(f_Path("/dev/shm/ErrorShMem")).ui_RdySoll;
 }
 
 // --- Daemon --------------------------------------------------------------------
@@ -224,10 +206,9 @@ Daemon::~Daemon() {
 bool Daemon::f_Start(int i_TimeoutMs) {
   f_Spawn();
   BusClient o_Probe(o_Bus.f_Address());
-  bool b_Owned =
-      f_WaitUntil([&] { return o_Probe.f_HasOwner(A_C_BUS_NAME) || !f_Running(); }, i_TimeoutMs);
-  i_OwnedAt = g_get_monotonic_time();
-  return b_Owned && f_Running();
+  return f_WaitUntil([&] { return o_Probe.f_HasOwner(A_C_BUS_NAME) || !f_Running(); },
+                     i_TimeoutMs) &&
+         f_Running();
 }
 
 void Daemon::f_Spawn() {
@@ -345,6 +326,12 @@ GVariant* BusClient::f_CallOk(const char* z_c_Method, GVariant* o_Params) {
   return o_Reply;
 }
 
+bool BusClient::f_Invoke(const char* z_c_Method, GVariant* o_Params) {
+  GVariant* o_Reply = f_CallOk(z_c_Method, o_Params);
+  if (o_Reply != nullptr) g_variant_unref(o_Reply);
+  return o_Reply != nullptr;
+}
+
 bool BusClient::f_CallFails(const char* z_c_Method, GVariant* o_Params) {
   GError* z_o_Err = nullptr;
   GVariant* o_Reply = f_Call(z_c_Method, o_Params, &z_o_Err);
@@ -442,11 +429,31 @@ void SignalRecorder::f_Sync() {
   }
 }
 
+// --- Service -------------------------------------------------------------------
+
+Service::Service(const std::function<void(const Sandbox&)>& f_Prepare) {
+  if (f_Prepare) f_Prepare(o_Box);
+  b_Started = o_Daemon.f_Start();
+  if (!b_Started) ADD_FAILURE() << "the daemon did not start:\n" << o_Daemon.f_Log();
+}
+
+Service::~Service() {
+  if (!b_Started) return;
+  EXPECT_EQ(o_Daemon.f_Stop(), 0) << o_Daemon.f_Log();
+  EXPECT_EQ(o_Daemon.f_Log().find("runtime error:"), std::string::npos) << o_Daemon.f_Log();
+}
+
 int f_Int(GVariant* o_V, int i_Index) {
   GVariant* o_C = g_variant_get_child_value(o_V, i_Index);
   int i_R = g_variant_get_int32(o_C);
   g_variant_unref(o_C);
   return i_R;
+}
+
+std::vector<int> f_Ints(GVariant* o_V) {
+  std::vector<int> o_Out;
+  for (gsize i = 0; i < g_variant_n_children(o_V); i++) o_Out.push_back(f_Int(o_V, i));
+  return o_Out;
 }
 
 std::string f_Str(GVariant* o_V, int i_Index) {

@@ -16,6 +16,9 @@ constexpr const char* A_C_IFACE = "com.torvane.akku.SysInterface";
 std::string f_MakeTempDir(const char* z_c_Prefix);
 void f_RemoveTree(const std::string& str_Dir);
 std::string f_ReadFile(const std::string& str_Path);
+// Runs a shell command line; its exit status (-1 when it did not end normally), its
+// standard output into *z_str_Out.
+int f_Shell(const std::string& str_Cmd, std::string* z_str_Out = nullptr);
 // Runs the default main context for about i_Ms milliseconds.
 void f_Pump(int i_Ms);
 // Polls f_Cond (pumping the main context) until it is true or i_TimeoutMs passed.
@@ -52,10 +55,8 @@ class Sandbox {
   int f_Sim(const std::string& str_Args, std::string* z_str_Out = nullptr) const;
   // Output line n of the BMS board.
   bool f_BmsOut(int i_Line) const;
-  // Current error and readiness words of "/ErrorShMem".
+  // The current error word of "/ErrorShMem".
   int f_CurError() const;
-  unsigned f_RdyIst() const;
-  unsigned f_RdySoll() const;
 
  private:
   std::string str_Dir;
@@ -78,9 +79,8 @@ class Daemon {
   std::string f_Log() const;
   std::string f_Stdout() const;
   bool f_WaitLog(const std::string& str_Text, int i_TimeoutMs) const;
-  // Monotonic times (µs) of the start and of f_Start seeing the name owned.
+  // Monotonic time (µs) of the start.
   gint64 f_StartedAt() const { return i_StartedAt; }
-  gint64 f_OwnedAt() const { return i_OwnedAt; }
   // Starts the process without waiting for the bus name.
   void f_Spawn();
 
@@ -91,7 +91,6 @@ class Daemon {
   pid_t i_Pid = -1;
   int i_ExitStatus = -1;
   gint64 i_StartedAt = 0;
-  gint64 i_OwnedAt = 0;
 };
 
 class BusClient {
@@ -104,6 +103,8 @@ class BusClient {
                    int i_TimeoutMs = 5000, GDBusCallFlags e_Flags = G_DBUS_CALL_FLAGS_NONE);
   // Calls and expects success; the reply is returned (caller unrefs) or the test fails.
   GVariant* f_CallOk(const char* z_c_Method, GVariant* o_Params = nullptr);
+  // Calls, expects success and drops the reply; true on success.
+  bool f_Invoke(const char* z_c_Method, GVariant* o_Params = nullptr);
   // True when the call failed with the service's error reply (GIO error 30).
   bool f_CallFails(const char* z_c_Method, GVariant* o_Params = nullptr);
   // Sends a call flagged "no reply expected"; returns its serial.
@@ -152,8 +153,29 @@ class SignalRecorder {
   std::vector<bool> o_Used;
 };
 
-// Convenience: an int from a one-int tuple, a string from "(s)".
+// The usual set-up of a suite: a private bus, a sandbox (f_Prepare edits it before the
+// start), a client with its signal recorder, and the daemon, started; made in that order and
+// undone in reverse. The end stops the daemon and expects exit status 0 and a log free of
+// sanitizer findings (one that does not end the process only shows there).
+class Service {
+ public:
+  explicit Service(const std::function<void(const Sandbox&)>& f_Prepare = {});
+  ~Service();
+  bool f_Started() const { return b_Started; }
+
+  PrivateBus o_Bus;
+  Sandbox o_Box;
+  BusClient o_Client{o_Bus.f_Address()};
+  SignalRecorder o_Rec{o_Client};
+  Daemon o_Daemon{o_Box, o_Bus};
+
+ private:
+  bool b_Started = false;
+};
+
+// Convenience: an int from a tuple, all its ints, a string from "(s)".
 int f_Int(GVariant* o_V, int i_Index = 0);
+std::vector<int> f_Ints(GVariant* o_V);
 std::string f_Str(GVariant* o_V, int i_Index = 0);
 
 }  // namespace it

@@ -1,9 +1,11 @@
 // Battery supervision on the real daemon: the simulated driver's battery byte drives
 // charge, status, outputs, readiness flag 6, error 3228 and the power-off count-down.
+#include <algorithm>
 #include <csignal>
 #include <gtest/gtest.h>
-#include <memory>
+#include <functional>
 #include <string>
+#include <vector>
 
 #include "Harness.h"
 
@@ -13,41 +15,38 @@ namespace {
 
 bool f_IsInt(GVariant* o_V, int i_Value) { return f_Int(o_V) == i_Value; }
 
+// One daemon per case; the end expects exit status 0.
 class Battery : public ::testing::Test {
  protected:
-  void SetUp() override {
-    o_Client = std::make_unique<BusClient>(o_Bus.f_Address());
-    o_Rec = std::make_unique<SignalRecorder>(*o_Client);
-  }
+  explicit Battery(const std::function<void(const Sandbox&)>& f_Prepare = {}) : o_Svc(f_Prepare) {}
   // Waits for "battstatuschanged" with the given status.
   bool f_Status(int i_Status, int i_TimeoutMs = 5000) {
-    return o_Rec->f_WaitFor("battstatuschanged", i_TimeoutMs,
-                            [=](GVariant* v) { return f_IsInt(v, i_Status); }) != nullptr;
+    return o_Rec.f_WaitFor("battstatuschanged", i_TimeoutMs,
+                           [=](GVariant* v) { return f_IsInt(v, i_Status); }) != nullptr;
   }
   bool f_Power(int i_Power, int i_TimeoutMs = 5000) {
-    return o_Rec->f_WaitFor("battpowerchanged", i_TimeoutMs,
-                            [=](GVariant* v) { return f_IsInt(v, i_Power); }) != nullptr;
+    return o_Rec.f_WaitFor("battpowerchanged", i_TimeoutMs,
+                           [=](GVariant* v) { return f_IsInt(v, i_Power); }) != nullptr;
   }
   int f_Get(const char* z_c_Method, GVariant* o_Args = nullptr) {
-    GVariant* o_R = o_Client->f_CallOk(z_c_Method, o_Args);
+    GVariant* o_R = o_Svc.o_Client.f_CallOk(z_c_Method, o_Args);
     int i_V = o_R ? f_Int(o_R) : -999;
     if (o_R) g_variant_unref(o_R);
     return i_V;
   }
-  PrivateBus o_Bus;
-  Sandbox o_Box;
-  std::unique_ptr<BusClient> o_Client;
-  std::unique_ptr<SignalRecorder> o_Rec;
+  Service o_Svc;
+  const Sandbox& o_Box = o_Svc.o_Box;
+  SignalRecorder& o_Rec = o_Svc.o_Rec;
+  Daemon& o_Daemon = o_Svc.o_Daemon;
 };
 
 TEST_F(Battery, FallingChargeDrivesStatusOutputsErrorAndCountDown) {
-  Daemon o_Daemon(o_Box, o_Bus);
-  ASSERT_TRUE(o_Daemon.f_Start());
+  ASSERT_TRUE(o_Svc.f_Started());
 
   // Full battery at start: charge first, then status; flag 6 completes readiness.
   ASSERT_TRUE(f_Power(100, 8000));
   ASSERT_TRUE(f_Status(3));
-  ASSERT_NE(o_Rec->f_WaitFor("rdychanged", 5000, [](GVariant* v) { return f_Int(v) == 72; }),
+  ASSERT_NE(o_Rec.f_WaitFor("rdychanged", 5000, [](GVariant* v) { return f_Int(v) == 72; }),
             nullptr);
   EXPECT_TRUE(o_Box.f_BmsOut(29));
   EXPECT_FALSE(o_Box.f_BmsOut(30));
@@ -67,11 +66,11 @@ TEST_F(Battery, FallingChargeDrivesStatusOutputsErrorAndCountDown) {
     }
   }
   // Low: error 3228 once, flag 6 and output 29 drop.
-  const Signal_ST* z_o_Fault = o_Rec->f_WaitFor("sysfault", 5000);
+  const Signal_ST* z_o_Fault = o_Rec.f_WaitFor("sysfault", 5000);
   ASSERT_NE(z_o_Fault, nullptr);
   EXPECT_EQ(f_Int(z_o_Fault->o_Args, 0), 403);
   EXPECT_EQ(f_Int(z_o_Fault->o_Args, 1), 4);
-  EXPECT_NE(o_Rec->f_WaitFor("rdychanged", 5000, [](GVariant* v) { return f_Int(v) == 0; }),
+  EXPECT_NE(o_Rec.f_WaitFor("rdychanged", 5000, [](GVariant* v) { return f_Int(v) == 0; }),
             nullptr);
   EXPECT_FALSE(o_Box.f_BmsOut(29));
   EXPECT_EQ(f_Get("fbattstatusget", g_variant_new("(i)", 0)), 2);
@@ -80,38 +79,36 @@ TEST_F(Battery, FallingChargeDrivesStatusOutputsErrorAndCountDown) {
   ASSERT_EQ(o_Box.f_Sim("battery 9"), 0);
   ASSERT_TRUE(f_Status(1));
   for (int i = 20; i >= 1; i--)
-    ASSERT_NE(o_Rec->f_WaitFor("battcntdwn", 3000, [=](GVariant* v) { return f_IsInt(v, i); }),
+    ASSERT_NE(o_Rec.f_WaitFor("battcntdwn", 3000, [=](GVariant* v) { return f_IsInt(v, i); }),
               nullptr)
         << i;
   EXPECT_TRUE(f_WaitUntil([&] { return o_Box.f_Read("/proc/pwrctrl/poweroff") == "1\n"; }, 3000));
-  auto o_Downs = o_Rec->f_All("battcntdwn");
+  auto o_Downs = o_Rec.f_All("battcntdwn");
   ASSERT_EQ(o_Downs.size(), 20u);
   // One second apart, give or take a tick.
   gint64 i_Span = o_Downs.back()->i_Time - o_Downs.front()->i_Time;
   EXPECT_GT(i_Span, 18 * G_USEC_PER_SEC);
   EXPECT_LT(i_Span, 21 * G_USEC_PER_SEC);
-  EXPECT_EQ(o_Rec->f_Count("sysfault"), 1u);
+  EXPECT_EQ(o_Rec.f_Count("sysfault"), 1u);
 
   // A good battery again stops it and withdraws 3228.
   ASSERT_EQ(o_Box.f_Sim("battery 100"), 0);
   ASSERT_TRUE(f_Status(3));
-  const Signal_ST* z_o_Ack = o_Rec->f_WaitFor("acksysfault", 5000);
+  const Signal_ST* z_o_Ack = o_Rec.f_WaitFor("acksysfault", 5000);
   ASSERT_NE(z_o_Ack, nullptr);
   EXPECT_EQ(f_Int(z_o_Ack->o_Args, 0), 403);
   EXPECT_TRUE(o_Box.f_BmsOut(29));
-  EXPECT_EQ(o_Daemon.f_Stop(), 0);
 }
 
 TEST_F(Battery, SixZeroReadingsEmptyTheBatteryAndOffOnAnnouncementsWork) {
-  Daemon o_Daemon(o_Box, o_Bus);
-  ASSERT_TRUE(o_Daemon.f_Start());
+  ASSERT_TRUE(o_Svc.f_Started());
   ASSERT_TRUE(f_Status(3, 8000));
 
   // Zero readings are glitches until six of them have been seen (six ticks of 250 ms).
   gint64 i_Zero = g_get_monotonic_time();
   ASSERT_EQ(o_Box.f_Sim("battery 0"), 0);
-  o_Rec->f_Clear();
-  const Signal_ST* z_o_Power = o_Rec->f_WaitFor("battpowerchanged", 5000);
+  o_Rec.f_Clear();
+  const Signal_ST* z_o_Power = o_Rec.f_WaitFor("battpowerchanged", 5000);
   ASSERT_NE(z_o_Power, nullptr);
   EXPECT_EQ(f_Int(z_o_Power->o_Args), 0);
   EXPECT_GE(z_o_Power->i_Time - i_Zero, 1000 * 1000);
@@ -120,19 +117,18 @@ TEST_F(Battery, SixZeroReadingsEmptyTheBatteryAndOffOnAnnouncementsWork) {
   ASSERT_TRUE(f_Status(3));
 
   // Off (SIGUSR1): status 0, output 30, count-down, the clock saved to the RTC.
-  o_Rec->f_Clear();
+  o_Rec.f_Clear();
   o_Daemon.f_Signal(SIGUSR1);
   ASSERT_TRUE(f_Status(0));
   EXPECT_TRUE(f_Power(0));
-  EXPECT_NE(o_Rec->f_WaitFor("battcntdwn", 3000, [](GVariant* v) { return f_IsInt(v, 20); }),
+  EXPECT_NE(o_Rec.f_WaitFor("battcntdwn", 3000, [](GVariant* v) { return f_IsInt(v, 20); }),
             nullptr);
   EXPECT_TRUE(o_Box.f_BmsOut(30));
   EXPECT_TRUE(f_WaitUntil(
       [&] { return o_Box.f_Read("/sim/commands.log").find("hwclock -wu") != std::string::npos; },
       3000));
   // While off, a client's charge is accepted and ignored.
-  GVariant* o_R = o_Client->f_CallOk("fbattpowerset", g_variant_new("(i)", 55));
-  if (o_R) g_variant_unref(o_R);
+  EXPECT_TRUE(o_Svc.o_Client.f_Invoke("fbattpowerset", g_variant_new("(i)", 55)));
   EXPECT_EQ(f_Get("fbattpowerget"), 0);
 
   // On (SIGUSR2): status 4, the count-down stops and the next reading publishes the charge.
@@ -140,33 +136,51 @@ TEST_F(Battery, SixZeroReadingsEmptyTheBatteryAndOffOnAnnouncementsWork) {
   ASSERT_TRUE(f_Status(4));
   ASSERT_TRUE(f_Power(100));
   ASSERT_TRUE(f_Status(3));
-  o_Rec->f_Sync();
-  size_t ui_Downs = o_Rec->f_Count("battcntdwn");
+  o_Rec.f_Sync();
+  size_t ui_Downs = o_Rec.f_Count("battcntdwn");
   f_Pump(1500);
-  EXPECT_EQ(o_Rec->f_Count("battcntdwn"), ui_Downs) << "count-down kept running";
+  EXPECT_EQ(o_Rec.f_Count("battcntdwn"), ui_Downs) << "count-down kept running";
 
   // Both announcements before one tick: each of the next two ticks consumes one, and
-  // both see the battery on (then the reading publishes the charge again).
-  o_Rec->f_Clear();
-  o_Daemon.f_Signal(SIGUSR1);
-  o_Daemon.f_Signal(SIGUSR2);
-  for (int i_Status : {4, 3, 4, 3}) {
-    ASSERT_TRUE(f_Status(i_Status)) << i_Status;
+  // both see the battery on (then the reading publishes the charge again). A tick may
+  // fall between the two signals sent from here; that pair is two separate
+  // announcements (off, then on), so the case is tried again.
+  std::vector<int> o_Seen;
+  for (int i_Try = 0; i_Try < 5; i_Try++) {
+    o_Rec.f_Clear();
+    o_Daemon.f_Signal(SIGUSR1);
+    o_Daemon.f_Signal(SIGUSR2);
+    auto f_Statuses = [&] {
+      o_Seen.clear();
+      for (const Signal_ST* z_o_S : o_Rec.f_All("battstatuschanged"))
+        o_Seen.push_back(f_Int(z_o_S->o_Args));
+      return o_Seen;
+    };
+    ASSERT_TRUE(f_WaitUntil([&] {
+      std::vector<int> o_S = f_Statuses();
+      return std::count(o_S.begin(), o_S.end(), 3) == 2 ||
+             (std::count(o_S.begin(), o_S.end(), 0) > 0 && !o_S.empty() && o_S.back() == 3);
+    }, 8000));
+    if (std::count(o_Seen.begin(), o_Seen.end(), 0) == 0) break;
+    f_Pump(600);  // let the split pair settle before the next try
   }
-  o_Rec->f_Sync();
-  for (const Signal_ST* z_o_S : o_Rec->f_All("battstatuschanged")) EXPECT_NE(f_Int(z_o_S->o_Args), 0);
-  EXPECT_EQ(o_Daemon.f_Stop(), 0);
+  EXPECT_EQ(o_Seen, (std::vector<int>{4, 3, 4, 3}));
 }
 
-TEST_F(Battery, ReadingsWithoutARealValue) {
-  // 255 at start equals the remembered value: nothing is published.
-  ASSERT_EQ(o_Box.f_Sim("battery 255"), 0);
-  Daemon o_Daemon(o_Box, o_Bus);
-  ASSERT_TRUE(o_Daemon.f_Start());
+// Starts on a reading of 255, which equals the value remembered at start.
+class BatteryUnread : public Battery {
+ protected:
+  BatteryUnread()
+      : Battery([](const Sandbox& o_Box) { ASSERT_EQ(o_Box.f_Sim("battery 255"), 0); }) {}
+};
+
+TEST_F(BatteryUnread, ReadingsWithoutARealValue) {
+  // Nothing is published.
+  ASSERT_TRUE(o_Svc.f_Started());
   ASSERT_TRUE(o_Daemon.f_WaitLog("f_CheckBattPower - Lt initialized", 5000));
   f_Pump(600);
   EXPECT_EQ(f_Get("fbattpowerget"), -1);
-  EXPECT_EQ(o_Rec->f_Count("battstatuschanged"), 0u);
+  EXPECT_EQ(o_Rec.f_Count("battstatuschanged"), 0u);
 
   // The driver in its boot loader stands for a usable battery (35 %).
   ASSERT_EQ(o_Box.f_Sim("sync 3"), 0);
@@ -178,7 +192,6 @@ TEST_F(Battery, ReadingsWithoutARealValue) {
   ASSERT_EQ(o_Box.f_Sim("battery --remove"), 0);
   EXPECT_TRUE(o_Daemon.f_WaitLog("f_CheckBattPower fopen", 3000));
   EXPECT_EQ(f_Get("fbattpowerget"), 35);
-  EXPECT_EQ(o_Daemon.f_Stop(), 0);
 }
 
 }  // namespace

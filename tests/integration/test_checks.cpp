@@ -2,7 +2,6 @@
 // Smod byte, and flash errors in the kernel log.
 #include <cjson/cJSON.h>
 #include <gtest/gtest.h>
-#include <memory>
 #include <string>
 
 #include "Harness.h"
@@ -19,25 +18,14 @@ constexpr int I_TEMP_PERIOD_MS = 5000 + 1500;
 class Checks : public ::testing::Test {
  protected:
   static void SetUpTestSuite() {
-    z_o_Bus = new PrivateBus();
-    z_o_Box = new Sandbox();
-    z_o_Client = new BusClient(z_o_Bus->f_Address());
-    z_o_Rec = new SignalRecorder(*z_o_Client);
-    z_o_Daemon = new Daemon(*z_o_Box, *z_o_Bus);
-    ASSERT_EQ(z_o_Box->f_Sim("templimit 60"), 0);
-    ASSERT_EQ(z_o_Box->f_Sim("dmesg 'UBIFS error (ubi0:0 pid 412): bad node at LEB 17'"), 0);
-    ASSERT_TRUE(z_o_Daemon->f_Start());
+    z_o_Svc = new Service([](const Sandbox& o_Box) {
+      ASSERT_EQ(o_Box.f_Sim("templimit 60"), 0);
+      ASSERT_EQ(o_Box.f_Sim("dmesg 'UBIFS error (ubi0:0 pid 412): bad node at LEB 17'"), 0);
+    });
+    z_o_Box = &z_o_Svc->o_Box;
+    z_o_Rec = &z_o_Svc->o_Rec;
   }
-  static void TearDownTestSuite() {
-    if (z_o_Daemon != nullptr) {
-      EXPECT_EQ(z_o_Daemon->f_Stop(), 0);
-    }
-    delete z_o_Daemon;
-    delete z_o_Rec;
-    delete z_o_Client;
-    delete z_o_Box;
-    delete z_o_Bus;
-  }
+  static void TearDownTestSuite() { delete z_o_Svc; }
   // Sets the sensor and waits until a check has stored the new reading.
   static bool f_Temp(const std::string& str_Arg, const std::string& str_Stored) {
     if (z_o_Box->f_Sim("temp " + str_Arg) != 0) return false;
@@ -66,26 +54,18 @@ class Checks : public ::testing::Test {
     z_o_Box->f_Write(A_C_CHAN_CFG, z_c_Text);
     free(z_c_Text);
     cJSON_Delete(z_o_Cfg);
-    GVariant* o_R = z_o_Client->f_CallOk("fcfgfilechanged", g_variant_new("(s)", A_C_CHAN_CFG));
-    if (o_R) g_variant_unref(o_R);
+    z_o_Svc->o_Client.f_Invoke("fcfgfilechanged", g_variant_new("(s)", A_C_CHAN_CFG));
   }
-  static PrivateBus* z_o_Bus;
-  static Sandbox* z_o_Box;
-  static BusClient* z_o_Client;
-  static SignalRecorder* z_o_Rec;
-  static Daemon* z_o_Daemon;
+  static inline Service* z_o_Svc = nullptr;
+  static inline const Sandbox* z_o_Box = nullptr;
+  static inline SignalRecorder* z_o_Rec = nullptr;
 };
-PrivateBus* Checks::z_o_Bus;
-Sandbox* Checks::z_o_Box;
-BusClient* Checks::z_o_Client;
-SignalRecorder* Checks::z_o_Rec;
-Daemon* Checks::z_o_Daemon;
 
 TEST_F(Checks, FlashErrorInTheKernelLogIsReportedOnce) {
   const Signal_ST* z_o_S = f_Fault(404, 12000);
   ASSERT_NE(z_o_S, nullptr);
   EXPECT_EQ(f_Int(z_o_S->o_Args, 1), 1);  // class 1: only a restart clears it
-  EXPECT_TRUE(z_o_Daemon->f_WaitLog("f_CheckUbifsErrors - ", 1000));
+  EXPECT_TRUE(z_o_Svc->o_Daemon.f_WaitLog("f_CheckUbifsErrors - ", 1000));
 }
 
 TEST_F(Checks, OverTemperatureWithHysteresis) {

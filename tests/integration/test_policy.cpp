@@ -36,16 +36,10 @@ std::string f_DenyByDefaultConfig(const std::string& str_Dir) {
 
 // Runs gdbus as user "nobody" against the bus; returns its output.
 std::string f_RunAsNobody(const std::string& str_Address, const std::string& str_Args) {
-  std::string str_Cmd = "DBUS_SYSTEM_BUS_ADDRESS='" + str_Address +
-                        "' setpriv --reuid=65534 --regid=65534 --clear-groups gdbus " + str_Args +
-                        " 2>&1";
-  FILE* z_o_Pipe = popen(str_Cmd.c_str(), "r");
   std::string str_Out;
-  char a_c_Buf[1024];
-  size_t ui_N;
-  while (z_o_Pipe && (ui_N = fread(a_c_Buf, 1, sizeof(a_c_Buf), z_o_Pipe)) > 0)
-    str_Out.append(a_c_Buf, ui_N);
-  if (z_o_Pipe) pclose(z_o_Pipe);
+  f_Shell("DBUS_SYSTEM_BUS_ADDRESS='" + str_Address +
+              "' setpriv --reuid=65534 --regid=65534 --clear-groups gdbus " + str_Args + " 2>&1",
+          &str_Out);
   return str_Out;
 }
 

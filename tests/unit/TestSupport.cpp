@@ -1,24 +1,11 @@
 #include "TestSupport.h"
 
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
-#include <sys/stat.h>
 #include <unistd.h>
-
-namespace {
-void f_MakeDirs(const std::string& str_Dir) {
-  std::string str_Cur;
-  std::stringstream o_In(str_Dir);
-  std::string str_Part;
-  while (std::getline(o_In, str_Part, '/')) {
-    if (str_Part.empty()) continue;
-    str_Cur += "/" + str_Part;
-    mkdir(str_Cur.c_str(), 0755);
-  }
-}
-}  // namespace
 
 TempRoot::TempRoot() {
   char a_c_Tmpl[] = "/tmp/syssrv-unit-XXXXXX";
@@ -29,17 +16,15 @@ TempRoot::TempRoot() {
 
 TempRoot::~TempRoot() {
   unsetenv("SYSSRV_ROOT");
-  std::string str_Cmd = "rm -rf '" + str_Dir + "'";
-  if (std::system(str_Cmd.c_str()) != 0) {
-    // Leaving a temporary directory behind is harmless for the test result.
-  }
+  std::error_code o_Ec;  // a directory left behind does not change a test's result
+  std::filesystem::remove_all(str_Dir, o_Ec);
 }
 
 void TempRoot::f_Write(const std::string& str_Logical, const std::string& str_Content) const {
   std::string str_Full = f_Path(str_Logical);
-  f_MakeDirs(str_Full.substr(0, str_Full.rfind('/')));
-  std::ofstream o_Out(str_Full, std::ios::binary | std::ios::trunc);
-  o_Out << str_Content;
+  std::error_code o_Ec;  // a parent that cannot be made shows when the file is used
+  std::filesystem::create_directories(str_Full.substr(0, str_Full.rfind('/')), o_Ec);
+  std::ofstream(str_Full, std::ios::binary | std::ios::trunc) << str_Content;
 }
 
 std::string TempRoot::f_Read(const std::string& str_Logical) const {

@@ -32,19 +32,3 @@ TEST(BusInterface, DispatcherKnowsEveryDeclaredMethodButBattStatusSet) {
         << str_Name << " is dispatched but not declared";
   g_dbus_node_info_unref(z_o_Node);
 }
-
-TEST(BusInterface, DispatchOrderIsFixed) {
-  // Other tools of the controller were built against this comparison order.
-  const std::vector<std::string> o_Expected = {
-      "freporterror",   "ftoolenableset",  "fcfgfilechanged", "fcyclecomplete",
-      "fackerrlist",    "fabortstart",     "fdelerrlist",     "fnewresult",
-      "fnewidcode",     "fprgchanged",     "frdyget",         "fsyserrorget",
-      "fgetunacknsyserrors", "fbattpowerget", "fbattstatusget", "ftoolenableget",
-      "fmfuset",        "fmfuget",         "fdumprdy",        "frdyflagset",
-      "frdyflagreset",  "fbatchcntrset",   "fbatchcntrclear", "fbatchcntrdel",
-      "fbatchcntrget",  "fidcodesrcset",   "fsetjobrunning",  "fbattpowerset",
-      "fsetoperationmode", "fnewoperationmode"};
-  size_t ui_Count = 0;
-  const char* const* a_z_c_Order = f_DispatchOrder(&ui_Count);
-  EXPECT_EQ(std::vector<std::string>(a_z_c_Order, a_z_c_Order + ui_Count), o_Expected);
-}

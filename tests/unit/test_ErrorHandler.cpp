@@ -1,5 +1,6 @@
-// The error store on a temporary database: duplicates, ring overwrite, restart,
-// acknowledgement, export, clearing, configuration and database faults.
+// The error store on a temporary database (duplicates, ring overwrite, restart,
+// acknowledgement, export, clearing, configuration and database faults) and the readiness
+// flags it keeps (the required set, masking, output 17, "rdychanged" and the one-time renice).
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -10,6 +11,7 @@
 #include <semaphore.h>
 #include <sqlite3.h>
 #include <string>
+#include <sys/stat.h>
 #include <thread>
 #include <vector>
 
@@ -17,7 +19,6 @@
 #include "SystemSrv.h"
 #include "TestSupport.h"
 #include "sysLib/Bms.h"
-#include "sysLib/Error.h"
 #include "sysLib/SysExcpt.h"
 
 namespace {
@@ -26,18 +27,20 @@ constexpr const char* A_C_DB = "/mnt/log/syserrors.sq3";
 constexpr const char* A_C_ROWS =
     "select group_concat(r, ' ') from (select id||':'||code||'/'||class||':'||ack as r from "
     "syserrors order by id)";
+using Texts = std::vector<std::string>;
 
 // Records each broadcast as "name (args)" instead of sending it.
 class RecordingHandler_CL : public ErrorHandler_CL {
  public:
   using ErrorHandler_CL::ErrorHandler_CL;
-  std::vector<std::string> f_Sent(const std::string& str_Name) const {
-    std::vector<std::string> o_Out;
+  Texts f_Sent(const std::string& str_Name) const {
+    Texts o_Out;
     for (const auto& str_Sig : o_Sent)
       if (str_Sig.rfind(str_Name + " ", 0) == 0)
         o_Out.push_back(str_Sig.substr(str_Name.size() + 1));
     return o_Out;
   }
+  Texts o_Sent;
 
  protected:
   void f_Signal(const char* z_c_Name, GVariant* o_Params) override {
@@ -47,16 +50,14 @@ class RecordingHandler_CL : public ErrorHandler_CL {
     g_free(z_c_Text);
     g_variant_unref(z_o_Tuple);
   }
-
- private:
-  std::vector<std::string> o_Sent;
 };
 
+// "code text" of the library exception f_Run throws, "" when none.
 std::string f_Thrown(const std::function<void()>& f_Run) {
   try {
     f_Run();
   } catch (SysExcpt_CL* z_o_Excpt) {
-    std::string str_Text = z_o_Excpt->f_GetText();
+    std::string str_Text = std::to_string(z_o_Excpt->f_GetCode()) + " " + z_o_Excpt->f_GetText();
     delete z_o_Excpt;
     return str_Text;
   }
@@ -67,10 +68,14 @@ class ErrorStoreTest : public ::testing::Test {
  protected:
   void SetUp() override {
     sem_init(&o_Obj.o_SignalEmitSemId, 0, 1);
-    o_Root.f_Write("/home/tool/config/log/rdystatus.json",
-                   R"({"flags":[{"nr":3,"state":1,"name":"SysSrv"}]})");
+    f_Flags(R"({"flags":[{"nr":3,"state":1,"name":"SysSrv"}]})");
     f_Cfg(A_C_DB, 512);
     std::filesystem::create_directories(o_Root.f_Path("/mnt/log"));
+    std::filesystem::create_directories(o_Root.f_Path("/sim"));
+    // A dbus-send that only notes its arguments, first on PATH in the sandbox.
+    o_Root.f_Write("/bin/dbus-send",
+                   "#!/bin/sh\necho \"$*\" >> '" + o_Root.f_Path("/sim/commands.log") + "'\n");
+    chmod(o_Root.f_Path("/bin/dbus-send").c_str(), 0755);
     o_Bms = std::make_unique<Bms_CL>();
   }
   void TearDown() override {
@@ -81,6 +86,9 @@ class ErrorStoreTest : public ::testing::Test {
     o_Root.f_Write(
         ErrorHandler_CL::A_C_CFG_PATH,
         "{\"DbFilePath\":\"" + str_Db + "\",\"MaxErrors\":" + std::to_string(i_Max) + "}");
+  }
+  void f_Flags(const std::string& str_Flags) {
+    o_Root.f_Write(RdyStatus_CL::A_C_RDY_STATUS_SOLL_PATH, str_Flags);
   }
   std::unique_ptr<RecordingHandler_CL> f_Make() {
     return std::make_unique<RecordingHandler_CL>(&o_Obj, 0, o_Bms.get());
@@ -106,6 +114,12 @@ class ErrorStoreTest : public ::testing::Test {
            std::to_string(i_Shm) + " diag " + o_Root.f_Read("/var/sysdiag/sysfault") +
            (o_H.f_IsRdyFlagSet(3) ? " flag3" : "") + (o_Bms->f_GetOut(18) ? " out18" : "");
   }
+  // (reported RdyIst, RdySoll) as "frdyget" answers them.
+  std::string f_RdyGet() {
+    int i_Ist = 0, i_Soll = 0;
+    if (!::f_RdyGet(&o_Obj, &i_Ist, &i_Soll, nullptr)) return "error";
+    return std::to_string(i_Ist) + " " + std::to_string(i_Soll);
+  }
 
   TempRoot o_Root;
   SysObj o_Obj{};
@@ -128,11 +142,11 @@ TEST_F(ErrorStoreTest, ActiveCodeIsStoredOnceWhateverItsClass) {
 TEST_F(ErrorStoreTest, RingOverwriteKeepsIdsRisingAcrossRestart) {
   f_Cfg(A_C_DB, 3);
   auto o_H = f_Make();
-  for (const char* z_c_Code : {"3216", "3228", "3252", "3268"}) o_H->f_Insert("Gui", z_c_Code);
-  EXPECT_EQ("2:403/4:0 3:406/4:0 4:408/4:0", f_Query(A_C_ROWS));
+  for (const char* z_c_Code : {"3216", "3233", "3252", "3268"}) o_H->f_Insert("Gui", z_c_Code);
+  EXPECT_EQ("2:404/1:0 3:406/4:0 4:408/4:0", f_Query(A_C_ROWS));
   o_H.reset();
   o_H = f_Make();  // the restart acknowledges every class
-  EXPECT_EQ("2:403/4:1 3:406/4:1 4:408/4:1", f_Query(A_C_ROWS));
+  EXPECT_EQ("2:404/1:1 3:406/4:1 4:408/4:1", f_Query(A_C_ROWS));
   EXPECT_EQ("0/0 shm 0 diag 0 flag3 out18", f_Current(*o_H));
   o_H->f_Insert("Gui", "3233");
   EXPECT_EQ("3:406/4:1 4:408/4:1 5:404/1:0", f_Query(A_C_ROWS));
@@ -170,16 +184,8 @@ TEST_F(ErrorStoreTest, AcknowledgementAndTheRecomputedCurrentError) {
   EXPECT_TRUE(o_H->f_Sent("acksysfault").empty());
   EXPECT_EQ(0, o_H->f_AckError(3216));
   EXPECT_EQ(0, o_H->f_AckError(3252));
-  EXPECT_EQ((std::vector<std::string>{"(402, 3252)", "(406, 3233)"}), o_H->f_Sent("acksysfault"));
+  EXPECT_EQ((Texts{"(402, 3252)", "(406, 3233)"}), o_H->f_Sent("acksysfault"));
   EXPECT_EQ("1:404/1:0 2:406/4:1 3:402/0:1", f_Query(A_C_ROWS));
-}
-
-TEST_F(ErrorStoreTest, LastAcknowledgementClearsTheCurrentError) {
-  auto o_H = f_Make();
-  o_H->f_Insert("Gui", "3228");
-  EXPECT_EQ(0, o_H->f_AckError(3228));
-  EXPECT_EQ((std::vector<std::string>{"(403, 0)"}), o_H->f_Sent("acksysfault"));
-  EXPECT_EQ("0/0 shm 0 diag 0 flag3 out18", f_Current(*o_H));
 }
 
 TEST_F(ErrorStoreTest, BusMethodsReportAcknowledgeExportAndClear) {
@@ -191,14 +197,18 @@ TEST_F(ErrorStoreTest, BusMethodsReportAcknowledgeExportAndClear) {
   free(z_c_Json);
 
   // Only the exact word "Ack" acknowledges; everything else is a report.
-  for (const char* z_c_Code : {"3216", "3203", "3228", "3233"})
-    EXPECT_TRUE(f_ReportError(&o_Obj, "Gui", z_c_Code, "Ack ", nullptr));
-  EXPECT_TRUE(f_ReportError(&o_Obj, "Gui", "3252", "ack", nullptr));
+  const std::pair<const char*, const char*> a_o_Reports[] = {{"3216", "Ack "},
+                                                             {"3203", " Ack"},
+                                                             {"3228", "ack"},
+                                                             {"3233", "ACK"},
+                                                             {"3252", "Acknowledge"}};
+  for (const auto& o_R : a_o_Reports)
+    EXPECT_TRUE(f_ReportError(&o_Obj, "Gui", o_R.first, o_R.second, nullptr)) << o_R.second;
+  EXPECT_EQ(5u, o_H->f_Sent("sysfault").size());
   EXPECT_TRUE(f_ReportError(&o_Obj, "Gui", "3252", "Ack", nullptr));
   // The collective acknowledgement takes classes 0 and 3 only.
   EXPECT_TRUE(f_AckErrList(&o_Obj, nullptr));
-  EXPECT_EQ((std::vector<std::string>{"(406, 3233)", "(402, 3233)", "(400, 3233)"}),
-            o_H->f_Sent("acksysfault"));
+  EXPECT_EQ((Texts{"(406, 3233)", "(402, 3233)", "(400, 3233)"}), o_H->f_Sent("acksysfault"));
   ASSERT_TRUE(f_GetUnAcknSysErrors(&o_Obj, &z_c_Json, nullptr));
   EXPECT_EQ("{\"errors\":[{\"code\":403,\"class\":4,\"date\":" +
                 f_Query("select date from syserrors where id=3") +
@@ -227,48 +237,6 @@ TEST_F(ErrorStoreTest, BusMethodsReportAcknowledgeExportAndClear) {
   EXPECT_EQ("1:408/4:0", f_Query(A_C_ROWS));
 }
 
-TEST(ErrorBusNullObject, HandlersAnswerWithoutAnErrorHandler) {
-  char* z_c_Json = nullptr;
-  int i_A = 7, i_B = 7, i_C = 7;
-  EXPECT_TRUE(f_ReportError(nullptr, "Gui", "3228", "", nullptr));
-  EXPECT_FALSE(f_AckErrList(nullptr, nullptr));
-  EXPECT_FALSE(f_DelErrList(nullptr, nullptr));
-  EXPECT_FALSE(f_GetUnAcknSysErrors(nullptr, &z_c_Json, nullptr));
-  EXPECT_TRUE(f_SysErrorGet(nullptr, &i_A, &i_B, &i_C, nullptr));
-  EXPECT_EQ(0, i_A | i_B | i_C);
-  EXPECT_FALSE(f_RdyGet(nullptr, &i_A, &i_B, nullptr));
-  EXPECT_TRUE(f_DumpRdy(nullptr, nullptr) && f_RdyFlagSet(nullptr, 3, nullptr) &&
-              f_RdyFlagReset(nullptr, 3, nullptr));
-}
-
-TEST_F(ErrorStoreTest, ProcessNamesAreStoredVerbatimOnInsertAndOverwrite) {
-  f_Cfg(A_C_DB, 2);
-  auto o_H = f_Make();
-  const char* a_z_c_Names[] = {"O'Brien", "x'); DROP TABLE syserrors; --", "a;b\"c",
-                               "Gui', code=1, ack=1 where id>0; --"};
-  int i_Code = 500;
-  for (const char* z_c_Name : a_z_c_Names) {
-    o_H->f_Insert(z_c_Name, std::to_string(++i_Code * 8 + 2).c_str());
-    EXPECT_EQ(z_c_Name, f_Query("select proc from syserrors order by id desc"));
-  }
-  EXPECT_EQ("3:503/2:0 4:504/2:0", f_Query(A_C_ROWS));
-}
-
-TEST_F(ErrorStoreTest, ErrorsRaisedBeforeTheStoreOpensAreStoredAndStayActive) {
-  Error_CL* z_o_Error = Error_CL::f_GetErrorObj();
-  z_o_Error->f_UseLocalStore();
-  z_o_Error->f_Insert(3252);
-  auto o_H = f_Make();
-  z_o_Error->f_Insert(3268);
-  EXPECT_EQ("1:406/4:0 2:408/4:0", f_Query(A_C_ROWS));
-  EXPECT_EQ("SysSrv.elf", f_Query("select proc from syserrors where id=1"));
-  o_H.reset();
-  z_o_Error->f_Insert(3216);  // no store: held, not handed to a dead object
-  EXPECT_EQ(1u, z_o_Error->f_GetHeld().size());
-  z_o_Error->f_AttachStore([](int) {});
-  z_o_Error->f_DetachStore();
-}
-
 TEST_F(ErrorStoreTest, ConfigurationDefaultsAndReload) {
   std::filesystem::remove(o_Root.f_Path(ErrorHandler_CL::A_C_CFG_PATH));
   auto o_H = f_Make();
@@ -290,7 +258,6 @@ TEST_F(ErrorStoreTest, ConfigurationDefaultsAndReload) {
   // Only the exact logical path reloads.
   o_Root.f_Write(ErrorHandler_CL::A_C_CFG_PATH, R"({"DbFilePath":"/mnt/log/other.sq3"})");
   o_H->f_CfgFileChanged("/home/tool/config/log/syserror.json ");
-  o_H->f_CfgFileChanged("/home/tool/config/ChanCfg.json");
   EXPECT_EQ(A_C_DB, o_H->f_GetDBPath());
 }
 
@@ -298,7 +265,7 @@ TEST_F(ErrorStoreTest, UnusableDatabaseStopsConstructionAndNothingCrashes) {
   o_Root.f_Write("/mnt/log/broken.sq3", std::string(4096, 'x'));
   for (const char* z_c_Db : {"/mnt/missing/dir/errors.sq3", "/mnt/log/broken.sq3"}) {
     f_Cfg(z_c_Db, 512);
-    EXPECT_EQ("ErrorHandler_CL::f_DBOpen", f_Thrown([&] { f_Make(); })) << z_c_Db;
+    EXPECT_EQ("2 ErrorHandler_CL::f_DBOpen", f_Thrown([&] { f_Make(); })) << z_c_Db;
   }
   // A running store whose reload points at an unusable file keeps answering.
   f_Cfg(A_C_DB, 512);
@@ -321,25 +288,126 @@ TEST_F(ErrorStoreTest, DatabaseLockedByAnotherProcess) {
   auto o_H = f_Make();
   sqlite3* z_o_Other = nullptr;
   sqlite3_open(o_Root.f_Path(A_C_DB).c_str(), &z_o_Other);
-  ASSERT_EQ(SQLITE_OK, sqlite3_exec(z_o_Other, "BEGIN EXCLUSIVE;", nullptr, nullptr, nullptr));
-  // The busy timeout is set only after the pragmas: a held lock fails the open at once.
-  auto o_Start = o_Clock::now();
-  EXPECT_EQ(-2, o_H->f_DBOpen());
-  EXPECT_LT(o_Clock::now() - o_Start, std::chrono::seconds(2));
-  sqlite3_exec(z_o_Other, "COMMIT;", nullptr, nullptr, nullptr);
-  ASSERT_EQ(0, o_H->f_DBOpen());
-
-  // A short hold is waited out and the error is stored.
+  // A short hold (a diagnostics tool reading, say) is waited out and the error is stored.
   ASSERT_EQ(SQLITE_OK, sqlite3_exec(z_o_Other, "BEGIN EXCLUSIVE;", nullptr, nullptr, nullptr));
   std::thread o_Releaser([z_o_Other] {
     std::this_thread::sleep_for(std::chrono::milliseconds(300));
     sqlite3_exec(z_o_Other, "COMMIT;", nullptr, nullptr, nullptr);
   });
-  o_Start = o_Clock::now();
+  auto o_Start = o_Clock::now();
   EXPECT_EQ(0, o_H->f_Insert("Gui", "3228"));
   EXPECT_GE(o_Clock::now() - o_Start, std::chrono::milliseconds(200));
   o_Releaser.join();
   sqlite3_close(z_o_Other);
   EXPECT_EQ("1:403/4:0", f_Query(A_C_ROWS));
+}
+
+// --- readiness ---------------------------------------------------------------------------
+
+TEST_F(ErrorStoreTest, ReadingTheRequiredFlags) {
+  struct Case_ST {
+    const char* z_c_Text;
+    uint32_t ui_Soll;
+    size_t ui_Listed;
+  };
+  const Case_ST a_o_Cases[] = {
+      // "state": 0 is listed but not required.
+      {R"({"flags":[{"nr":3,"state":1,"name":"SysSrv"},{"nr":5,"state":0,"name":"Gui"}]})", 0x8u,
+       2},
+      // Without a name the requirement stays; only the dump entry is missing.
+      {R"({"flags":[{"nr":6,"state":2}]})", 0x40u, 0},
+      // Numbers outside 0..31 require nothing.
+      {R"({"flags":[{"nr":40,"state":1,"name":"A"},{"nr":-1,"state":1,"name":"B"},)"
+       R"({"nr":31,"state":1,"name":"C"}]})",
+       0x80000000u, 3},
+      // Entries without a number for "nr" or "state" are skipped.
+      {R"({"flags":[{"state":1,"name":"A"},{"nr":2,"name":"B"},7,{"nr":"4","state":1,"name":"C"}]})",
+       0x0u, 0},
+  };
+  for (const auto& o_C : a_o_Cases) {
+    f_Flags(o_C.z_c_Text);
+    RdyStatus_CL o_Rdy;
+    EXPECT_EQ(o_C.ui_Soll, o_Rdy.f_GetRdySoll()) << o_C.z_c_Text;
+    EXPECT_EQ(o_C.ui_Listed, o_Rdy.f_GetRdySollStatusList().size()) << o_C.z_c_Text;
+  }
+  // A file that cannot be used stops the error handler.
+  for (const char* z_c_Text :
+       {R"({"flags":{"nr":3,"state":1}})", R"({"flag":[]})", "{\"flags\":["}) {
+    f_Flags(z_c_Text);
+    EXPECT_EQ("4 RdyStatus_CL::f_ReadRdySoll", f_Thrown([&] { f_Make(); })) << z_c_Text;
+  }
+}
+
+TEST_F(ErrorStoreTest, OnlyRequiredFlagsCount) {
+  f_Flags(R"({"flags":[{"nr":3,"state":1,"name":"S"},{"nr":5,"state":0,"name":"G"}]})");
+  auto o_H = f_Make();
+  z_o_ErrorHandler = o_H.get();
+  EXPECT_EQ("8 8", f_RdyGet());  // the open database set flag 3
+  f_BusRdyFlagSet(5);
+  EXPECT_EQ("8 8", f_RdyGet());
+  EXPECT_FALSE(o_H->f_SetRdyFlag(3));  // RdyIst 0x28 is not exactly RdySoll
+  f_BusRdyFlagReset(5);
+  EXPECT_TRUE(o_H->f_IsRdyFlagSet(5));
+  EXPECT_TRUE(o_H->f_IsRdyFlagSet(40));
+  EXPECT_TRUE(o_H->f_SetRdyFlag(3));
+  // Numbers beyond 0..31 must not wrap onto a real flag (35 and -29 would hit flag 3).
+  for (int i_Nr : {-1, 32, 35, -29}) f_RdyFlagReset(&o_Obj, i_Nr, nullptr);
+  EXPECT_TRUE(o_H->f_IsRdyFlagSet(3));
+  f_RdyFlagReset(&o_Obj, 3, nullptr);
+  EXPECT_EQ("0 8", f_RdyGet());
+  EXPECT_FALSE(o_H->f_IsRdyFlagSet(3));
+}
+
+TEST_F(ErrorStoreTest, ReadyOutputAndSignalOnlyOnChangeAndReniceOnce) {
+  f_Flags(R"({"flags":[{"nr":3,"state":1,"name":"S"},{"nr":6,"state":1,"name":"B"}]})");
+  auto o_H = f_Make();
+  // Not ready at start: nothing is announced and output 17 is left as it is.
+  o_Bms->f_Out(17, true);
+  o_H->f_RdyChecker();
+  EXPECT_TRUE(o_H->f_Sent("rdychanged").empty());
+  EXPECT_TRUE(o_Bms->f_GetOut(17));
+
+  struct Step_ST {
+    std::vector<int> o_Set, o_Reset;  // flag changes before the tick
+    bool b_Out17;                     // output 17 before the tick
+    bool b_Out17After;
+    const char* z_c_Signal;  // "" = none
+  };
+  const Step_ST a_o_Steps[] = {
+      {{6}, {}, false, true, "(72, 72)"},
+      {{}, {}, false, false, ""},  // still ready: the output is not rewritten
+      {{6}, {6}, true, true, ""},  // a drop undone within one period is no change
+      {{}, {6}, true, false, "(8, 72)"},
+      {{6}, {}, false, true, "(72, 72)"},
+  };
+  for (const auto& o_S : a_o_Steps) {
+    for (int i_Nr : o_S.o_Reset) o_H->f_ResetRdyFlag(i_Nr);
+    for (int i_Nr : o_S.o_Set) o_H->f_SetRdyFlag(i_Nr);
+    o_Bms->f_Out(17, o_S.b_Out17);
+    o_H->o_Sent.clear();
+    o_H->f_RdyChecker(nullptr);
+    EXPECT_EQ(o_S.b_Out17After, o_Bms->f_GetOut(17));
+    Texts o_Rdy = o_H->f_Sent("rdychanged");
+    EXPECT_EQ(o_S.z_c_Signal, o_Rdy.empty() ? "" : o_Rdy.back());
+  }
+  // Ready twice, but the user interface is reniced only at the first ready moment.
+  EXPECT_EQ(
+      "--system --print-reply --dest=com.torvane.akku.GUIService /GUI "
+      "com.torvane.akku.gui.setNice int32:-15\n",
+      o_Root.f_Read("/sim/commands.log"));
+}
+
+TEST_F(ErrorStoreTest, UnmappedErrorSegmentIsReportedNotDereferenced) {
+  // A directory where the segment should be: it can be neither opened nor mapped.
+  std::filesystem::create_directories(o_Root.f_Path("/dev/shm/ErrorShMem"));
+  auto o_H = f_Make();
+  z_o_ErrorHandler = o_H.get();
+  int i_Err = 0;
+  EXPECT_EQ("error", f_RdyGet());
+  EXPECT_EQ(-1, o_H->f_SysErrorGet(&i_Err));
+  EXPECT_FALSE(o_H->f_SetRdyFlag(3) || o_H->f_IsRdyFlagSet(3) || o_H->f_IsSmod());
+  o_H->f_RdyChecker();
+  EXPECT_TRUE(o_H->f_Sent("rdychanged").empty());
+  EXPECT_EQ(0, o_H->f_Insert("Gui", "3228"));  // the store itself still works
 }
 }  // namespace

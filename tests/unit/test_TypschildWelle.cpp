@@ -67,7 +67,7 @@ TEST(TypschildWelle, RandomRecordsAreReadSafely) {
   TempRoot o_Root;
   std::mt19937 o_Rng(815);
   Welle o_Welle;
-  for (int i = 0; i < 2000; ++i) {
+  for (int i = 0; i < 1000; ++i) {
     std::string str_Rec(o_Rng() % 200, '\0');
     for (char& c_Byte : str_Rec) c_Byte = static_cast<char>(o_Rng());
     bool b_Valid = i % 3 == 0 && str_Rec.size() >= 128;

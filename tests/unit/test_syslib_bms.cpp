@@ -6,7 +6,6 @@
 #include <string>
 #include <sys/wait.h>
 #include <unistd.h>
-#include <vector>
 
 #include "TestSupport.h"
 #include "sysLib/Bms.h"
@@ -34,23 +33,6 @@ bool f_InChild(int (*f_Body)()) {
   return WIFEXITED(i_Status) && WEXITSTATUS(i_Status) == 0;
 }
 }  // namespace
-
-TEST(Bms, ZeroFilledSegmentGetsMutexAndKeepsItsWords) {
-  TempRoot o_Root;
-  // What a simulator writes before the service starts: words set, no marker, no mutex.
-  std::string str_Raw(UI_BMS_SHMEM_SIZE, '\0');
-  uint32_t a_ui_Words[2] = {(1u << 17) | 1u, (1u << 5)};
-  std::memcpy(&str_Raw[0], a_ui_Words, sizeof(a_ui_Words));
-  o_Root.f_Write("/dev/shm/BmsShMem", str_Raw);
-
-  Bms_CL o_Bms;
-  EXPECT_TRUE(o_Bms.f_In(17) && o_Bms.f_In(0) && o_Bms.f_GetOut(5));
-  EXPECT_FALSE(o_Bms.f_In(1) || o_Bms.f_In(32) || o_Bms.f_In(-1));
-  auto o_Seg = f_ReadSeg<BmsShMem_ST>(o_Root, "/dev/shm/BmsShMem");
-  EXPECT_EQ(o_Seg.ui_InitMarker, UI_BMS_INIT_MARKER);
-  EXPECT_EQ(o_Seg.ui_Inputs, a_ui_Words[0]);
-  EXPECT_EQ(o_Seg.ui_Outputs, a_ui_Words[1]);
-}
 
 TEST(Bms, OutputsChangeUnderTheLockAndFlagTheUpdate) {
   TempRoot o_Root;
@@ -129,19 +111,4 @@ TEST(Error, OtherProcessesFailWithoutABus) {
     setenv("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/nonexistent/syssrv-test-bus", 1);
     return Error_CL::f_GetErrorObj()->f_Insert(3201) == -1 ? 0 : 1;
   }));
-}
-
-TEST(Error, ServiceHoldsErrorsUntilItsStoreIsAttached) {
-  Error_CL* z_o_Err = Error_CL::f_GetErrorObj();
-  z_o_Err->f_UseLocalStore();
-  EXPECT_EQ(z_o_Err->f_Insert(3201), 0);
-  EXPECT_EQ(z_o_Err->f_Insert(3228), 0);
-  EXPECT_EQ(z_o_Err->f_GetHeld(), (std::vector<int>{3201, 3228}));
-
-  std::vector<int> o_Stored;
-  z_o_Err->f_AttachStore([&o_Stored](int i_Coded) { o_Stored.push_back(i_Coded); });
-  EXPECT_TRUE(z_o_Err->f_GetHeld().empty());
-  EXPECT_EQ(z_o_Err->f_Insert(3252), 0);
-  EXPECT_EQ(o_Stored, (std::vector<int>{3201, 3228, 3252}));
-  z_o_Err->f_DetachStore();
 }

@@ -1,13 +1,11 @@
-// Root mapping, CRC, shell commands and GPIO of the system library.
+// Root mapping, CRC and shell commands of the system library.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
 #include <string>
-#include <sys/stat.h>
 
 #include "TestSupport.h"
 #include "sysLib/Crc.h"
-#include "sysLib/Gpio.h"
 #include "sysLib/SysCmd.h"
 #include "sysLib/SysPath.h"
 
@@ -63,33 +61,4 @@ TEST(SysCmd, QuotedTextReachesTheCommandUnchanged) {
   std::string str_Cmd = "printf '%s' " + f_ShellQuote(str_Text);
   ASSERT_EQ(f_SysCmd(str_Cmd.c_str(), a_c_Reply, sizeof(a_c_Reply)), 0);
   EXPECT_EQ(std::string(a_c_Reply), str_Text);
-}
-
-TEST(SysCmd, SandboxCommandsShadowTheHostOnes) {
-  TempRoot o_Root;
-  o_Root.f_Write("/bin/uname", "#!/bin/sh\necho simulated \"$@\"\n");
-  chmod(o_Root.f_Path("/bin/uname").c_str(), 0755);
-  char a_c_Reply[64];
-  ASSERT_EQ(f_SysCmd("uname -r", a_c_Reply, sizeof(a_c_Reply)), 0);
-  EXPECT_STREQ(a_c_Reply, "simulated -r\n");
-
-  o_Root.f_Write("/proc/pwrctrl/poweroff", "");
-  EXPECT_EQ(f_PowerOff(), 0);
-  EXPECT_EQ(o_Root.f_Read("/proc/pwrctrl/poweroff"), "1\n");
-}
-
-TEST(Gpio, ReadsLevelsAndRefusesGarbage) {
-  TempRoot o_Root;
-  const std::pair<const char*, int> a_o_Cases[] = {{"1\n", 1}, {"0", 0}, {"x", -1}, {"", -1}};
-  unsigned short us_Line = 100;
-  for (const auto& o_Case : a_o_Cases) {
-    o_Root.f_Write("/sys/class/gpio/gpio" + std::to_string(us_Line) + "/value", o_Case.first);
-    EXPECT_EQ(Gpio_CL(us_Line++, false, false).f_Read(), o_Case.second) << o_Case.first;
-  }
-  EXPECT_EQ(Gpio_CL(us_Line, false, false).f_Read(), -1);  // line not exported
-  EXPECT_EQ(Gpio_CL(us_Line, true, false).f_Write(true), -1);
-  EXPECT_FALSE(o_Root.f_Exists("/sys/class/gpio/gpio" + std::to_string(us_Line) + "/value"));
-  Gpio_CL o_Out(101, true, false);
-  EXPECT_EQ(o_Out.f_Write(true), 0);
-  EXPECT_EQ(o_Out.f_Read(), 1);
 }
