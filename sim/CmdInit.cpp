@@ -15,6 +15,7 @@
 #include "SimRoot.h"
 #include "sysLib/BmsShMem.h"
 #include "sysLib/ErrorShMem.h"
+#include "sysLib/SysCmd.h"
 
 namespace {
 
@@ -52,18 +53,6 @@ std::string f_PrettyJson(const char* z_c_Compact) {
   std::string str_Text = std::string(z_c_Text) + "\n";
   cJSON_free(z_c_Text);
   return str_Text;
-}
-
-std::string f_ShellQuote(const std::string& str_Text) {
-  std::string str_Out = "'";
-  for (char c_Char : str_Text) {
-    if (c_Char == '\'') {
-      str_Out += "'\\''";
-    } else {
-      str_Out += c_Char;
-    }
-  }
-  return str_Out + "'";
 }
 
 // A fake system command: records its call in sim/commands.log and succeeds, so that the
