@@ -144,7 +144,7 @@ int ChanCfg_CL::f_RefreshData(bool b_Full) {
   // A new motor unit starts a new maintenance history.
   b_WartungAktiv = false;
   ui_WartungZyklus = 0;
-  l_WartungDatum = 0;
+  ll_WartungDatum = 0;
   i_LetzteWartungDatum = 0;
   i_LetzteWartungZyklus = 0;
   int i_Ret = f_CreateCfg();
@@ -231,7 +231,7 @@ int ChanCfg_CL::f_CreateCfg() {
 
   Cfg::f_SetCfgKey(z_o_Tree, "Wartung", "Aktiv", b_WartungAktiv);
   Cfg::f_SetCfgKey(z_o_Tree, "Wartung", "Zyklus", ui_WartungZyklus);
-  Cfg::f_SetCfgKey(z_o_Tree, "Wartung", "Datum", l_WartungDatum);
+  Cfg::f_SetCfgKey(z_o_Tree, "Wartung", "Datum", ll_WartungDatum);
   Cfg::f_SetCfgKey(z_o_Tree, "LetzteWartung", "Datum", i_LetzteWartungDatum);
   Cfg::f_SetCfgKey(z_o_Tree, "LetzteWartung", "Zyklus", i_LetzteWartungZyklus);
   return Cfg::f_WriteCfgFile(z_o_Tree, A_C_CHAN_CFG_PATH, true);

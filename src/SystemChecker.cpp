@@ -88,19 +88,19 @@ float f_ConvertTemperature(unsigned char uc_Msb, unsigned char uc_Lsb) {
 void f_CheckWartung() {
   if (z_o_ChanCfg == nullptr) return;
   if (z_o_ChanCfg->f_IsServiceActive()) {
-    long l_Now = static_cast<long>(time(nullptr));
-    long l_NextDate = static_cast<long>(z_o_ChanCfg->f_GetNextServiceDate());
+    long long ll_Now = static_cast<long long>(time(nullptr));
+    long long ll_NextDate = z_o_ChanCfg->f_GetNextServiceDate();
     unsigned int ui_NextCycle = z_o_ChanCfg->f_GetNextServiceCycle();
     unsigned int ui_Cycle = 0;
     // A date of 0 or less switches the date test off.
-    bool b_DateDue = l_NextDate > 0 && l_Now >= l_NextDate;
+    bool b_DateDue = ll_NextDate > 0 && ll_Now >= ll_NextDate;
     bool b_CycleDue = f_SysDiagGetCycle(&ui_Cycle) == 0 && ui_NextCycle <= ui_Cycle;
     bool b_Due = b_DateDue || b_CycleDue;
     if (b_Due == b_ToolCheckAlt) return;
     b_ToolCheckAlt = b_Due;
     if (b_Due) {
-      if (b_DateDue) syslog(LOG_INFO, "f_CheckWartung - Date: %ld - %ld", l_Now, l_NextDate);
-      if (b_CycleDue) syslog(LOG_INFO, "f_CheckWartung - Cycle: %d - %d", ui_Cycle, ui_NextCycle);
+      if (b_DateDue) syslog(LOG_INFO, "f_CheckWartung - Date: %lld - %lld", ll_Now, ll_NextDate);
+      if (b_CycleDue) syslog(LOG_INFO, "f_CheckWartung - Cycle: %u - %u", ui_Cycle, ui_NextCycle);
       if (!b_HasError) {
         f_InsertError(I_MAINTENANCE_DUE);
         b_HasError = true;

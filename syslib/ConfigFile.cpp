@@ -228,6 +228,11 @@ int ConfigFileHelper_CL::f_SetCfgKey(cJSON* o_Tree, const char* z_c_Section, con
 }
 
 int ConfigFileHelper_CL::f_SetCfgKey(cJSON* o_Tree, const char* z_c_Section, const char* z_c_Key,
+                                     long long ll_Value) {
+  return f_SetItem(o_Tree, z_c_Section, z_c_Key, cJSON_CreateNumber(static_cast<double>(ll_Value)));
+}
+
+int ConfigFileHelper_CL::f_SetCfgKey(cJSON* o_Tree, const char* z_c_Section, const char* z_c_Key,
                                      unsigned long ul_Value) {
   return f_SetItem(o_Tree, z_c_Section, z_c_Key, cJSON_CreateNumber(static_cast<double>(ul_Value)));
 }

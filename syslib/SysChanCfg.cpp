@@ -38,6 +38,10 @@ unsigned int f_ToUIntChecked(double d_Value) {
 
 long f_ToLongChecked(double d_Value) { return f_Clamp<long>(d_Value, LONG_MIN, LONG_MAX); }
 
+long long f_ToLongLongChecked(double d_Value) {
+  return f_Clamp<long long>(d_Value, LLONG_MIN, LLONG_MAX);
+}
+
 unsigned long f_ToULongChecked(double d_Value) {
   return f_Clamp<unsigned long>(d_Value, 0ul, ULONG_MAX);
 }
@@ -133,7 +137,7 @@ void SysChanCfg_CL::f_SetDefaults() {
   o_Welle = Welle_ST();
   b_WartungAktiv = false;
   ui_WartungZyklus = 0;
-  l_WartungDatum = 0;
+  ll_WartungDatum = 0;
   i_LetzteWartungDatum = 0;
   i_LetzteWartungZyklus = 0;
 }
@@ -205,7 +209,7 @@ int SysChanCfg_CL::f_ReadFile() {
   z_o_Section = f_Item(z_o_Root, "Wartung");
   f_Bool(z_o_Section, "Aktiv", b_WartungAktiv);
   f_UInt(z_o_Section, "Zyklus", ui_WartungZyklus);
-  if (f_Number(z_o_Section, "Datum", d_Value)) l_WartungDatum = f_ToLongChecked(d_Value);
+  if (f_Number(z_o_Section, "Datum", d_Value)) ll_WartungDatum = f_ToLongLongChecked(d_Value);
 
   z_o_Section = f_Item(z_o_Root, "LetzteWartung");
   f_Int(z_o_Section, "Datum", i_LetzteWartungDatum);

@@ -53,6 +53,8 @@ class ConfigFileHelper_CL {
                          unsigned int ui_Value);
   static int f_SetCfgKey(cJSON* o_Tree, const char* z_c_Section, const char* z_c_Key, long l_Value);
   static int f_SetCfgKey(cJSON* o_Tree, const char* z_c_Section, const char* z_c_Key,
+                         long long ll_Value);
+  static int f_SetCfgKey(cJSON* o_Tree, const char* z_c_Section, const char* z_c_Key,
                          unsigned long ul_Value);
   static int f_SetCfgKey(cJSON* o_Tree, const char* z_c_Section, const char* z_c_Key,
                          double d_Value);

@@ -14,6 +14,9 @@ struct cJSON;
 int f_ToIntChecked(double d_Value);
 unsigned int f_ToUIntChecked(double d_Value);
 long f_ToLongChecked(double d_Value);
+// Dates as seconds since the epoch: 64 bits on every build, so the board (32-bit long)
+// keeps a service date after 2038 as the PC does.
+long long f_ToLongLongChecked(double d_Value);
 unsigned long f_ToULongChecked(double d_Value);
 // Narrowing: a finite value beyond the float range becomes an infinity of its sign.
 float f_ToFloatChecked(double d_Value);
@@ -84,7 +87,7 @@ class SysChanCfg_CL : public AbstractConfigFile_CL {
   // next service at this date (seconds since the epoch; 0 or less: no date).
   bool f_IsServiceActive() const { return b_WartungAktiv; }
   unsigned int f_GetNextServiceCycle() const { return ui_WartungZyklus; }
-  long f_GetNextServiceDate() const { return l_WartungDatum; }
+  long long f_GetNextServiceDate() const { return ll_WartungDatum; }
   bool f_IsConfigValid() const { return b_ConfigValid; }
 
  protected:
@@ -114,7 +117,7 @@ class SysChanCfg_CL : public AbstractConfigFile_CL {
   Welle_ST o_Welle;
   bool b_WartungAktiv = false;
   unsigned int ui_WartungZyklus = 0;
-  long l_WartungDatum = 0;
+  long long ll_WartungDatum = 0;
   int i_LetzteWartungDatum = 0;
   int i_LetzteWartungZyklus = 0;
 

@@ -1,0 +1,116 @@
+// The shared segments "/ErrorShMem" and "/BmsShMem" are read and written by processes this
+// build does not make: the I/O board process, the other processes of the controller, tools
+// built for a PC. Every build must therefore put each word at the same offset. The numbers
+// below are fixed; the PC build and the 32-bit ARM build both run this file against them.
+#include <gtest/gtest.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <fcntl.h>
+#include <string>
+#include <unistd.h>
+
+#include "ErrorHandler.h"
+#include "TestSupport.h"
+#include "sysLib/Bms.h"
+#include "sysLib/BmsShMem.h"
+#include "sysLib/Error.h"
+#include "sysLib/ErrorShMem.h"
+
+namespace {
+struct Field_ST {
+  const char* z_c_Name;
+  size_t ui_Offset;
+  size_t ui_Size;
+  size_t ui_WantOffset;
+  size_t ui_WantSize;
+};
+
+#define SHM_FIELD(TYPE, MEMBER, OFF, SIZE) \
+  Field_ST { #TYPE "." #MEMBER, offsetof(TYPE, MEMBER), sizeof(TYPE::MEMBER), OFF, SIZE }
+
+uint32_t f_WordAt(const std::string& str_Raw, size_t ui_Offset) {
+  uint32_t ui_Word = 0;
+  if (str_Raw.size() >= ui_Offset + sizeof(ui_Word)) {
+    std::memcpy(&ui_Word, str_Raw.data() + ui_Offset, sizeof(ui_Word));
+  }
+  return ui_Word;
+}
+
+// What another process does: writes bytes at an offset of the segment file in place.
+void f_PokeSegment(const TempRoot& o_Root, const char* z_c_File, size_t ui_Offset,
+                   const void* z_v_Data, size_t ui_Len) {
+  int i_Fd = open(o_Root.f_Path(z_c_File).c_str(), O_WRONLY | O_CLOEXEC);
+  ASSERT_GE(i_Fd, 0) << z_c_File;
+  EXPECT_EQ(pwrite(i_Fd, z_v_Data, ui_Len, static_cast<off_t>(ui_Offset)),
+            static_cast<ssize_t>(ui_Len));
+  close(i_Fd);
+}
+}  // namespace
+
+TEST(ShmLayout, WordsSitAtTheSameOffsetsInEveryBuild) {
+  const Field_ST a_o_Fields[] = {
+      SHM_FIELD(ErrorShMemData_ST, i_CurError, 0, 4),
+      SHM_FIELD(ErrorShMemData_ST, ui_RdySoll, 4, 4),
+      SHM_FIELD(ErrorShMemData_ST, ui_RdyIst, 8, 4),
+      SHM_FIELD(ErrorShMemData_ST, uc_Smod, 12, 1),
+      SHM_FIELD(ErrorShMemData_ST, auc_Reserved, 13, 3),
+      Field_ST{"ErrorShMemData_ST", 0, sizeof(ErrorShMemData_ST), 0, 16},
+      SHM_FIELD(BmsShMem_ST, ui_Inputs, 0, 4),
+      SHM_FIELD(BmsShMem_ST, ui_Outputs, 4, 4),
+      SHM_FIELD(BmsShMem_ST, ui_OutputUpdate, 8, 4),
+      SHM_FIELD(BmsShMem_ST, ui_InitMarker, 12, 4),
+  };
+  // Printed so that the logs of both builds can be laid side by side.
+  for (const Field_ST& o_F : a_o_Fields) {
+    std::printf("  %-34s @%-2zu %2zu bytes\n", o_F.z_c_Name, o_F.ui_Offset, o_F.ui_Size);
+    EXPECT_EQ(o_F.ui_Offset, o_F.ui_WantOffset) << o_F.z_c_Name;
+    EXPECT_EQ(o_F.ui_Size, o_F.ui_WantSize) << o_F.z_c_Name;
+  }
+  // The mutex is the one member whose size follows the C library of the build (24 bytes on
+  // 32-bit ARM, 40 on x86-64). Only processes of one build lock it, so it may differ, as
+  // long as it starts at 16 and ends inside the 64 bytes every build maps.
+  std::printf("  %-34s @%-2zu %2zu bytes (differs by build)\n", "BmsShMem_ST.o_Mutex",
+              offsetof(BmsShMem_ST, o_Mutex), sizeof(pthread_mutex_t));
+  EXPECT_EQ(offsetof(BmsShMem_ST, o_Mutex), 16u);
+  EXPECT_LE(sizeof(BmsShMem_ST), 64u);
+  EXPECT_EQ(UI_BMS_SHMEM_SIZE, 64u);
+  EXPECT_EQ(UI_BMS_INIT_MARKER, 0x424D5331u);
+}
+
+// The layout of the structures is only half of it: the library must also size the files
+// as every other process maps them and write the words where they read them.
+TEST(ShmLayout, BmsWordsReachOtherProcessesAtTheirOffsets) {
+  TempRoot o_Root;
+  Bms_CL o_Bms;
+  ASSERT_EQ(o_Bms.f_Out(5, true), 0);
+  std::string str_Raw = o_Root.f_Read("/dev/shm/BmsShMem");
+  ASSERT_EQ(str_Raw.size(), 64u);
+  EXPECT_EQ(f_WordAt(str_Raw, 4), 1u << 5);       // outputs
+  EXPECT_EQ(f_WordAt(str_Raw, 8), 1u);            // output update
+  EXPECT_EQ(f_WordAt(str_Raw, 12), 0x424D5331u);  // init marker
+
+  // The I/O board process sets input 17 (the external acknowledge) in word 0.
+  const uint32_t ui_Inputs = 1u << 17;
+  f_PokeSegment(o_Root, "/dev/shm/BmsShMem", 0, &ui_Inputs, sizeof(ui_Inputs));
+  EXPECT_TRUE(o_Bms.f_In(17));
+  EXPECT_FALSE(o_Bms.f_In(5));
+}
+
+TEST(ShmLayout, ErrorWordsReachOtherProcessesAtTheirOffsets) {
+  TempRoot o_Root;
+  ASSERT_EQ(Error_CL::f_GetErrorObj()->f_SetRdyFlag(3), 0);
+  std::string str_Raw = o_Root.f_Read("/dev/shm/ErrorShMem");
+  ASSERT_EQ(str_Raw.size(), 16u);
+  EXPECT_EQ(f_WordAt(str_Raw, 8), 1u << 3);  // RdyIst
+
+  // Another process asks to skip the temperature check with byte 12.
+  ErrorShMem_CL o_Seg;
+  ASSERT_TRUE(o_Seg.f_IsShMemRdy());
+  EXPECT_EQ(o_Seg.f_IsSmod(), 0);
+  const uint8_t uc_Smod = 1;
+  f_PokeSegment(o_Root, "/dev/shm/ErrorShMem", 12, &uc_Smod, sizeof(uc_Smod));
+  EXPECT_EQ(o_Seg.f_IsSmod(), 1);
+}
