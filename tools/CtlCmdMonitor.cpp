@@ -1,0 +1,120 @@
+// "monitor": every signal of the service, one line each, until SIGINT or SIGTERM.
+#include <glib-unix.h>
+
+#include <csignal>
+#include <cstdio>
+
+#include "CtlCommands.h"
+
+namespace {
+
+struct Monitor_ST {
+  GMainLoop* z_o_Loop = nullptr;
+  bool b_Json = false;
+  FlagNames_T o_Names;
+  int i_Exit = I_EXIT_OK;
+};
+
+void f_PrintEvent(const Monitor_ST& o_M, const char* z_c_Event, const char* z_c_Owner,
+                  const std::string& str_Text) {
+  if (o_M.b_Json) {
+    Json_T o_Line(cJSON_CreateObject());
+    cJSON_AddStringToObject(o_Line.get(), "time", f_NowIso().c_str());
+    cJSON_AddStringToObject(o_Line.get(), "event", z_c_Event);
+    if (z_c_Owner != nullptr) cJSON_AddStringToObject(o_Line.get(), "owner", z_c_Owner);
+    f_PrintJsonLine(o_Line.get());
+  } else {
+    std::printf("%s  -- %s\n", f_NowText().c_str(), str_Text.c_str());
+    std::fflush(stdout);
+  }
+}
+
+void f_OnSignal(GDBusConnection*, const gchar*, const gchar*, const gchar*, const gchar* z_c_Name,
+                GVariant* o_Params, gpointer z_v_Monitor) {
+  const Monitor_ST& o_M = *static_cast<const Monitor_ST*>(z_v_Monitor);
+  SignalView_ST o_View = f_DecodeSignal(z_c_Name, o_Params, o_M.o_Names);
+  if (o_M.b_Json) {
+    Json_T o_Line(cJSON_CreateObject());
+    cJSON_AddStringToObject(o_Line.get(), "time", f_NowIso().c_str());
+    cJSON_AddStringToObject(o_Line.get(), "signal", z_c_Name);
+    cJSON_AddItemToObject(o_Line.get(), "args", o_View.o_Args.release());
+    f_PrintJsonLine(o_Line.get());
+  } else {
+    std::printf("%s  %-23s %s\n", f_NowText().c_str(), z_c_Name, o_View.str_Text.c_str());
+    std::fflush(stdout);
+  }
+}
+
+void f_OnAppeared(GDBusConnection*, const gchar*, const gchar* z_c_Owner, gpointer z_v_Monitor) {
+  f_PrintEvent(*static_cast<Monitor_ST*>(z_v_Monitor), "service-appeared", z_c_Owner,
+               f_Format("SysSrv is on the bus (%s)", z_c_Owner));
+}
+
+void f_OnVanished(GDBusConnection* z_o_Conn, const gchar*, gpointer z_v_Monitor) {
+  // Also called once at the start when the service is not there yet.
+  if (z_o_Conn == nullptr || g_dbus_connection_is_closed(z_o_Conn)) return;
+  f_PrintEvent(*static_cast<Monitor_ST*>(z_v_Monitor), "service-vanished", nullptr,
+               "SysSrv is not on the bus (waiting for it)");
+}
+
+void f_OnClosed(GDBusConnection*, gboolean, GError* z_o_Err, gpointer z_v_Monitor) {
+  Monitor_ST& o_M = *static_cast<Monitor_ST*>(z_v_Monitor);
+  std::fprintf(stderr, "syssrvctl monitor: the system bus closed the connection%s%s\n",
+               z_o_Err != nullptr ? ": " : "", z_o_Err != nullptr ? z_o_Err->message : "");
+  o_M.i_Exit = I_EXIT_NO_SERVICE;
+  g_main_loop_quit(o_M.z_o_Loop);
+}
+
+gboolean f_OnStop(gpointer z_v_Monitor) {
+  g_main_loop_quit(static_cast<Monitor_ST*>(z_v_Monitor)->z_o_Loop);
+  // Kept until the end, where both handlers are removed together.
+  return G_SOURCE_CONTINUE;
+}
+
+}  // namespace
+
+int f_CmdMonitor(int i_Argc, char** a_z_c_Argv) {
+  CtlArgs_CL o_Args("", "Prints every signal of SysSrv, one line each, until interrupted.");
+  o_Args.f_AddJson();
+  o_Args.f_SetDescription(
+      "Each line holds the time, the signal's name and its arguments in words; with --json\n"
+      "one object per line: {\"time\", \"signal\", \"args\"}, or {\"time\", \"event\"} when the\n"
+      "service appears on or leaves the bus. SIGINT (Ctrl-C) or SIGTERM ends it with status 0.\n"
+      "A line on stderr says when it listens.");
+  o_Args.f_Parse(i_Argc, a_z_c_Argv);
+  o_Args.f_ExpectArgs(0, 0);
+  CtlBus_CL o_Bus(o_Args.f_TimeoutMs());
+
+  Monitor_ST o_M;
+  o_M.b_Json = o_Args.f_Json();
+  // The service reads the flag names once at its start; so do we.
+  o_M.o_Names = f_ReadFlagNames();
+  o_M.z_o_Loop = g_main_loop_new(nullptr, FALSE);
+  GDBusConnection* z_o_Conn = o_Bus.f_Conn();
+
+  guint ui_Sub = g_dbus_connection_signal_subscribe(z_o_Conn, A_C_SRV_NAME, A_C_SRV_IFACE, nullptr,
+                                                    A_C_SRV_PATH, nullptr, G_DBUS_SIGNAL_FLAGS_NONE,
+                                                    f_OnSignal, &o_M, nullptr);
+  guint ui_Watch =
+      g_bus_watch_name_on_connection(z_o_Conn, A_C_SRV_NAME, G_BUS_NAME_WATCHER_FLAGS_NONE,
+                                     f_OnAppeared, f_OnVanished, &o_M, nullptr);
+  gulong ul_Closed = g_signal_connect(z_o_Conn, "closed", G_CALLBACK(f_OnClosed), &o_M);
+  guint ui_Int = g_unix_signal_add(SIGINT, f_OnStop, &o_M);
+  guint ui_Term = g_unix_signal_add(SIGTERM, f_OnStop, &o_M);
+
+  // One round trip to the bus: once it is answered, our match rule is in place, and a
+  // caller that waits for the line below misses no signal.
+  o_Bus.f_ServiceRunning();
+  std::fprintf(stderr, "Listening to SysSrv's signals on %s (Ctrl-C ends).\n",
+               o_Bus.f_Address().c_str());
+
+  g_main_loop_run(o_M.z_o_Loop);
+
+  g_source_remove(ui_Int);
+  g_source_remove(ui_Term);
+  g_signal_handler_disconnect(z_o_Conn, ul_Closed);
+  g_bus_unwatch_name(ui_Watch);
+  g_dbus_connection_signal_unsubscribe(z_o_Conn, ui_Sub);
+  g_main_loop_unref(o_M.z_o_Loop);
+  return o_M.i_Exit;
+}
