@@ -51,14 +51,25 @@ int f_DriverByteCmd(int i_Argc, char** a_z_c_Argv, const char* z_c_Logical, cons
   return I_EXIT_OK;
 }
 
-// A subcommand with one whole-number argument written as text into one file.
-int f_NumberFileCmd(int i_Argc, char** a_z_c_Argv, const char* z_c_Logical, const char* z_c_Param,
-                    long long ll_Min, long long ll_Max, const char* z_c_Summary) {
+// The command line of a subcommand whose one argument is a whole number: the number, and
+// the tool root in str_Root.
+long long f_OneNumber(int i_Argc, char** a_z_c_Argv, const char* z_c_Param, long long ll_Min,
+                      long long ll_Max, const char* z_c_Summary, std::string& str_Root) {
   SimArgs_CL o_Args(z_c_Param, z_c_Summary, true);
   o_Args.f_Parse(i_Argc, a_z_c_Argv);
   o_Args.f_ExpectArgs(1, 1);
   long long ll_Value = f_ParseLong(o_Args.f_Args()[0], ll_Min, ll_Max, z_c_Param);
-  SimRoot_CL o_Root(o_Args.f_Root());
+  str_Root = o_Args.f_Root();
+  return ll_Value;
+}
+
+// A subcommand with one whole-number argument written as text into one file.
+int f_NumberFileCmd(int i_Argc, char** a_z_c_Argv, const char* z_c_Logical, const char* z_c_Param,
+                    long long ll_Min, long long ll_Max, const char* z_c_Summary) {
+  std::string str_Root;
+  long long ll_Value =
+      f_OneNumber(i_Argc, a_z_c_Argv, z_c_Param, ll_Min, ll_Max, z_c_Summary, str_Root);
+  SimRoot_CL o_Root(str_Root);
   f_WriteToolFile(o_Root, z_c_Logical, f_Format("%lld", ll_Value));
   return I_EXIT_OK;
 }
@@ -176,15 +187,13 @@ int f_CmdBusy(int i_Argc, char** a_z_c_Argv) {
 }
 
 int f_CmdSmod(int i_Argc, char** a_z_c_Argv) {
-  SimArgs_CL o_Args("BYTE",
-                    "Sets the mode byte of the error segment (1 skips the temperature "
-                    "check; any other value does not).",
-                    true);
-  o_Args.f_Parse(i_Argc, a_z_c_Argv);
-  o_Args.f_ExpectArgs(1, 1);
-  int i_Smod = static_cast<int>(f_ParseLong(o_Args.f_Args()[0], 0, 255, "BYTE"));
-  SimRoot_CL o_Root(o_Args.f_Root());
-  f_WriteSmod(o_Root, static_cast<uint8_t>(i_Smod));
+  std::string str_Root;
+  long long ll_Smod = f_OneNumber(i_Argc, a_z_c_Argv, "BYTE", 0, 255,
+                                  "Sets the mode byte of the error segment (1 skips the "
+                                  "temperature check; any other value does not).",
+                                  str_Root);
+  SimRoot_CL o_Root(str_Root);
+  f_WriteSmod(o_Root, static_cast<uint8_t>(ll_Smod));
   return I_EXIT_OK;
 }
 
@@ -214,14 +223,12 @@ int f_CmdDmesg(int i_Argc, char** a_z_c_Argv) {
 }
 
 int f_CmdHwRev(int i_Argc, char** a_z_c_Argv) {
-  SimArgs_CL o_Args("N",
-                    "Sets the hardware revision lines GPIO 112..114 (0..7). The supplier "
-                    "nameplate is left as it is.",
-                    true);
-  o_Args.f_Parse(i_Argc, a_z_c_Argv);
-  o_Args.f_ExpectArgs(1, 1);
-  int i_Rev = static_cast<int>(f_ParseLong(o_Args.f_Args()[0], 0, 7, "N"));
-  SimRoot_CL o_Root(o_Args.f_Root());
-  o_Root.f_WriteHwRev(i_Rev);
+  std::string str_Root;
+  long long ll_Rev = f_OneNumber(i_Argc, a_z_c_Argv, "N", 0, 7,
+                                 "Sets the hardware revision lines GPIO 112..114 (0..7). The "
+                                 "supplier nameplate is left as it is.",
+                                 str_Root);
+  SimRoot_CL o_Root(str_Root);
+  o_Root.f_WriteHwRev(static_cast<int>(ll_Rev));
   return I_EXIT_OK;
 }

@@ -4,10 +4,10 @@
 
 #include <cstdio>
 #include <functional>
-#include <map>
 #include <string>
 #include <vector>
 
+#include "CliFlags.h"
 #include "SimCommands.h"
 #include "SimCommon.h"
 #include "SimRoot.h"
@@ -22,7 +22,7 @@ void f_Part(const char* z_c_Label, const std::function<std::string()>& f_Text) {
   std::string str_Text;
   try {
     str_Text = f_Text();
-  } catch (const SimFailure_CL& o_Fail) {
+  } catch (const CliFailure_CL& o_Fail) {
     str_Text = std::string("unreadable: ") + o_Fail.what();
   }
   std::printf("%-18s %s\n", z_c_Label, str_Text.c_str());
@@ -35,34 +35,14 @@ std::string f_Trimmed(const std::string& str_Text) {
 }
 
 // Flag number -> name, from the readiness configuration.
-std::map<int, std::string> f_FlagNames(const SimRoot_CL& o_Root) {
-  std::map<int, std::string> o_Names;
+FlagNames_T f_FlagNames(const SimRoot_CL& o_Root) {
+  FlagNames_T o_Names;
   bool b_Found = false;
   std::string str_Json = f_ReadFileIfAny(o_Root.f_Path(SimPath::RDYSTATUS_CFG), b_Found);
   cJSON* z_o_Tree = cJSON_Parse(str_Json.c_str());
-  const cJSON* z_o_Flags = cJSON_GetObjectItemCaseSensitive(z_o_Tree, "flags");
-  const cJSON* z_o_Flag = nullptr;
-  cJSON_ArrayForEach(z_o_Flag, z_o_Flags) {
-    const cJSON* z_o_Nr = cJSON_GetObjectItemCaseSensitive(z_o_Flag, "nr");
-    const cJSON* z_o_Name = cJSON_GetObjectItemCaseSensitive(z_o_Flag, "name");
-    if (cJSON_IsNumber(z_o_Nr) && cJSON_IsString(z_o_Name)) {
-      o_Names[z_o_Nr->valueint] = z_o_Name->valuestring;
-    }
-  }
+  f_CollectFlagNames(z_o_Tree, o_Names);
   cJSON_Delete(z_o_Tree);
   return o_Names;
-}
-
-std::string f_FlagList(uint32_t ui_Word, const std::map<int, std::string>& o_Names) {
-  std::string str_List;
-  for (int i = 0; i < 32; ++i) {
-    if ((ui_Word & (1U << i)) == 0) continue;
-    if (!str_List.empty()) str_List += ", ";
-    auto o_It = o_Names.find(i);
-    str_List +=
-        o_It != o_Names.end() ? f_Format("%d %s", i, o_It->second.c_str()) : f_Format("%d", i);
-  }
-  return str_List.empty() ? "none" : str_List;
 }
 
 std::string f_DriverByte(const SimRoot_CL& o_Root, const char* z_c_Logical) {
@@ -116,17 +96,17 @@ int f_CmdShow(int i_Argc, char** a_z_c_Argv) {
     return f_Format("0x%08X  acknowledge(17)=%u", o_Bms.f_Inputs(), (o_Bms.f_Inputs() >> 17) & 1U);
   });
 
-  std::map<int, std::string> o_Names;
+  FlagNames_T o_Names;
   try {
     o_Names = f_FlagNames(o_Root);
-  } catch (const SimFailure_CL&) {
+  } catch (const CliFailure_CL&) {
     // Without names the flags are listed by number.
   }
   bool b_ShmOk = true;
   ErrorShMemData_ST o_Err{};
   try {
     o_Err = f_ReadErrorShMem(o_Root);
-  } catch (const SimFailure_CL& o_Fail) {
+  } catch (const CliFailure_CL& o_Fail) {
     b_ShmOk = false;
     std::printf("%-18s unreadable: %s\n", "Error segment", o_Fail.what());
   }

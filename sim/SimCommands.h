@@ -1,6 +1,6 @@
 #pragma once
 // The subcommands of syssrv-sim. Each takes its own argv (argv[0] is the subcommand name),
-// returns the exit code, and throws SimFailure_CL for a one-line failure.
+// returns the exit code, and throws CliFailure_CL for a one-line failure.
 
 int f_CmdInit(int i_Argc, char** a_z_c_Argv);
 int f_CmdBattery(int i_Argc, char** a_z_c_Argv);

@@ -1,69 +1,40 @@
 #pragma once
-// Shared pieces of syssrv-sim: the failure type that carries an exit code, the command-line
-// helper every subcommand uses, number parsing and small file operations on host paths.
+// Shared pieces of syssrv-sim: its exit code and command line on top of the common ones,
+// number parsing and small file operations on host paths.
 #include <glib.h>
 
 #include <cstdint>
-#include <stdexcept>
 #include <string>
-#include <vector>
 
-// Exit codes of every subcommand.
-constexpr int I_EXIT_OK = 0;
+#include "CliArgs.h"
+
+// Exit code of every subcommand besides the shared ones.
 constexpr int I_EXIT_FAILURE = 1;  // the tool's files could not be read or written
-constexpr int I_EXIT_USAGE = 2;    // bad command line
 
-// Thrown anywhere below a subcommand; main prints the one-line message and exits.
-class SimFailure_CL : public std::runtime_error {
- public:
-  SimFailure_CL(int i_ExitCode, const std::string& str_Msg)
-      : std::runtime_error(str_Msg), i_ExitCode(i_ExitCode) {}
-  int f_ExitCode() const { return i_ExitCode; }
-
- private:
-  int i_ExitCode;
-};
-
-[[noreturn]] void f_UsageError(const std::string& str_Msg);
 [[noreturn]] void f_RuntimeError(const std::string& str_Msg);
-// printf-style formatting into a std::string (sized to fit, never truncated or overrun).
-std::string f_Format(const char* z_c_Fmt, ...) G_GNUC_PRINTF(1, 2);
 
-// One subcommand's command line. The options are parsed with GOption (--help included);
-// what is left are the positional arguments. Every subcommand that works on an existing
-// tool gets --root, defaulting to SYSSRV_ROOT.
-class SimArgs_CL {
+// One subcommand's command line. Every subcommand that works on an existing tool gets
+// --root, defaulting to SYSSRV_ROOT.
+class SimArgs_CL : public CliArgs_CL {
  public:
   SimArgs_CL(const char* z_c_Params, const char* z_c_Summary, bool b_WithRoot);
-  ~SimArgs_CL();
-  SimArgs_CL(const SimArgs_CL&) = delete;
-  SimArgs_CL& operator=(const SimArgs_CL&) = delete;
+  ~SimArgs_CL() override;
 
-  // Extra options; the array ends with a zeroed entry and must outlive f_Parse.
-  void f_AddEntries(const GOptionEntry* a_o_Entries);
-  // Text shown behind the option list of --help.
-  void f_SetDescription(const char* z_c_Text);
-  // Parses argv (argv[0] is the subcommand). --help prints and exits 0; a bad option
-  // throws a usage error. Arguments that look like negative numbers stay positional.
-  void f_Parse(int i_Argc, char** a_z_c_Argv);
-  void f_ExpectArgs(size_t ui_Min, size_t ui_Max) const;
-
-  const std::vector<std::string>& f_Args() const { return o_Args; }
   // The sandbox root: --root, else SYSSRV_ROOT; with b_MustExist it must be an existing
   // directory.
   std::string f_Root(bool b_MustExist = true) const;
 
  private:
-  GOptionContext* z_o_Context;
   char* z_c_Root = nullptr;
-  std::vector<std::string> o_Args;
 };
 
 // Strict number parsing for command-line and description values; z_c_What names the
-// value in the message of the usage error.
-// 64-bit so that the full unsigned 32-bit range fits on the 32-bit target as well.
-long long f_ParseLong(const std::string& str_Text, long long ll_Min, long long ll_Max,
-                      const char* z_c_What);
+// value in the message of the usage error. Whole numbers are decimal, or hexadecimal with
+// 0x, as people write register values.
+inline long long f_ParseLong(const std::string& str_Text, long long ll_Min, long long ll_Max,
+                             const char* z_c_What) {
+  return f_ParseLong(str_Text, ll_Min, ll_Max, z_c_What, 0);
+}
 double f_ParseDouble(const std::string& str_Text, double d_Min, double d_Max, const char* z_c_What);
 
 // Host-path file helpers. Failures throw a runtime failure naming the path.

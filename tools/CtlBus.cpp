@@ -36,7 +36,7 @@ std::string f_DefaultAddress() {
   if (z_c_Addr == nullptr) {
     std::string str_Msg = z_o_Err != nullptr ? z_o_Err->message : "no address";
     g_clear_error(&z_o_Err);
-    throw CtlFailure_CL(I_EXIT_NO_SERVICE, "no system bus: " + str_Msg);
+    throw CliFailure_CL(I_EXIT_NO_SERVICE, "no system bus: " + str_Msg);
   }
   std::string str_Addr(z_c_Addr);
   g_free(z_c_Addr);
@@ -64,7 +64,7 @@ CtlBus_CL::CtlBus_CL(int i_TimeoutMs) : str_Address(f_DefaultAddress()), i_Timeo
   if (z_o_Conn == nullptr) {
     std::string str_Msg = z_o_Err != nullptr ? z_o_Err->message : "unknown reason";
     g_clear_error(&z_o_Err);
-    throw CtlFailure_CL(I_EXIT_NO_SERVICE, f_Format("no system bus at %s (%s); in a sandbox "
+    throw CliFailure_CL(I_EXIT_NO_SERVICE, f_Format("no system bus at %s (%s); in a sandbox "
                                                     "DBUS_SYSTEM_BUS_ADDRESS names the bus",
                                                     str_Address.c_str(), str_Msg.c_str()));
   }
@@ -99,7 +99,7 @@ Variant_T CtlBus_CL::f_DoCall(const char* z_c_Method, GVariant* o_Params, const 
   if (g_error_matches(z_o_Err, G_IO_ERROR, G_IO_ERROR_FAILED_HANDLED)) {
     g_clear_error(&z_o_Err);
     if (b_RefusedIsNull) return Variant_T();
-    throw CtlFailure_CL(I_EXIT_REFUSED,
+    throw CliFailure_CL(I_EXIT_REFUSED,
                         f_Format("SysSrv refused %s: %s", z_c_Method, f_RefusalHint(z_c_Method)));
   }
   int i_Exit = I_EXIT_BUS;
@@ -131,7 +131,7 @@ Variant_T CtlBus_CL::f_DoCall(const char* z_c_Method, GVariant* o_Params, const 
     str_Msg = f_Format("%s failed: %s", z_c_Method, z_o_Err != nullptr ? z_o_Err->message : "?");
   }
   g_clear_error(&z_o_Err);
-  throw CtlFailure_CL(i_Exit, str_Msg);
+  throw CliFailure_CL(i_Exit, str_Msg);
 }
 
 bool CtlBus_CL::f_ServiceRunning() {
@@ -143,7 +143,7 @@ bool CtlBus_CL::f_ServiceRunning() {
   if (o_Reply == nullptr) {
     std::string str_Msg = z_o_Err != nullptr ? z_o_Err->message : "?";
     g_clear_error(&z_o_Err);
-    throw CtlFailure_CL(I_EXIT_NO_SERVICE, f_Format("the system bus %s does not answer: %s",
+    throw CliFailure_CL(I_EXIT_NO_SERVICE, f_Format("the system bus %s does not answer: %s",
                                                     str_Address.c_str(), str_Msg.c_str()));
   }
   gboolean b_Owned = FALSE;

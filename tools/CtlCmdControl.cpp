@@ -123,7 +123,7 @@ int f_CmdAck(int i_Argc, char** a_z_c_Argv) {
   o_Args.f_ExpectArgs(1, 1);
   ErrorNr_ST o_Nr = f_ParseErrorNr(o_Args.f_Args()[0]);
   if (o_Nr.i_Class == 1) {
-    throw CtlFailure_CL(
+    throw CliFailure_CL(
         I_EXIT_REFUSED,
         f_Format("%s has class 1: SysSrv never acknowledges class 1 by code; only a restart "
                  "of the service clears it",

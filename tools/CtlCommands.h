@@ -1,6 +1,6 @@
 #pragma once
 // The subcommands of syssrvctl. Each gets argv from its own name on, returns the exit
-// code, and throws CtlFailure_CL for anything that ends it early.
+// code, and throws CliFailure_CL for anything that ends it early.
 #include <string>
 #include <vector>
 

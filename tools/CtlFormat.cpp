@@ -73,30 +73,9 @@ FlagNames_T f_ReadFlagNames(bool* z_b_Found) {
   cJSON* z_o_Raw = nullptr;
   if (f_ReadJsonCfgFile(A_C_RDY_CFG, &z_o_Raw) != 0) return o_Names;
   Json_T o_Tree(z_o_Raw);
-  const cJSON* z_o_Flags = cJSON_GetObjectItemCaseSensitive(o_Tree.get(), "flags");
-  if (!cJSON_IsArray(z_o_Flags)) return o_Names;
-  const cJSON* z_o_Flag = nullptr;
-  cJSON_ArrayForEach(z_o_Flag, z_o_Flags) {
-    const cJSON* z_o_Nr = cJSON_GetObjectItemCaseSensitive(z_o_Flag, "nr");
-    const cJSON* z_o_Name = cJSON_GetObjectItemCaseSensitive(z_o_Flag, "name");
-    if (cJSON_IsNumber(z_o_Nr) && cJSON_IsString(z_o_Name)) {
-      o_Names[z_o_Nr->valueint] = z_o_Name->valuestring;
-    }
-  }
+  if (!f_CollectFlagNames(o_Tree.get(), o_Names)) return o_Names;
   if (z_b_Found != nullptr) *z_b_Found = true;
   return o_Names;
-}
-
-std::string f_FlagList(uint32_t ui_Word, const FlagNames_T& o_Names) {
-  std::string str_List;
-  for (int i = 0; i < 32; ++i) {
-    if ((ui_Word & (1U << i)) == 0) continue;
-    if (!str_List.empty()) str_List += ", ";
-    auto o_It = o_Names.find(i);
-    str_List +=
-        o_It != o_Names.end() ? f_Format("%d %s", i, o_It->second.c_str()) : f_Format("%d", i);
-  }
-  return str_List.empty() ? "none" : str_List;
 }
 
 cJSON* f_FlagArray(uint32_t ui_Word, const FlagNames_T& o_Names) {
@@ -153,7 +132,7 @@ std::vector<ActiveError_ST> f_ParseActiveErrors(const char* z_c_Json) {
   Json_T o_Tree(cJSON_Parse(z_c_Json));
   const cJSON* z_o_List = cJSON_GetObjectItemCaseSensitive(o_Tree.get(), "errors");
   if (!cJSON_IsArray(z_o_List)) {
-    throw CtlFailure_CL(I_EXIT_BUS, "the service sent an error list that is not readable");
+    throw CliFailure_CL(I_EXIT_BUS, "the service sent an error list that is not readable");
   }
   std::vector<ActiveError_ST> o_Errors;
   const cJSON* z_o_Item = nullptr;

@@ -4,10 +4,10 @@
 #include <glib.h>
 
 #include <cstdint>
-#include <map>
 #include <string>
 #include <vector>
 
+#include "CliFlags.h"
 #include "CtlCommon.h"
 
 // What the service's own coded error numbers mean; null for any other number.
@@ -21,12 +21,9 @@ std::string f_ErrorNrText(int i_Code, int i_Class);
 const char* f_BattStatusText(int i_Status);
 
 // Readiness flag names from "rdystatus.json" (the logical path, root-mapped in a sandbox).
-using FlagNames_T = std::map<int, std::string>;
 constexpr const char* A_C_RDY_CFG = "/home/tool/config/log/rdystatus.json";
 // Empty when the file is missing or unusable; *z_b_Found tells which.
 FlagNames_T f_ReadFlagNames(bool* z_b_Found = nullptr);
-// "1 ToolProc, 3 SysSrv" for the set bits of a word, "none" when no bit is set.
-std::string f_FlagList(uint32_t ui_Word, const FlagNames_T& o_Names);
 // A JSON array of {"nr", "name"} for the set bits of a word.
 cJSON* f_FlagArray(uint32_t ui_Word, const FlagNames_T& o_Names);
 
