@@ -14,6 +14,7 @@
 #include "SimCommon.h"
 #include "SimRoot.h"
 #include "sysLib/BmsShMem.h"
+#include "sysLib/ConfigFile.h"
 #include "sysLib/ErrorShMem.h"
 #include "sysLib/SysCmd.h"
 
@@ -42,12 +43,8 @@ constexpr const char* Z_C_CODES_JSON =
 constexpr unsigned char UC_DEFAULT_BATTERY = 100;     // a full battery
 constexpr unsigned int UI_DEFAULT_TEMP_RAW = 0x1900;  // 25 degC
 
-struct JsonDeleter_ST {
-  void operator()(cJSON* z_o_Json) const { cJSON_Delete(z_o_Json); }
-};
-
 std::string f_PrettyJson(const char* z_c_Compact) {
-  std::unique_ptr<cJSON, JsonDeleter_ST> o_Tree(cJSON_Parse(z_c_Compact));
+  CJsonTree_T o_Tree(cJSON_Parse(z_c_Compact));
   char* z_c_Text = o_Tree ? cJSON_Print(o_Tree.get()) : nullptr;
   if (z_c_Text == nullptr) f_RuntimeError("cannot format a configuration file");
   std::string str_Text = std::string(z_c_Text) + "\n";

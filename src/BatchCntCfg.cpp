@@ -15,22 +15,12 @@ namespace {
 constexpr int I_FIRST_ID = 0;
 constexpr int I_LAST_ID = 255;
 
-struct JsonDeleter_ST {
-  void operator()(cJSON* z_o_Tree) const { cJSON_Delete(z_o_Tree); }
-};
-using JsonTree = std::unique_ptr<cJSON, JsonDeleter_ST>;
-
-struct JsonTextDeleter_ST {
-  void operator()(char* z_c_Text) const { cJSON_free(z_c_Text); }
-};
-using JsonText = std::unique_ptr<char, JsonTextDeleter_ST>;
-
 cJSON* f_Bool(bool b_Value) { return b_Value ? cJSON_CreateTrue() : cJSON_CreateFalse(); }
 
 // One counter-set object with its keys in the order the readers of the file expect;
 // null when memory ran out (a set with missing keys would be read back with defaults).
 cJSON* f_MakeSetObject(int i_Id, const CounterSet_ST& o_Set) {
-  JsonTree o_Obj(cJSON_CreateObject());
+  CJsonTree_T o_Obj(cJSON_CreateObject());
   if (!o_Obj) return nullptr;
   const std::pair<const char*, cJSON*> a_o_Keys[] = {
       {"Id", cJSON_CreateNumber(i_Id)},
@@ -61,7 +51,7 @@ BatchCntCfg_CL::~BatchCntCfg_CL() = default;
 
 int BatchCntCfg_CL::f_Set(const char* z_c_Json, bool b_Create) {
   if (z_c_Json == nullptr) return -1;
-  JsonTree o_Tree(cJSON_Parse(z_c_Json));
+  CJsonTree_T o_Tree(cJSON_Parse(z_c_Json));
   if (!o_Tree) {
     syslog(LOG_WARNING, "BatchCntCfg_CL::f_Set - counter set is not valid JSON");
     return -1;
@@ -137,7 +127,7 @@ void BatchCntCfg_CL::f_ResetAll() {
 }
 
 int BatchCntCfg_CL::f_WriteFile() {
-  JsonTree o_Root(cJSON_CreateObject());
+  CJsonTree_T o_Root(cJSON_CreateObject());
   if (!o_Root) {
     syslog(LOG_CRIT, "cJSON_CreateObject->NULL");
     return -1;
@@ -166,7 +156,7 @@ int BatchCntCfg_CL::f_WriteFile() {
     return -1;
   }
 
-  JsonText o_Text(cJSON_Print(o_Root.get()));
+  CJsonText_T o_Text(cJSON_Print(o_Root.get()));
   o_Root.reset();
   if (!o_Text) {
     syslog(LOG_CRIT, "BatchCntCfg_CL::f_WriteFile - cannot format %s", str_Path.c_str());

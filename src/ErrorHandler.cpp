@@ -30,10 +30,6 @@ struct SqlFinalize_ST {
 };
 using SqlStmt_T = std::unique_ptr<sqlite3_stmt, SqlFinalize_ST>;
 
-struct JsonDelete_ST {
-  void operator()(cJSON* z_o_Tree) const { cJSON_Delete(z_o_Tree); }
-};
-using JsonTree_T = std::unique_ptr<cJSON, JsonDelete_ST>;
 
 constexpr const char* A_C_CREATE_TABLE_CMD =
     "CREATE TABLE IF NOT EXISTS syserrors (id INTEGER PRIMARY KEY,date INTEGER DEFAULT '',proc "
@@ -145,7 +141,7 @@ int ErrorHandler_CL::f_ReadCfg() {
     f_UseDefaultConfig();
     i_Ret = -1;
   }
-  JsonTree_T o_Tree(z_o_Raw);
+  CJsonTree_T o_Tree(z_o_Raw);
 
   const cJSON* z_o_Path = cJSON_GetObjectItem(o_Tree.get(), "DbFilePath");
   if (z_o_Path == nullptr) {
@@ -588,7 +584,7 @@ int ErrorHandler_CL::f_AckErrList() {
 int ErrorHandler_CL::f_ActiveErrorsToJson(char** z_c_Json) {
   if (z_c_Json == nullptr) return -1;
   *z_c_Json = nullptr;
-  JsonTree_T o_Root(cJSON_CreateObject());
+  CJsonTree_T o_Root(cJSON_CreateObject());
   if (!o_Root) {
     syslog(LOG_CRIT, "cJSON_CreateObject->NULL");
     return -1;

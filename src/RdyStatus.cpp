@@ -12,10 +12,6 @@
 #include "sysLib/SysExcpt.h"
 
 namespace {
-struct JsonDelete_ST {
-  void operator()(cJSON* z_o_Tree) const { cJSON_Delete(z_o_Tree); }
-};
-using JsonTree_T = std::unique_ptr<cJSON, JsonDelete_ST>;
 
 // Raises the user interface's priority once the tool is first ready to work.
 constexpr const char* A_C_RENICE_CMD =
@@ -44,7 +40,7 @@ int RdyStatus_CL::f_ReadRdySoll() {
     cJSON_Delete(z_o_Raw);
     return -1;
   }
-  JsonTree_T o_Tree(z_o_Raw);
+  CJsonTree_T o_Tree(z_o_Raw);
 
   const cJSON* z_o_Flags = cJSON_GetObjectItem(o_Tree.get(), A_C_RDY_KEY_FLAG);
   if (z_o_Flags == nullptr) {

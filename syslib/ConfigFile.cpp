@@ -14,6 +14,9 @@
 #include "sysLib/SysFile.h"
 #include "sysLib/SysPath.h"
 
+void CJsonDelete_ST::operator()(cJSON* z_o_Tree) const { cJSON_Delete(z_o_Tree); }
+void CJsonTextDelete_ST::operator()(char* z_c_Text) const { cJSON_free(z_c_Text); }
+
 namespace {
 constexpr long L_LOCK_POLL_NS = 5L * 1000000L;  // retry period of a lock with a timeout
 

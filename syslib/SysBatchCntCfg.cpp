@@ -20,10 +20,6 @@ namespace {
 // A full file of 256 sets is some 60 KiB; anything far beyond that is not ours.
 constexpr size_t UI_MAX_FILE_SIZE = 1024u * 1024u;
 
-struct JsonDeleter_ST {
-  void operator()(cJSON* z_o_Tree) const { cJSON_Delete(z_o_Tree); }
-};
-using JsonTree = std::unique_ptr<cJSON, JsonDeleter_ST>;
 }  // namespace
 
 SysBatchCntCfg_CL::SysBatchCntCfg_CL(std::string str_Path)
@@ -99,7 +95,7 @@ int SysBatchCntCfg_CL::f_ReadFile() {
     syslog(LOG_CRIT, "SysBatchCntCfg_CL::f_ReadFile - %s: %s", str_Path.c_str(), strerror(errno));
     return -1;
   }
-  JsonTree o_Tree(cJSON_Parse(str_Text.c_str()));
+  CJsonTree_T o_Tree(cJSON_Parse(str_Text.c_str()));
   if (!o_Tree) {
     syslog(LOG_CRIT, "SysBatchCntCfg_CL::f_ReadFile - %s is not valid JSON, sets kept",
            str_Path.c_str());

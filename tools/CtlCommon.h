@@ -8,16 +8,14 @@
 #include <string>
 
 #include "CliArgs.h"
+#include "sysLib/ConfigFile.h"
 
 // Exit codes of every subcommand besides the shared ones; scripts and the demo rely on them.
 constexpr int I_EXIT_REFUSED = 1;     // the service answered with its error reply
 constexpr int I_EXIT_NO_SERVICE = 3;  // no bus, or nobody owns the service's name
 constexpr int I_EXIT_BUS = 4;         // no answer in time, call not allowed, odd reply
 
-struct JsonDeleter_ST {
-  void operator()(cJSON* z_o_Json) const { cJSON_Delete(z_o_Json); }
-};
-using Json_T = std::unique_ptr<cJSON, JsonDeleter_ST>;
+using Json_T = CJsonTree_T;
 
 struct VariantDeleter_ST {
   void operator()(GVariant* o_V) const { g_variant_unref(o_V); }
