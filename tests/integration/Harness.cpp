@@ -80,23 +80,25 @@ std::string PrivateBus::f_Config(const std::string& str_Dir, const std::string& 
          "</busconfig>\n";
 }
 
+std::string PrivateBus::f_DefaultPolicy(const std::string& str_Rules) {
+  return "  <policy context=\"default\">\n"
+         "    <allow user=\"*\"/>\n"
+         "    <allow send_type=\"signal\"/>\n"
+         "    <allow send_requested_reply=\"true\" send_type=\"method_return\"/>\n"
+         "    <allow send_requested_reply=\"true\" send_type=\"error\"/>\n"
+         "    <allow receive_type=\"method_call\"/>\n"
+         "    <allow receive_type=\"method_return\"/>\n"
+         "    <allow receive_type=\"error\"/>\n"
+         "    <allow receive_type=\"signal\"/>\n" +
+         str_Rules + "  </policy>\n";
+}
+
 PrivateBus::PrivateBus(const std::string& str_ConfigXml) {
   str_Dir = f_MakeTempDir("syssrv-bus");
   std::string str_Config = str_ConfigXml;
   if (str_Config.empty())
-    str_Config = f_Config(str_Dir,
-                          "  <policy context=\"default\">\n"
-                          "    <allow user=\"*\"/>\n"
-                          "    <allow own=\"*\"/>\n"
-                          "    <allow send_type=\"method_call\"/>\n"
-                          "    <allow send_type=\"signal\"/>\n"
-                          "    <allow send_requested_reply=\"true\" send_type=\"method_return\"/>\n"
-                          "    <allow send_requested_reply=\"true\" send_type=\"error\"/>\n"
-                          "    <allow receive_type=\"method_call\"/>\n"
-                          "    <allow receive_type=\"method_return\"/>\n"
-                          "    <allow receive_type=\"error\"/>\n"
-                          "    <allow receive_type=\"signal\"/>\n"
-                          "  </policy>\n");
+    str_Config = f_Config(str_Dir, f_DefaultPolicy("    <allow own=\"*\"/>\n"
+                                                   "    <allow send_type=\"method_call\"/>\n"));
   std::string str_CfgPath = str_Dir + "/bus.conf";
   std::ofstream(str_CfgPath) << str_Config;
 

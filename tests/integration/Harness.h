@@ -33,6 +33,9 @@ class PrivateBus {
   const std::string& f_Dir() const { return str_Dir; }
   // A configuration that listens in DIR; str_Policy goes inside <busconfig>.
   static std::string f_Config(const std::string& str_Dir, const std::string& str_Policy);
+  // The default-context policy: everybody may connect, send signals, receive anything and
+  // answer calls made to them; str_Rules says who may own names and call whom.
+  static std::string f_DefaultPolicy(const std::string& str_Rules);
 
  private:
   std::string str_Dir;

@@ -15,22 +15,12 @@ namespace {
 std::string f_DenyByDefaultConfig(const std::string& str_Dir) {
   return PrivateBus::f_Config(
       str_Dir,
-      "  <policy context=\"default\">\n"
-      "    <allow user=\"*\"/>\n"
-      "    <deny own=\"*\"/>\n"
-      "    <deny send_type=\"method_call\"/>\n"
-      "    <allow send_type=\"signal\"/>\n"
-      "    <allow send_requested_reply=\"true\" send_type=\"method_return\"/>\n"
-      "    <allow send_requested_reply=\"true\" send_type=\"error\"/>\n"
-      "    <allow receive_type=\"method_call\"/>\n"
-      "    <allow receive_type=\"method_return\"/>\n"
-      "    <allow receive_type=\"error\"/>\n"
-      "    <allow receive_type=\"signal\"/>\n"
-      "    <allow send_destination=\"org.freedesktop.DBus\"\n"
-      "           send_interface=\"org.freedesktop.DBus\"/>\n"
-      "    <allow send_destination=\"org.freedesktop.DBus\"\n"
-      "           send_interface=\"org.freedesktop.DBus.Introspectable\"/>\n"
-      "  </policy>\n"
+      PrivateBus::f_DefaultPolicy("    <deny own=\"*\"/>\n"
+                                  "    <deny send_type=\"method_call\"/>\n"
+                                  "    <allow send_destination=\"org.freedesktop.DBus\"\n"
+                                  "           send_interface=\"org.freedesktop.DBus\"/>\n"
+                                  "    <allow send_destination=\"org.freedesktop.DBus\"\n"
+                                  "           send_interface=\"org.freedesktop.DBus.Introspectable\"/>\n") +
       "  <include>" SYSSRV_SOURCE_DIR "/packaging/com.torvane.akku.SysService.conf</include>\n");
 }
 
