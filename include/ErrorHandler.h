@@ -3,6 +3,7 @@
 #include <gio/gio.h>
 
 #include <cstdint>
+#include <deque>
 #include <memory>
 #include <string>
 
@@ -37,6 +38,11 @@ class ErrorHandler_CL : public ErrorShMem_CL {
   static constexpr int I_BUSY_TIMEOUT_MS = 10000;
   // Every SQL text is formatted into a buffer of this size.
   static constexpr size_t UI_SQL_CMD_SIZE = 128;
+  // Reports whose row could not be written wait in memory, at most this many.
+  static constexpr size_t UI_MAX_PENDING = 64;
+  // Longest process name stored with a report, in bytes: the bus sets no limit, the
+  // flash the database lives on does.
+  static constexpr size_t UI_MAX_PROC_LEN = 1024;
   static constexpr const char* a_c_InsertErrorCmd =
       "INSERT INTO "
       "syserrors(id,date,proc,code,class,ack)VALUES(:id,:date,:proc,:code,:class,:ack);";
@@ -60,6 +66,10 @@ class ErrorHandler_CL : public ErrorShMem_CL {
   int f_DBClose();
   // Deletes the acknowledged rows while errors are active, otherwise recreates the file.
   int f_DBRemove();
+  // f_DBOpen, and when the file cannot serve as the list (not a database, damaged, read-only,
+  // a directory, its directory missing): moved aside as "<path>.corrupt-<unix time>" and a new
+  // one made; as a last resort the list is kept in memory. 0 once a store works.
+  int f_DBOpenOrRecover();
   // Reloads the configuration and reopens the database when z_c_Path is the
   // configuration file's logical path. Always 0.
   int f_CfgFileChanged(const char* z_c_Path);
@@ -70,6 +80,11 @@ class ErrorHandler_CL : public ErrorShMem_CL {
   int f_Insert(const char* z_c_Proc, const char* z_c_Code);
   // The service's own errors, reported as "SysSrv.elf".
   int f_InsertError(int i_CodedErr);
+  // Writes the reports whose row could not be written, oldest first, without waiting for
+  // a database another process holds; called from every tick. Each stored report takes the
+  // path of a new report (current error, readiness, "sysfault").
+  void f_RetryPending();
+  size_t f_PendingCount() const { return o_Pending.size(); }
   int f_BeginSqlTransaction();
   int f_CommitSqlTransaction();
   int f_RollbackSqlTransaction();
@@ -118,6 +133,33 @@ class ErrorHandler_CL : public ErrorShMem_CL {
   const char* f_DbErrMsg() const;
   void f_SetNoActiveError();
 
+  // One reported error on its way into the list.
+  struct Report_ST {
+    std::string str_Proc;
+    int i_Code;
+    int i_Class;
+    int i_Date;
+  };
+  enum class en_Active { NO, YES, UNKNOWN };
+
+  int f_DBOpenFile(const std::string& str_File);
+  bool f_DBUsable();
+  int f_DBRecover();
+  // The duplicate test: is an error with this code active? b_NoWait: do not wait for a
+  // database held by another process.
+  en_Active f_FindActive(int i_Code, bool b_NoWait);
+  bool f_IsPending(int i_Code) const;
+  // The new error becomes the current one; a class other than 0 withdraws readiness.
+  void f_ShowNewError(const Report_ST& o_R);
+  // Overwrites the oldest row or inserts one, in the transaction that is open. *z_b_Stored
+  // tells whether the statement wrote the row; the result is the insert's return code.
+  int f_WriteRow(const Report_ST& o_R, bool* z_b_Stored);
+  void f_QueueReport(Report_ST o_R);
+  // One try at the oldest pending report: true when it left the queue (stored or found a
+  // duplicate of an active row).
+  bool f_StorePending(const Report_ST& o_R, bool* z_b_Duplicate);
+  int f_Exec(const char* z_c_Sql);
+
   std::unique_ptr<RdyStatus_CL> z_o_RdyStatus;
   Bms_CL* z_o_Bms;
   SysObj* z_o_SysObj;
@@ -132,6 +174,9 @@ class ErrorHandler_CL : public ErrorShMem_CL {
   // (and with it the renice of the user interface) is still to come.
   bool b_RdyAlt = false;
   bool b_Startup = true;
+  std::deque<Report_ST> o_Pending;
+  // A retry that fails for another reason than a busy database is logged once per outage.
+  bool b_RetryFailLogged = false;
 };
 
 // Bus handlers of the error list and readiness (the dispatcher calls these). Each copes

@@ -82,6 +82,10 @@ void on_name_lost(GDBusConnection* connection, const gchar* name, gpointer user_
 // POSIX signal handler for SIGTERM, SIGUSR1 and SIGUSR2.
 void f_SigHandler(int i_Sig);
 
+// Ends the process at the next tick through the termination step, with exit status
+// i_Status (a SIGTERM ends with 0).
+void f_RequestProcEnd(int i_Status);
+
 // The 250 ms tick (SystemChecker.cpp).
 gboolean f_SystemChecker(gpointer z_v_Obj);
 gboolean f_CheckProcTerm(gpointer z_v_Obj);

@@ -12,6 +12,7 @@
 #include <memory>
 #include <new>
 #include <sqlite3.h>
+#include <sys/stat.h>
 #include <syslog.h>
 #include <unistd.h>
 #include <vector>
@@ -22,6 +23,7 @@
 #include "sysLib/Error.h"
 #include "sysLib/SysDiag.h"
 #include "sysLib/SysExcpt.h"
+#include "sysLib/SysFile.h"
 #include "sysLib/SysPath.h"
 
 namespace {
@@ -70,6 +72,27 @@ int f_CodedNr(int i_Code, int i_Class) {
                           static_cast<unsigned int>(i_Class));
 }
 
+// The coded number of a report's text. The board's long has 32 bits and the PC's 64, so
+// atoi saturates on the one and wraps on the other: "4294967297" would be two different
+// errors. Reading 64 bits and keeping the low 32 makes one report one error everywhere.
+int f_CodedFromText(const char* z_c_Text) {
+  const long long ll_Value = std::strtoll(z_c_Text != nullptr ? z_c_Text : "", nullptr, 10);
+  return static_cast<int>(static_cast<uint32_t>(static_cast<unsigned long long>(ll_Value)));
+}
+
+// A path that climbs with ".." could leave the log directory (and a sandbox).
+bool f_HasDotDot(const std::string& str_Path) {
+  size_t ui_Start = 0;
+  while (ui_Start <= str_Path.size()) {
+    size_t ui_End = str_Path.find('/', ui_Start);
+    if (ui_End == std::string::npos) ui_End = str_Path.size();
+    if (str_Path.compare(ui_Start, ui_End - ui_Start, "..") == 0 && ui_End - ui_Start == 2)
+      return true;
+    ui_Start = ui_End + 1;
+  }
+  return false;
+}
+
 int f_BindInt(sqlite3_stmt* z_o_Stmt, const char* z_c_Name, int i_Value) {
   return sqlite3_bind_int(z_o_Stmt, sqlite3_bind_parameter_index(z_o_Stmt, z_c_Name), i_Value);
 }
@@ -93,7 +116,7 @@ ErrorHandler_CL::ErrorHandler_CL(SysObj* z_o_Obj, unsigned long, Bms_CL* z_o_Bms
   syslog(LOG_INFO, "ErrorHandler_CL::i_RdySoll->%d\n", static_cast<int>(ui_RdySoll));
 
   f_ReadCfg();
-  if (f_DBOpen() != 0) {
+  if (f_DBOpenOrRecover() != 0) {
     // Some failed opens leave the handle open; the destructor will not run for us.
     f_DBClose();
     throw new SysExcpt_CL(2, "ErrorHandler_CL::f_DBOpen", true);
@@ -155,7 +178,13 @@ int ErrorHandler_CL::f_ReadCfg() {
            "DbFilePath");
     f_UseDefaultDBPath();
   } else {
-    str_DBPath = z_o_Path->valuestring;
+    if (f_HasDotDot(z_o_Path->valuestring)) {
+      syslog(LOG_WARNING, "ErrorHandler_CL::f_ReadCfg key <%s> climbs with '..', not used",
+             "DbFilePath");
+      f_UseDefaultDBPath();
+    } else {
+      str_DBPath = z_o_Path->valuestring;
+    }
   }
 
   const cJSON* z_o_Max = cJSON_GetObjectItem(o_Tree.get(), "MaxErrors");
@@ -181,16 +210,17 @@ int ErrorHandler_CL::f_CfgFileChanged(const char* z_c_Path) {
   f_DBClose();
   str_DBPath.clear();
   f_ReadCfg();
-  f_DBOpen();
+  f_DBOpenOrRecover();
   return 0;
 }
 
 // --- database --------------------------------------------------------------------------
 
-int ErrorHandler_CL::f_DBOpen() {
+int ErrorHandler_CL::f_DBOpen() { return f_DBOpenFile(f_SysPath(str_DBPath)); }
+
+int ErrorHandler_CL::f_DBOpenFile(const std::string& str_File) {
   if (z_o_DB != nullptr) f_DBClose();
 
-  std::string str_File = f_SysPath(str_DBPath);
   if (sqlite3_open(str_File.c_str(), &z_o_DB) != SQLITE_OK) {
     syslog(LOG_WARNING, "ErrorHandler_CL::f_DBOpen sqlite3_open <%s>", f_DbErrMsg());
     // Even a failed open hands back a handle that owns memory.
@@ -271,6 +301,62 @@ int ErrorHandler_CL::f_DBClose() {
   return 0;
 }
 
+bool ErrorHandler_CL::f_DBUsable() {
+  // SQLite opens a file it may not write read-only without a word, and finds most damage
+  // only when a statement reads the page: both would turn every later report into a
+  // failed write.
+  if (z_o_DB == nullptr || sqlite3_db_readonly(z_o_DB, "main") == 1) return false;
+  SqlStmt_T o_Stmt;
+  if (f_Prepare(z_o_DB, "PRAGMA quick_check;", o_Stmt) != SQLITE_OK ||
+      sqlite3_step(o_Stmt.get()) != SQLITE_ROW)
+    return false;
+  const unsigned char* z_uc_Result = sqlite3_column_text(o_Stmt.get(), 0);
+  return z_uc_Result != nullptr && std::strcmp(reinterpret_cast<const char*>(z_uc_Result), "ok") == 0;
+}
+
+int ErrorHandler_CL::f_DBOpenOrRecover() {
+  int i_Rc = f_DBOpen();
+  if (i_Rc == 0 && f_DBUsable()) return 0;
+  syslog(LOG_CRIT, "ErrorHandler_CL::f_DBOpen <%s> is no usable error list (%d)",
+         str_DBPath.c_str(), i_Rc);
+  return f_DBRecover();
+}
+
+int ErrorHandler_CL::f_DBRecover() {
+  f_DBClose();
+  const std::string str_File = f_SysPath(str_DBPath);
+  struct stat o_St {};
+  if (lstat(str_File.c_str(), &o_St) == 0) {
+    // Kept for whoever wants to look at it; a power cut on a battery tool is the usual way
+    // there, and the list must go on at once.
+    const std::string str_Aside = str_File + ".corrupt-" + std::to_string(std::time(nullptr));
+    if (std::rename(str_File.c_str(), str_Aside.c_str()) == 0) {
+      syslog(LOG_CRIT, "ErrorHandler_CL::f_DBRecover <%s> moved to <%s>, a new list is made",
+             str_File.c_str(), str_Aside.c_str());
+      // A journal left beside it belongs to the old file: SQLite would play it into the new.
+      std::rename((str_File + "-journal").c_str(), (str_Aside + "-journal").c_str());
+    } else {
+      syslog(LOG_CRIT, "ErrorHandler_CL::f_DBRecover <%s> cannot be moved to <%s>: %s",
+             str_File.c_str(), str_Aside.c_str(), std::strerror(errno));
+    }
+  } else {
+    const size_t ui_Slash = str_File.rfind('/');
+    if (ui_Slash != std::string::npos && ui_Slash > 0 &&
+        f_MakeDirs(str_File.substr(0, ui_Slash), 0750) != 0)
+      syslog(LOG_CRIT, "ErrorHandler_CL::f_DBRecover directory of <%s>: %s", str_File.c_str(),
+             std::strerror(errno));
+  }
+  if (f_DBOpen() == 0 && f_DBUsable()) return 0;
+
+  // Nowhere to keep the list on the medium (a read-only or missing file system): keep it
+  // in memory, so that errors are still shown, acknowledged and make the tool not ready.
+  syslog(LOG_CRIT,
+         "ErrorHandler_CL::f_DBRecover no error list at <%s>, kept in memory until the next "
+         "start",
+         str_File.c_str());
+  return f_DBOpenFile(":memory:");
+}
+
 int ErrorHandler_CL::f_DBRemove() {
   if (f_CheckForNonAckErrors() != 0) {
     // Active errors must survive: only what has been seen goes.
@@ -293,7 +379,7 @@ int ErrorHandler_CL::f_DBRemove() {
   if (std::remove(str_File.c_str()) != 0)
     syslog(LOG_WARNING, "ErrorHandler_CL::f_DBRemove remove <%s> ", std::strerror(errno));
   sync();
-  return f_DBOpen();
+  return f_DBOpenOrRecover();
 }
 
 // --- transactions ----------------------------------------------------------------------
@@ -334,51 +420,111 @@ int ErrorHandler_CL::f_InsertError(int i_CodedErr) {
 }
 
 int ErrorHandler_CL::f_Insert(const char* z_c_Proc, const char* z_c_Code) {
-  if (z_c_Proc == nullptr) z_c_Proc = "";
-  const int i_Coded = std::atoi(z_c_Code != nullptr ? z_c_Code : "");
-  const int i_Code = i_Coded >> 3;
-  const int i_Class = i_Coded & 7;
-  const int i_Date = static_cast<int>(std::time(nullptr));
-  char a_c_Cmd[UI_SQL_CMD_SIZE];
-  SqlStmt_T o_Stmt;
+  const int i_Coded = f_CodedFromText(z_c_Code);
+  Report_ST o_R{z_c_Proc != nullptr ? z_c_Proc : "", i_Coded >> 3, i_Coded & 7,
+                static_cast<int>(std::time(nullptr))};
+  if (o_R.str_Proc.size() > UI_MAX_PROC_LEN) {
+    syslog(LOG_WARNING, "ErrorHandler_CL::f_Insert process name of %zu bytes cut at %zu",
+           o_R.str_Proc.size(), UI_MAX_PROC_LEN);
+    // Cut before a character, not inside one: the name stays valid UTF-8 for the readers.
+    size_t ui_Cut = UI_MAX_PROC_LEN;
+    while (ui_Cut > 0 && (static_cast<unsigned char>(o_R.str_Proc[ui_Cut]) & 0xC0) == 0x80) --ui_Cut;
+    o_R.str_Proc.resize(ui_Cut);
+  }
+
+  // Reports are stored in the order they came: while older ones wait for the database, a
+  // new one queues behind them and the database is only asked without waiting.
+  if (!o_Pending.empty()) f_RetryPending();
+  const bool b_Behind = !o_Pending.empty();
 
   // One active row per code: a process that repeats its report while the error is still
   // active must neither grow the list nor alarm the peers again, whatever class it sends.
-  const char* z_c_DupFmt = "select id from syserrors where code=%d and ack=0;";
-  if (!f_SqlFits(std::snprintf(a_c_Cmd, sizeof(a_c_Cmd), z_c_DupFmt, i_Code), "f_Insert",
-                 z_c_DupFmt))
-    return -1;
-  if (f_Prepare(z_o_DB, a_c_Cmd, o_Stmt) != SQLITE_OK) {
-    syslog(LOG_WARNING, "ErrorHandler_CL::f_Insert->sqlite3_prepare cmd = %s - %s\n", a_c_Cmd,
-           f_DbErrMsg());
-    return -1;
-  }
-  if (sqlite3_step(o_Stmt.get()) == SQLITE_ROW) {
+  const en_Active e_Dup =
+      (b_Behind && f_IsPending(o_R.i_Code)) ? en_Active::YES : f_FindActive(o_R.i_Code, b_Behind);
+  if (e_Dup == en_Active::YES) {
     syslog(LOG_INFO, "ErrorHandler_CL::f_Insert error %d already exists", i_Coded);
     return 0;
   }
-  o_Stmt.reset();
 
+  // The error is shown at once even when its row must wait: the tool is not ready while it
+  // has an error, whatever state the database is in.
+  f_ShowNewError(o_R);
+  if (e_Dup == en_Active::UNKNOWN || b_Behind) {
+    f_QueueReport(std::move(o_R));
+    return -1;
+  }
+
+  f_BeginSqlTransaction();
+  bool b_Stored = false;
+  const int i_Ret = f_WriteRow(o_R, &b_Stored);
+  if (!b_Stored) {
+    // The exclusive transaction stays open on purpose; the retry from the tick (or the
+    // next successful write) completes it.
+    f_QueueReport(std::move(o_R));
+    return i_Ret;
+  }
+  if (f_CommitSqlTransaction() != 0) {
+    f_QueueReport(std::move(o_R));
+    return i_Ret;
+  }
+  f_Signal("sysfault", g_variant_new("(iii)", o_R.i_Code, o_R.i_Class, o_R.i_Date));
+  return 0;
+}
+
+ErrorHandler_CL::en_Active ErrorHandler_CL::f_FindActive(int i_Code, bool b_NoWait) {
+  char a_c_Cmd[UI_SQL_CMD_SIZE];
+  const char* z_c_DupFmt = "select id from syserrors where code=%d and ack=0;";
+  if (!f_SqlFits(std::snprintf(a_c_Cmd, sizeof(a_c_Cmd), z_c_DupFmt, i_Code), "f_Insert",
+                 z_c_DupFmt))
+    return en_Active::UNKNOWN;
+  SqlStmt_T o_Stmt;
+  if (f_Prepare(z_o_DB, a_c_Cmd, o_Stmt) != SQLITE_OK) {
+    syslog(LOG_WARNING, "ErrorHandler_CL::f_Insert->sqlite3_prepare cmd = %s - %s\n", a_c_Cmd,
+           f_DbErrMsg());
+    return en_Active::UNKNOWN;
+  }
+  if (b_NoWait) sqlite3_busy_timeout(z_o_DB, 0);
+  const int i_Rc = sqlite3_step(o_Stmt.get());
+  if (b_NoWait) sqlite3_busy_timeout(z_o_DB, I_BUSY_TIMEOUT_MS);
+  if (i_Rc == SQLITE_ROW) return en_Active::YES;
+  if (i_Rc == SQLITE_DONE) return en_Active::NO;
+  // "database is locked" says nothing about the list: taken as "no duplicate", the row
+  // would be written twice once the database is back.
+  if (!b_NoWait)
+    syslog(LOG_WARNING, "ErrorHandler_CL::f_Insert->sqlite3_step cmd = %s - %s\n", a_c_Cmd,
+           f_DbErrMsg());
+  return en_Active::UNKNOWN;
+}
+
+bool ErrorHandler_CL::f_IsPending(int i_Code) const {
+  for (const Report_ST& o_R : o_Pending)
+    if (o_R.i_Code == i_Code) return true;
+  return false;
+}
+
+void ErrorHandler_CL::f_ShowNewError(const Report_ST& o_R) {
+  const int i_Coded = f_CodedNr(o_R.i_Code, o_R.i_Class);
   if (z_o_ErrShMem != nullptr) z_o_ErrShMem->i_CurError = i_Coded;
   char a_c_Coded[16];
   std::snprintf(a_c_Coded, sizeof(a_c_Coded), "%d", i_Coded);
   f_SysDiagSetParam("sysfault", a_c_Coded);
 
-  i_LastErrCode = i_Code;
-  i_LastErrClass = i_Class;
-  i_LastErrDate = i_Date;
+  i_LastErrCode = o_R.i_Code;
+  i_LastErrClass = o_R.i_Class;
+  i_LastErrDate = o_R.i_Date;
   syslog(LOG_INFO, "f_Insert %d, %d, %d", i_LastErrCode, i_LastErrClass, i_LastErrDate);
 
   // Class 0 errors are notes: the tool stays ready.
-  if (i_Class != 0) {
+  if (o_R.i_Class != 0) {
     f_ResetRdyFlag(3);
     z_o_Bms->f_Out(18, false);
   }
+}
 
-  f_BeginSqlTransaction();
-
-  // Failure returns below leave the exclusive transaction open on purpose: the next
-  // successful insert or acknowledgement commits it together with its own change.
+int ErrorHandler_CL::f_WriteRow(const Report_ST& o_R, bool* z_b_Stored) {
+  *z_b_Stored = false;
+  char a_c_Cmd[UI_SQL_CMD_SIZE];
+  SqlStmt_T o_Stmt;
   bool b_Overwrite = i_NrErrors >= i_MaxErrors;
   if (b_Overwrite) {
     if (f_Prepare(z_o_DB, A_C_MIN_MAX_CMD, o_Stmt) != SQLITE_OK) {
@@ -404,8 +550,8 @@ int ErrorHandler_CL::f_Insert(const char* z_c_Proc, const char* z_c_Code) {
     const char* z_c_UpdFmt =
         "update syserrors set id=%lld, date=%d, proc=:proc, code=%d, class=%d, ack=%d where "
         "id=%lld;";
-    if (!f_SqlFits(std::snprintf(a_c_Cmd, sizeof(a_c_Cmd), z_c_UpdFmt, ll_MaxId + 1, i_Date, i_Code,
-                                 i_Class, 0, ll_MinId),
+    if (!f_SqlFits(std::snprintf(a_c_Cmd, sizeof(a_c_Cmd), z_c_UpdFmt, ll_MaxId + 1, o_R.i_Date,
+                                 o_R.i_Code, o_R.i_Class, 0, ll_MinId),
                    "f_Insert", z_c_UpdFmt))
       return -1;
     if (f_Prepare(z_o_DB, a_c_Cmd, o_Stmt) != SQLITE_OK) {
@@ -413,7 +559,7 @@ int ErrorHandler_CL::f_Insert(const char* z_c_Proc, const char* z_c_Code) {
              f_DbErrMsg());
       return -1;
     }
-    f_BindText(o_Stmt.get(), ":proc", z_c_Proc);
+    f_BindText(o_Stmt.get(), ":proc", o_R.str_Proc.c_str());
     if (sqlite3_step(o_Stmt.get()) != SQLITE_DONE) {
       syslog(LOG_WARNING, "ErrorHandler_CL::f_Insert->sqlite3_step cmd: - %s - %s\n", a_c_Cmd,
              f_DbErrMsg());
@@ -426,10 +572,10 @@ int ErrorHandler_CL::f_Insert(const char* z_c_Proc, const char* z_c_Code) {
       return -1;
     }
     // ":id" stays unbound: SQLite hands out the next rowid.
-    f_BindInt(o_Stmt.get(), ":date", i_Date);
-    f_BindText(o_Stmt.get(), ":proc", z_c_Proc);
-    f_BindInt(o_Stmt.get(), ":code", i_Code);
-    f_BindInt(o_Stmt.get(), ":class", i_Class);
+    f_BindInt(o_Stmt.get(), ":date", o_R.i_Date);
+    f_BindText(o_Stmt.get(), ":proc", o_R.str_Proc.c_str());
+    f_BindInt(o_Stmt.get(), ":code", o_R.i_Code);
+    f_BindInt(o_Stmt.get(), ":class", o_R.i_Class);
     f_BindInt(o_Stmt.get(), ":ack", 0);
     if (sqlite3_step(o_Stmt.get()) != SQLITE_DONE) {
       syslog(LOG_WARNING, "ErrorHandler_CL::f_Insert->sqlite3_step cmd: %s - %s\n",
@@ -438,11 +584,90 @@ int ErrorHandler_CL::f_Insert(const char* z_c_Proc, const char* z_c_Code) {
     }
     i_NrErrors++;
   }
-  o_Stmt.reset();
-
-  f_CommitSqlTransaction();
-  f_Signal("sysfault", g_variant_new("(iii)", i_Code, i_Class, i_Date));
+  *z_b_Stored = true;
   return 0;
+}
+
+// --- reports waiting for the database --------------------------------------------------
+
+void ErrorHandler_CL::f_QueueReport(Report_ST o_R) {
+  o_Pending.push_back(std::move(o_R));
+  if (o_Pending.size() > UI_MAX_PENDING) {
+    const Report_ST& o_Old = o_Pending.front();
+    syslog(LOG_CRIT, "ErrorHandler_CL::f_Insert %zu reports wait, error %d of <%s> dropped",
+           o_Pending.size(), f_CodedNr(o_Old.i_Code, o_Old.i_Class), o_Old.str_Proc.c_str());
+    o_Pending.pop_front();
+  }
+}
+
+int ErrorHandler_CL::f_Exec(const char* z_c_Sql) {
+  SqlStmt_T o_Stmt;
+  int i_Rc = f_Prepare(z_o_DB, z_c_Sql, o_Stmt);
+  if (i_Rc != SQLITE_OK) return i_Rc;
+  i_Rc = sqlite3_step(o_Stmt.get());
+  return i_Rc == SQLITE_DONE || i_Rc == SQLITE_ROW ? SQLITE_OK : i_Rc;
+}
+
+bool ErrorHandler_CL::f_StorePending(const Report_ST& o_R, bool* z_b_Duplicate) {
+  *z_b_Duplicate = false;
+  // A transaction left open by the failed write is taken over, not begun twice.
+  if (sqlite3_get_autocommit(z_o_DB) != 0 && f_Exec("BEGIN EXCLUSIVE;") != SQLITE_OK)
+    return false;
+  const en_Active e_Dup = f_FindActive(o_R.i_Code, true);
+  bool b_Stored = false;
+  if (e_Dup == en_Active::NO) f_WriteRow(o_R, &b_Stored);
+  if ((e_Dup == en_Active::YES || b_Stored) && f_Exec("COMMIT;") == SQLITE_OK) {
+    *z_b_Duplicate = e_Dup == en_Active::YES;
+    return true;
+  }
+  // Nothing of this try may stay behind holding the database: the report waits on.
+  if (sqlite3_get_autocommit(z_o_DB) == 0) f_Exec("ROLLBACK;");
+  return false;
+}
+
+void ErrorHandler_CL::f_RetryPending() {
+  if (o_Pending.empty()) return;
+  if (z_o_DB == nullptr && f_DBOpenOrRecover() != 0) return;
+
+  sqlite3_busy_timeout(z_o_DB, 0);
+  bool b_Duplicate = false;
+  bool b_ListChanged = false;
+  while (!o_Pending.empty()) {
+    const Report_ST& o_R = o_Pending.front();
+    if (!f_StorePending(o_R, &b_Duplicate)) {
+      const int i_Err = sqlite3_errcode(z_o_DB);
+      if (i_Err == SQLITE_BUSY || i_Err == SQLITE_LOCKED) break;
+      if (!b_RetryFailLogged)
+        syslog(LOG_WARNING, "ErrorHandler_CL::f_RetryPending %zu reports wait - %s",
+               o_Pending.size(), f_DbErrMsg());
+      b_RetryFailLogged = true;
+      // A file damaged or made read-only under the running service is replaced like one
+      // found so at start.
+      if (i_Err == SQLITE_CORRUPT || i_Err == SQLITE_NOTADB || i_Err == SQLITE_READONLY) {
+        sqlite3_busy_timeout(z_o_DB, I_BUSY_TIMEOUT_MS);
+        if (f_DBRecover() != 0) return;
+        sqlite3_busy_timeout(z_o_DB, 0);
+        continue;
+      }
+      break;
+    }
+    b_RetryFailLogged = false;
+    if (b_Duplicate) {
+      syslog(LOG_INFO, "ErrorHandler_CL::f_Insert error %d already exists",
+             f_CodedNr(o_R.i_Code, o_R.i_Class));
+      b_ListChanged = true;
+    } else {
+      syslog(LOG_INFO, "ErrorHandler_CL::f_RetryPending error %d of <%s> stored",
+             f_CodedNr(o_R.i_Code, o_R.i_Class), o_R.str_Proc.c_str());
+      f_ShowNewError(o_R);
+      f_Signal("sysfault", g_variant_new("(iii)", o_R.i_Code, o_R.i_Class, o_R.i_Date));
+    }
+    o_Pending.pop_front();
+  }
+  if (z_o_DB != nullptr) sqlite3_busy_timeout(z_o_DB, I_BUSY_TIMEOUT_MS);
+  // A report that turned out to repeat an active error was shown all the same: once the
+  // queue is empty the current error is taken from the list again.
+  if (o_Pending.empty() && b_ListChanged) f_CheckForNonAckErrors();
 }
 
 // --- current error and acknowledgement -------------------------------------------------
@@ -546,7 +771,7 @@ int ErrorHandler_CL::f_Ack(int i_Code) {
 }
 
 int ErrorHandler_CL::f_Ack(const char* z_c_CodedErr) {
-  const int i_Coded = std::atoi(z_c_CodedErr != nullptr ? z_c_CodedErr : "");
+  const int i_Coded = f_CodedFromText(z_c_CodedErr);
   // Class 1 errors need the service's own action (a restart or a cleared list).
   if ((i_Coded & 7) == 1) return -1;
   return f_Ack(i_Coded >> 3);

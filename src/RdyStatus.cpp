@@ -175,8 +175,9 @@ void ErrorHandler_CL::f_RdyChecker() {
     b_RdyAlt = true;
     if (b_Startup) {
       // The user interface starts at normal priority so that booting is not slowed; from
-      // the first ready moment on it must stay responsive while the tool works.
-      if (f_SysCmd(A_C_RENICE_CMD) != 0)
+      // the first ready moment on it must stay responsive while the tool works. The call
+      // waits for the interface's reply, up to the bus's call time-out: the loop does not.
+      if (f_SysCmdAsync(A_C_RENICE_CMD) != 0)
         syslog(LOG_WARNING, "f_RdyChecker - renice of the user interface failed");
       b_Startup = false;
     }

@@ -17,6 +17,7 @@
 #include "sysLib/Bms.h"
 #include "sysLib/I2c.h"
 #include "sysLib/SysCmd.h"
+#include "sysLib/SysNotify.h"
 #include "sysLib/SysDiag.h"
 #include "sysLib/SysPath.h"
 
@@ -186,6 +187,9 @@ int f_CheckTemperature(SysObj* z_o_Obj) {
 
 gboolean f_SystemChecker(gpointer z_v_Obj) {
   SysObj* z_o_Obj = static_cast<SysObj*>(z_v_Obj);
+  // The loop is alive as long as it ticks; a stuck loop stops the keep-alive and the
+  // service manager restarts the service.
+  f_SysWatchdogKick();
   if (sem_trywait(&z_o_Obj->o_SysCheckerCritSectionSemId) != 0) {
     syslog(LOG_INFO, "f_SystemChecker sem_trywait -  %s", strerror(errno));
     return f_CheckProcTerm(z_v_Obj);
@@ -206,7 +210,10 @@ gboolean f_SystemChecker(gpointer z_v_Obj) {
     }
   }
   f_CheckAckInput(z_o_Obj);
-  if (z_o_ErrorHandler != nullptr) z_o_ErrorHandler->f_RdyChecker();
+  if (z_o_ErrorHandler != nullptr) {
+    z_o_ErrorHandler->f_RetryPending();
+    z_o_ErrorHandler->f_RdyChecker();
+  }
   if (z_o_Obj->b_CntDwnActive && ui_LastCheck % 4 == 0) f_CntDwnStep(z_o_Obj);
 
   ui_LastCheck++;

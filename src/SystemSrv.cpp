@@ -165,13 +165,44 @@ void f_SysObjConstruct(SysObj* z_o_Obj) {
   z_o_ErrorHandler->f_SetRdyFlag(3);
 }
 
+namespace {
+// Exit status of the termination step: 0 for a SIGTERM, not 0 when the service cannot go on
+// (its bus is gone), so that the service manager starts it again.
+int i_ProcEndStatus = 0;
+
+// The bus went away (the daemon stopped or the connection broke). Nothing the service
+// does is seen any more; ending with a failure lets the service manager restart it onto a
+// new bus, through the ordinary termination step at the next tick.
+void f_OnBusClosed(GDBusConnection* connection, gboolean, GError* error, gpointer user_data) {
+  SysObj* z_o_Obj = static_cast<SysObj*>(user_data);
+  syslog(LOG_CRIT, "on_bus_closed - the bus connection is lost (%s), ending with status 1",
+         error != nullptr ? error->message : "closed");
+  if (z_o_Obj->connection == connection) {
+    z_o_Obj->connection = nullptr;
+    g_object_unref(connection);
+  }
+  f_RequestProcEnd(1);
+}
+}  // namespace
+
+void f_RequestProcEnd(int i_Status) {
+  i_ProcEndStatus = i_Status;
+  sem_post(&o_SigTermSemId);
+}
+
 void on_bus_acquired(GDBusConnection* connection, const gchar*, gpointer user_data) {
   SysObj* z_o_Obj = static_cast<SysObj*>(user_data);
   guint registration_id = g_dbus_connection_register_object(
       connection, A_C_OBJECT_PATH, introspection_data->interfaces[0], &interface_vtable,
       z_o_Obj, nullptr, nullptr);
   g_assert(registration_id > 0);
-  z_o_Obj->connection = connection;
+  // The service keeps its own reference: the bus library drops its own when the connection
+  // closes, and every emitter still reaches the connection through this field. The library
+  // would also raise SIGTERM on a closed connection, which ends with status 0 and keeps the
+  // service manager from restarting the service.
+  g_dbus_connection_set_exit_on_close(connection, FALSE);
+  z_o_Obj->connection = G_DBUS_CONNECTION(g_object_ref(connection));
+  g_signal_connect(connection, "closed", G_CALLBACK(f_OnBusClosed), z_o_Obj);
   // Blocks the loop on purpose: the peers come up before the first check runs.
   g_usleep(2 * G_USEC_PER_SEC);
   g_timeout_add(250, f_SystemChecker, z_o_Obj);
@@ -261,9 +292,15 @@ gboolean f_CheckProcTerm(gpointer z_v_Obj) {
   f_StopCntDwnTimer(z_o_Obj);
   // Signals leave through the bus library's writer thread: without a flush the last
   // readiness change could die with the process.
-  if (z_o_Obj->connection != nullptr) g_dbus_connection_flush_sync(z_o_Obj->connection, nullptr, nullptr);
+  GDBusConnection* z_o_Conn = z_o_Obj->connection;
+  if (z_o_Conn != nullptr) {
+    g_dbus_connection_flush_sync(z_o_Conn, nullptr, nullptr);
+    g_signal_handlers_disconnect_by_data(z_o_Conn, z_o_Obj);
+    z_o_Obj->connection = nullptr;
+    g_object_unref(z_o_Conn);
+  }
   g_object_unref(z_o_Obj);
   sem_destroy(&o_SigTermSemId);
   sem_destroy(&o_BatOnOffSemId);
-  exit(0);
+  exit(i_ProcEndStatus);
 }

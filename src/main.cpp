@@ -3,12 +3,16 @@
 #include <pthread.h>
 
 #include <csignal>
+#include <sys/stat.h>
 
 #include "BusInterface.h"
 #include "SystemSrv.h"
 #include "sysLib/SysPath.h"
 
 int main() {
+  // What the service creates is for its own group at most; the files it shares on purpose
+  // (lock files, shared memory) are opened to the group where they are made.
+  umask(027);
   f_SysLogOpen();
   sem_init(&o_SigTermSemId, 0, 0);
   sem_init(&o_BatOnOffSemId, 0, 0);

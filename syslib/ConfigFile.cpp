@@ -8,6 +8,7 @@
 #include <ctime>
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/stat.h>
 #include <syslog.h>
 #include <unistd.h>
 
@@ -19,6 +20,17 @@ void CJsonTextDelete_ST::operator()(char* z_c_Text) const { cJSON_free(z_c_Text)
 
 namespace {
 constexpr long L_LOCK_POLL_NS = 5L * 1000000L;  // retry period of a lock with a timeout
+
+// Anyone who can open a lock file can take its lock and stall every writer of the file:
+// only the service's group may, whatever the umask of whoever made it.
+constexpr mode_t I_LOCK_FILE_MODE = 0660;
+
+void f_KeepGroupOnly(int i_Fd) {
+  struct stat o_St {};
+  if (fstat(i_Fd, &o_St) == 0 && o_St.st_uid == geteuid() &&
+      (o_St.st_mode & 07777) != I_LOCK_FILE_MODE)
+    fchmod(i_Fd, I_LOCK_FILE_MODE);
+}
 
 long long f_NowMs() {
   struct timespec o_Now {};
@@ -57,7 +69,8 @@ int AbstractConfigFile_CL::f_LockFile(int i_TimeoutMs) {
     return 0;
   }
   std::string str_LockPath = f_SysPath(str_Path) + ".lock";
-  UniqueFd_CL o_Fd(open(str_LockPath.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666));
+  UniqueFd_CL o_Fd(open(str_LockPath.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, I_LOCK_FILE_MODE));
+  if (o_Fd.f_IsOpen()) f_KeepGroupOnly(o_Fd.f_Get());
   if (!o_Fd.f_IsOpen()) {
     syslog(LOG_CRIT, "AbstractConfigFile_CL::f_LockFile - open %s: %s", str_LockPath.c_str(),
            strerror(errno));

@@ -41,6 +41,9 @@ ShMem_CL::ShMem_CL(const char* z_c_Name, size_t ui_Size)
   UniqueFd_CL o_Fd(open(str_Path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
   if (o_Fd.f_IsOpen()) {
     b_Created = true;
+    // The tool's processes of the service's group write their words here too; the umask
+    // of the service takes the group's write permission away.
+    fchmod(o_Fd.f_Get(), 0660);
   } else if (errno == EEXIST) {
     o_Fd.f_Reset(open(str_Path.c_str(), O_RDWR | O_CLOEXEC));
   }

@@ -9,6 +9,7 @@
 #include <string>
 #include <sys/file.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -149,4 +150,22 @@ TEST(ConfigFile, WriteIsAtomicAndReadBack) {
     EXPECT_NE(f_ReadJsonCfgFile(z_c_Path, &o_Back), 0) << z_c_Path;
     EXPECT_EQ(o_Back, nullptr);
   }
+}
+
+TEST(ConfigFile, LockFileIsTheGroupsOnlyWhateverTheUmask) {
+  // Anyone who may open a lock file may take the lock and stall the service's writers.
+  TempRoot o_Root;
+  o_Root.f_Write(A_C_CFG, "{}");
+  const std::string str_Lock = o_Root.f_Path(std::string(A_C_CFG) + ".lock");
+  mode_t ui_Old = umask(0);
+  for (bool b_Existed : {false, true}) {
+    if (b_Existed) chmod(str_Lock.c_str(), 0666);  // left by an older version
+    CountingCfg_CL o_Cfg;
+    ASSERT_EQ(0, o_Cfg.f_LockFile(100));
+    struct stat o_St {};
+    ASSERT_EQ(0, stat(str_Lock.c_str(), &o_St));
+    EXPECT_EQ(0660u, o_St.st_mode & 07777u) << b_Existed;
+    o_Cfg.f_UnlockFile();
+  }
+  umask(ui_Old);
 }

@@ -9,6 +9,13 @@
 #include "sysLib/SysCmd.h"
 #include "sysLib/SysPath.h"
 
+#include <glib.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include "sysLib/SysNotify.h"
+
 TEST(SysPath, MapsAbsolutePathsOnlyWithARoot) {
   struct Case_ST {
     const char* z_c_Root;  // nullptr: variable unset
@@ -61,4 +68,90 @@ TEST(SysCmd, QuotedTextReachesTheCommandUnchanged) {
   std::string str_Cmd = "printf '%s' " + f_ShellQuote(str_Text);
   ASSERT_EQ(f_SysCmd(str_Cmd.c_str(), a_c_Reply, sizeof(a_c_Reply)), 0);
   EXPECT_EQ(std::string(a_c_Reply), str_Text);
+}
+
+TEST(SysCmd, AHangingCommandIsKilledWithWhatItStarted) {
+  // Both forms, with and without a reply; the pipeline's sleep is a grandchild of the shell
+  // and holds the reply pipe open, so only killing the whole group ends the wait.
+  char a_c_Reply[16];
+  for (bool b_Reply : {false, true}) {
+    gint64 i_Start = g_get_monotonic_time();
+    EXPECT_EQ(-1, f_SysCmdTimeout("echo early; sleep 30 | cat", b_Reply ? a_c_Reply : nullptr,
+                                  b_Reply ? sizeof(a_c_Reply) : 0, 300));
+    EXPECT_LT(g_get_monotonic_time() - i_Start, 5 * G_USEC_PER_SEC);
+    if (b_Reply) {
+      EXPECT_STREQ(a_c_Reply, "early\n");
+    }
+  }
+  EXPECT_EQ(0, f_SysCmdTimeout("true", nullptr, 0, 300));
+}
+
+TEST(SysCmd, AsyncCommandDoesNotHoldTheLoop) {
+  TempRoot o_Root;
+  std::string str_Mark = o_Root.f_Path("/done");
+  std::string str_Cmd = "sleep 0.3; touch '" + str_Mark + "'";
+  GMainLoop* z_o_Loop = g_main_loop_new(nullptr, FALSE);
+  struct Ctx_ST {
+    const char* z_c_Cmd;
+    int i_Rc;
+    gint64 i_Took;
+    GMainLoop* z_o_Loop;
+  } o_Ctx{str_Cmd.c_str(), -2, 0, z_o_Loop};
+  g_idle_add(
+      [](gpointer z_v) -> gboolean {
+        auto* z_o_Ctx = static_cast<Ctx_ST*>(z_v);
+        gint64 i_Start = g_get_monotonic_time();
+        z_o_Ctx->i_Rc = f_SysCmdAsync(z_o_Ctx->z_c_Cmd);
+        z_o_Ctx->i_Took = g_get_monotonic_time() - i_Start;
+        return G_SOURCE_REMOVE;
+      },
+      &o_Ctx);
+  g_timeout_add(
+      100,
+      [](gpointer z_v) -> gboolean {
+        auto* z_o_Ctx = static_cast<Ctx_ST*>(z_v);
+        if (z_o_Ctx->i_Rc == -2) return G_SOURCE_CONTINUE;
+        g_main_loop_quit(z_o_Ctx->z_o_Loop);
+        return G_SOURCE_REMOVE;
+      },
+      &o_Ctx);
+  g_main_loop_run(z_o_Loop);
+  EXPECT_EQ(0, o_Ctx.i_Rc);
+  EXPECT_LT(o_Ctx.i_Took, 250 * 1000);
+  // The command still runs to its end; the loop collects it.
+  gint64 i_Deadline = g_get_monotonic_time() + 10 * G_USEC_PER_SEC;
+  while (!o_Root.f_Exists("/done") && g_get_monotonic_time() < i_Deadline)
+    g_main_context_iteration(nullptr, FALSE), g_usleep(10000);
+  EXPECT_TRUE(o_Root.f_Exists("/done"));
+  g_main_loop_unref(z_o_Loop);
+}
+
+TEST(SysNotify, KeepAlivesGoToTheManagersSocketAtAQuarterOfThePeriod) {
+  TempRoot o_Root;
+  const std::string str_Sock = o_Root.f_Path("/notify");
+  int i_Fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+  sockaddr_un o_Addr{};
+  o_Addr.sun_family = AF_UNIX;
+  snprintf(o_Addr.sun_path, sizeof(o_Addr.sun_path), "%s", str_Sock.c_str());
+  ASSERT_EQ(0, bind(i_Fd, reinterpret_cast<sockaddr*>(&o_Addr), sizeof(o_Addr)));
+  setenv("NOTIFY_SOCKET", str_Sock.c_str(), 1);
+  setenv("WATCHDOG_USEC", "400000", 1);
+  // Called every tick for a second: about one keep-alive per 100 ms, never one per call.
+  gint64 i_End = g_get_monotonic_time() + G_USEC_PER_SEC;
+  while (g_get_monotonic_time() < i_End) {
+    f_SysWatchdogKick();
+    g_usleep(20000);
+  }
+  int i_Count = 0;
+  char a_c_Buf[64];
+  ssize_t i_Len;
+  while ((i_Len = recv(i_Fd, a_c_Buf, sizeof(a_c_Buf), MSG_DONTWAIT)) > 0) {
+    EXPECT_EQ("WATCHDOG=1", std::string(a_c_Buf, static_cast<size_t>(i_Len)));
+    ++i_Count;
+  }
+  EXPECT_GE(i_Count, 5);
+  EXPECT_LE(i_Count, 12);
+  close(i_Fd);
+  unsetenv("NOTIFY_SOCKET");
+  unsetenv("WATCHDOG_USEC");
 }
