@@ -68,7 +68,8 @@ class ErrorHandler_CL : public ErrorShMem_CL {
   int f_DBRemove();
   // f_DBOpen, and when the file cannot serve as the list (not a database, damaged, read-only,
   // a directory, its directory missing): moved aside as "<path>.corrupt-<unix time>" and a new
-  // one made; as a last resort the list is kept in memory. 0 once a store works.
+  // one made; as a last resort the list is kept in memory. 0 once a store works, 1 when
+  // another process holds the file (it is opened from the tick once free), -1 otherwise.
   int f_DBOpenOrRecover();
   // Reloads the configuration and reopens the database when z_c_Path is the
   // configuration file's logical path. Always 0.

@@ -11,6 +11,7 @@ PACKAGES=(
   googletest libgtest-dev         # unit and integration tests
   dbus-daemon dbus-bin            # the private system bus of tests and demo
   umockdev libumockdev-dev        # emulated i2c-dev adapter of the board sensor test
+  valgrind procps                 # memcheck of the fault tests; pkill
 )
 
 missing=()

@@ -80,6 +80,18 @@ int f_CodedFromText(const char* z_c_Text) {
   return static_cast<int>(static_cast<uint32_t>(static_cast<unsigned long long>(ll_Value)));
 }
 
+// True when another process holds the file's lock: the file itself may be fine.
+bool f_DBIsHeld(const std::string& str_File) {
+  sqlite3* z_o_Db = nullptr;
+  bool b_Held = false;
+  if (sqlite3_open_v2(str_File.c_str(), &z_o_Db, SQLITE_OPEN_READONLY, nullptr) == SQLITE_OK) {
+    const int i_Rc = sqlite3_exec(z_o_Db, "PRAGMA schema_version;", nullptr, nullptr, nullptr);
+    b_Held = i_Rc == SQLITE_BUSY || i_Rc == SQLITE_LOCKED;
+  }
+  sqlite3_close(z_o_Db);
+  return b_Held;
+}
+
 // A path that climbs with ".." could leave the log directory (and a sandbox).
 bool f_HasDotDot(const std::string& str_Path) {
   size_t ui_Start = 0;
@@ -116,7 +128,7 @@ ErrorHandler_CL::ErrorHandler_CL(SysObj* z_o_Obj, unsigned long, Bms_CL* z_o_Bms
   syslog(LOG_INFO, "ErrorHandler_CL::i_RdySoll->%d\n", static_cast<int>(ui_RdySoll));
 
   f_ReadCfg();
-  if (f_DBOpenOrRecover() != 0) {
+  if (f_DBOpenOrRecover() < 0) {
     // Some failed opens leave the handle open; the destructor will not run for us.
     f_DBClose();
     throw new SysExcpt_CL(2, "ErrorHandler_CL::f_DBOpen", true);
@@ -317,6 +329,14 @@ bool ErrorHandler_CL::f_DBUsable() {
 int ErrorHandler_CL::f_DBOpenOrRecover() {
   int i_Rc = f_DBOpen();
   if (i_Rc == 0 && f_DBUsable()) return 0;
+  if (f_DBIsHeld(f_SysPath(str_DBPath))) {
+    // A file another process holds may be perfectly good: it is opened from the tick once
+    // it is free, and the reports that come meanwhile wait for it.
+    f_DBClose();
+    syslog(LOG_CRIT, "ErrorHandler_CL::f_DBOpen <%s> is held by another process, opened when free",
+           str_DBPath.c_str());
+    return 1;
+  }
   syslog(LOG_CRIT, "ErrorHandler_CL::f_DBOpen <%s> is no usable error list (%d)",
          str_DBPath.c_str(), i_Rc);
   return f_DBRecover();
@@ -379,7 +399,7 @@ int ErrorHandler_CL::f_DBRemove() {
   if (std::remove(str_File.c_str()) != 0)
     syslog(LOG_WARNING, "ErrorHandler_CL::f_DBRemove remove <%s> ", std::strerror(errno));
   sync();
-  return f_DBOpenOrRecover();
+  return f_DBOpenOrRecover() == 0 ? 0 : -1;
 }
 
 // --- transactions ----------------------------------------------------------------------
@@ -626,8 +646,13 @@ bool ErrorHandler_CL::f_StorePending(const Report_ST& o_R, bool* z_b_Duplicate) 
 }
 
 void ErrorHandler_CL::f_RetryPending() {
+  if (z_o_DB == nullptr) {
+    // Held by another process at the last open: open it once it is free, as at a start.
+    if (f_DBIsHeld(f_SysPath(str_DBPath)) || f_DBOpenOrRecover() != 0) return;
+    syslog(LOG_INFO, "ErrorHandler_CL::f_RetryPending <%s> opened", str_DBPath.c_str());
+    f_CheckForNonAckErrors();
+  }
   if (o_Pending.empty()) return;
-  if (z_o_DB == nullptr && f_DBOpenOrRecover() != 0) return;
 
   sqlite3_busy_timeout(z_o_DB, 0);
   bool b_Duplicate = false;

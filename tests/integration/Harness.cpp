@@ -228,6 +228,11 @@ void Daemon::f_Spawn() {
     // The service's own exit path leaves its long-lived objects to the OS on purpose.
     setenv("ASAN_OPTIONS", "detect_leaks=0", 0);
     for (const std::string& str_Env : o_ExtraEnv) putenv(strdup(str_Env.c_str()));
+    // A checker may run the daemon: SYSSRV_DAEMON_WRAPPER="valgrind --error-exitcode=99 ...".
+    const char* z_c_Wrapper = getenv("SYSSRV_DAEMON_WRAPPER");
+    if (z_c_Wrapper != nullptr && *z_c_Wrapper != '\0')
+      execl("/bin/sh", "sh", "-c", "exec $SYSSRV_DAEMON_WRAPPER \"$0\"", SYSSRV_DAEMON,
+            static_cast<char*>(nullptr));
     execl(SYSSRV_DAEMON, "SysSrv.elf", static_cast<char*>(nullptr));
     _exit(127);
   }
