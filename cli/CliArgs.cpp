@@ -23,6 +23,9 @@ std::string f_Format(const char* z_c_Fmt, ...) {
 CliArgs_CL::CliArgs_CL(const char* z_c_Params, const char* z_c_Summary)
     : z_o_Context(g_option_context_new(z_c_Params)) {
   g_option_context_set_summary(z_o_Context, z_c_Summary);
+  // An option callback of ours gets this object as its data.
+  g_option_context_set_main_group(z_o_Context,
+                                  g_option_group_new(nullptr, nullptr, nullptr, this, nullptr));
   // Negative numbers ("temp -5", "batch clear -1") would otherwise be refused as unknown
   // options; unknown options are caught after parsing instead.
   g_option_context_set_ignore_unknown_options(z_o_Context, TRUE);
@@ -31,7 +34,7 @@ CliArgs_CL::CliArgs_CL(const char* z_c_Params, const char* z_c_Summary)
 CliArgs_CL::~CliArgs_CL() { g_option_context_free(z_o_Context); }
 
 void CliArgs_CL::f_AddEntries(const GOptionEntry* a_o_Entries) {
-  g_option_context_add_main_entries(z_o_Context, a_o_Entries, nullptr);
+  g_option_group_add_entries(g_option_context_get_main_group(z_o_Context), a_o_Entries);
 }
 
 void CliArgs_CL::f_SetDescription(const char* z_c_Text) {

@@ -39,7 +39,8 @@ class CliArgs_CL {
   CliArgs_CL& operator=(const CliArgs_CL&) = delete;
 
   // Extra options; the array ends with a zeroed entry. GOption copies the entries, but
-  // the variables they point at must outlive f_Parse.
+  // the variables they point at must outlive f_Parse. A G_OPTION_ARG_CALLBACK entry gets
+  // this object as its data.
   void f_AddEntries(const GOptionEntry* a_o_Entries);
   // Text shown behind the option list of --help, as given.
   void f_SetDescription(const char* z_c_Text);

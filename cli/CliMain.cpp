@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "CliArgs.h"
+#include "SysSrvVersion.h"
 
 namespace {
 
@@ -32,6 +33,10 @@ bool f_IsHelp(const char* z_c_Arg) {
          std::strcmp(z_c_Arg, "help") == 0;
 }
 
+bool f_IsProgramOption(const char* z_c_Arg) {
+  return f_IsHelp(z_c_Arg) || std::strcmp(z_c_Arg, "--version") == 0;
+}
+
 bool f_TakesValue(const CliProgram_ST& o_Prog, const char* z_c_Arg) {
   for (const char* const* z_z_c_Opt = o_Prog.a_z_c_ValueOptions;
        z_z_c_Opt != nullptr && *z_z_c_Opt != nullptr; ++z_z_c_Opt) {
@@ -46,27 +51,31 @@ int f_CliMain(const CliProgram_ST& o_Prog, int i_Argc, char** a_z_c_Argv) {
   std::vector<char*> o_Front;
   int i_Cmd = 1;
   while (o_Prog.b_OptionsFirst && i_Cmd < i_Argc && a_z_c_Argv[i_Cmd][0] == '-' &&
-         !f_IsHelp(a_z_c_Argv[i_Cmd])) {
+         !f_IsProgramOption(a_z_c_Argv[i_Cmd])) {
     bool b_TakesValue = f_TakesValue(o_Prog, a_z_c_Argv[i_Cmd]);
     o_Front.push_back(a_z_c_Argv[i_Cmd++]);
     if (b_TakesValue && i_Cmd < i_Argc) o_Front.push_back(a_z_c_Argv[i_Cmd++]);
   }
-  if (i_Cmd >= i_Argc) {
+  const char* z_c_Cmd = i_Cmd < i_Argc ? a_z_c_Argv[i_Cmd] : o_Prog.z_c_DefaultCommand;
+  if (z_c_Cmd == nullptr) {
     f_PrintHelp(o_Prog, stderr);
     return I_EXIT_USAGE;
   }
-  const char* z_c_Cmd = a_z_c_Argv[i_Cmd];
   if (f_IsHelp(z_c_Cmd)) {
     f_PrintHelp(o_Prog, stdout);
+    return I_EXIT_OK;
+  }
+  if (std::strcmp(z_c_Cmd, "--version") == 0) {
+    std::printf("%s %s\n", o_Prog.z_c_Name, SYSSRV_VERSION);
     return I_EXIT_OK;
   }
   for (size_t i = 0; i < o_Prog.ui_Commands; ++i) {
     const CliCommand_ST& o_Cmd = o_Prog.a_o_Commands[i];
     if (std::strcmp(z_c_Cmd, o_Cmd.z_c_Name) != 0) continue;
     std::vector<char*> o_Argv;
-    o_Argv.push_back(a_z_c_Argv[i_Cmd]);
+    o_Argv.push_back(const_cast<char*>(o_Cmd.z_c_Name));
     o_Argv.insert(o_Argv.end(), o_Front.begin(), o_Front.end());
-    o_Argv.insert(o_Argv.end(), a_z_c_Argv + i_Cmd + 1, a_z_c_Argv + i_Argc);
+    if (i_Cmd < i_Argc) o_Argv.insert(o_Argv.end(), a_z_c_Argv + i_Cmd + 1, a_z_c_Argv + i_Argc);
     // Ends with a null pointer, as the argv of main does.
     int i_CmdArgc = static_cast<int>(o_Argv.size());
     o_Argv.push_back(nullptr);

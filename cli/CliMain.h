@@ -1,6 +1,6 @@
 #pragma once
 // The top level of a program made of subcommands ("PROG COMMAND [OPTION...] [ARG...]"):
-// the command table, the overall --help, and turning a failure into its message and exit
+// the command table, the overall --help and --version, and turning a failure into its message and exit
 // code.
 #include <cstddef>
 
@@ -24,6 +24,9 @@ struct CliProgram_ST {
   // the command's name. The list (ending with nullptr) names those that take a value.
   bool b_OptionsFirst;
   const char* const* a_z_c_ValueOptions;
+  // The command run when none is given ("PROG", "PROG --json"); null: the overall help on
+  // stderr and a usage error.
+  const char* z_c_DefaultCommand;
 };
 
 int f_CliMain(const CliProgram_ST& o_Prog, int i_Argc, char** a_z_c_Argv);

@@ -30,7 +30,8 @@ const CliProgram_ST O_PROGRAM = {
     "syssrv-sim",
     A_O_COMMANDS,
     std::size(A_O_COMMANDS),
-    "Usage: syssrv-sim COMMAND [OPTION...] [ARG...]\n\n"
+    "Usage: syssrv-sim COMMAND [OPTION...] [ARG...]\n"
+    "       syssrv-sim --version\n\n"
     "Simulated tool for the system service: files under a sandbox root.\n"
     "Commands other than init work on --root DIR (default: $SYSSRV_ROOT).\n\n"
     "Commands:\n",
@@ -39,6 +40,7 @@ const CliProgram_ST O_PROGRAM = {
     I_EXIT_FAILURE,
     // --root belongs behind the command.
     false,
+    nullptr,
     nullptr,
 };
 

@@ -6,10 +6,13 @@
 #include <sys/stat.h>
 
 #include "BusInterface.h"
+#include "ServiceArgs.h"
 #include "SystemSrv.h"
 #include "sysLib/SysPath.h"
 
-int main() {
+int main(int i_Argc, char** a_z_c_Argv) {
+  int i_ArgsExit = f_ServiceArgs(i_Argc, a_z_c_Argv);
+  if (i_ArgsExit >= 0) return i_ArgsExit;
   // What the service creates is for its own group at most; the files it shares on purpose
   // (lock files, shared memory) are opened to the group where they are made.
   umask(027);

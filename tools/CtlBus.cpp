@@ -43,6 +43,19 @@ std::string f_DefaultAddress() {
   return str_Addr;
 }
 
+// A bus activation that failed: the bus daemon's spawn errors, or systemd's reply when the
+// unit behind the activation file cannot start.
+bool f_IsActivationFailure(const GError* z_o_Err) {
+  if (z_o_Err == nullptr) return false;
+  if (z_o_Err->domain == G_DBUS_ERROR && z_o_Err->code >= G_DBUS_ERROR_SPAWN_EXEC_FAILED &&
+      z_o_Err->code <= G_DBUS_ERROR_SPAWN_NO_MEMORY)
+    return true;
+  gchar* z_c_Name = g_dbus_error_get_remote_error(z_o_Err);
+  bool b_Systemd = z_c_Name != nullptr && g_str_has_prefix(z_c_Name, "org.freedesktop.systemd1.");
+  g_free(z_c_Name);
+  return b_Systemd;
+}
+
 }  // namespace
 
 const char* f_RefusalHint(const char* z_c_Method) {
@@ -109,6 +122,12 @@ Variant_T CtlBus_CL::f_DoCall(const char* z_c_Method, GVariant* o_Params, const 
     i_Exit = I_EXIT_NO_SERVICE;
     str_Msg = f_Format("SysSrv is not running (nobody owns %s on the system bus %s)", A_C_SRV_NAME,
                        str_Address.c_str());
+  } else if (f_IsActivationFailure(z_o_Err)) {
+    // The bus tried to start the service for this call and could not: still "not running".
+    i_Exit = I_EXIT_NO_SERVICE;
+    if (g_dbus_error_is_remote_error(z_o_Err)) g_dbus_error_strip_remote_error(z_o_Err);
+    str_Msg = f_Format("SysSrv is not running: the system bus %s could not start it (%s)",
+                       str_Address.c_str(), z_o_Err->message);
   } else if (g_error_matches(z_o_Err, G_IO_ERROR, G_IO_ERROR_TIMED_OUT) ||
              g_error_matches(z_o_Err, G_DBUS_ERROR, G_DBUS_ERROR_NO_REPLY) ||
              g_error_matches(z_o_Err, G_DBUS_ERROR, G_DBUS_ERROR_TIMEOUT)) {

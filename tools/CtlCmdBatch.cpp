@@ -9,6 +9,7 @@
 namespace {
 
 constexpr const char* A_C_PRG_FILE = "/home/tool/config/OkNokCntCfg.json";
+constexpr const char* A_C_JOB_FILE = "/home/tool/config/JobOkNokCntCfg.json";
 constexpr int I_ALL = -1;
 constexpr int I_LAST_ID = 255;
 
@@ -77,11 +78,11 @@ void f_CheckCounterSet(const std::string& str_Json) {
   if (i_Id < 0 || i_Id > I_LAST_ID) f_UsageError(f_Format("\"Id\" must be 0..255, got %d", i_Id));
 }
 
-// The program file's sets by id, as the service reads them; empty when unreadable.
-std::map<int, CounterSet_ST> f_ReadProgramSets() {
+// The sets of a counter file by id, as the service reads them; empty when unreadable.
+std::map<int, CounterSet_ST> f_ReadSets(const char* z_c_File) {
   std::map<int, CounterSet_ST> o_Sets;
   cJSON* z_o_Raw = nullptr;
-  if (f_ReadJsonCfgFile(A_C_PRG_FILE, &z_o_Raw) != 0) return o_Sets;
+  if (f_ReadJsonCfgFile(z_c_File, &z_o_Raw) != 0) return o_Sets;
   Json_T o_Tree(z_o_Raw);
   const cJSON* z_o_Item = nullptr;
   cJSON_ArrayForEach(z_o_Item, cJSON_GetObjectItemCaseSensitive(o_Tree.get(), "CntrSets")) {
@@ -92,20 +93,36 @@ std::map<int, CounterSet_ST> f_ReadProgramSets() {
   return o_Sets;
 }
 
-int f_BatchList(CtlBus_CL& o_Bus, bool b_Json) {
-  // The service re-reads the file for this answer, so the file holds what it lists.
-  Variant_T o_Reply = o_Bus.f_Call("fbatchcntrget", nullptr, "(ay)");
-  GVariant* o_Ids = g_variant_get_child_value(o_Reply.get(), 0);
-  gsize ui_Count = 0;
-  const guchar* a_uc_Ids =
-      static_cast<const guchar*>(g_variant_get_fixed_array(o_Ids, &ui_Count, 1));
-  std::vector<int> o_IdList(a_uc_Ids, a_uc_Ids + ui_Count);
-  g_variant_unref(o_Ids);
-  std::map<int, CounterSet_ST> o_Sets = f_ReadProgramSets();
+struct ListOptions_ST {
+  bool b_Job;
+  en_JsonFormat e_Json;
+  bool b_Legend;
+};
 
-  if (b_Json) {
+int f_BatchList(CtlBus_CL& o_Bus, const ListOptions_ST& o_Opt) {
+  const char* z_c_File = o_Opt.b_Job ? A_C_JOB_FILE : A_C_PRG_FILE;
+  const char* z_c_Kind = o_Opt.b_Job ? "job" : "program";
+  std::vector<int> o_IdList;
+  std::map<int, CounterSet_ST> o_Sets;
+  if (o_Opt.b_Job) {
+    // The bus lists the program sets only; the job file is the one source of the job sets.
+    o_Sets = f_ReadSets(z_c_File);
+    for (const auto& o_Set : o_Sets) o_IdList.push_back(o_Set.first);
+  } else {
+    // The service re-reads the file for this answer, so the file holds what it lists.
+    Variant_T o_Reply = o_Bus.f_Call("fbatchcntrget", nullptr, "(ay)");
+    GVariant* o_Ids = g_variant_get_child_value(o_Reply.get(), 0);
+    gsize ui_Count = 0;
+    const guchar* a_uc_Ids =
+        static_cast<const guchar*>(g_variant_get_fixed_array(o_Ids, &ui_Count, 1));
+    o_IdList.assign(a_uc_Ids, a_uc_Ids + ui_Count);
+    g_variant_unref(o_Ids);
+    o_Sets = f_ReadSets(z_c_File);
+  }
+
+  if (o_Opt.e_Json != en_JsonOff) {
     Json_T o_Root(cJSON_CreateObject());
-    cJSON_AddStringToObject(o_Root.get(), "file", A_C_PRG_FILE);
+    cJSON_AddStringToObject(o_Root.get(), "file", z_c_File);
     cJSON* z_o_List = cJSON_AddArrayToObject(o_Root.get(), "sets");
     for (int i_Id : o_IdList) {
       cJSON* z_o_Set = cJSON_CreateObject();
@@ -124,16 +141,18 @@ int f_BatchList(CtlBus_CL& o_Bus, bool b_Json) {
       }
       cJSON_AddItemToArray(z_o_List, z_o_Set);
     }
-    f_PrintJsonLine(o_Root.get());
+    f_PrintJson(o_Root.get(), o_Opt.e_Json);
     return I_EXIT_OK;
   }
   if (o_IdList.empty()) {
-    std::printf("No program counter sets configured (%s).\n", A_C_PRG_FILE);
+    if (o_Opt.b_Legend) std::printf("No %s counter sets configured (%s).\n", z_c_Kind, z_c_File);
     return I_EXIT_OK;
   }
-  std::printf("Program counter sets (%s):\n", A_C_PRG_FILE);
-  std::printf("%5s %7s %7s  %-5s %-5s  %-9s %-8s %-12s %s\n", "ID", "MAX OK", "MAX NOK", "OK",
-              "NOK", "LOCK TOOL", "LOCK CCW", "CCW AFTER OK", "CCW AFTER NOK");
+  if (o_Opt.b_Legend) {
+    std::printf("%c%s counter sets (%s):\n", g_ascii_toupper(z_c_Kind[0]), z_c_Kind + 1, z_c_File);
+    std::printf("%5s %7s %7s  %-5s %-5s  %-9s %-8s %-12s %s\n", "ID", "MAX OK", "MAX NOK", "OK",
+                "NOK", "LOCK TOOL", "LOCK CCW", "CCW AFTER OK", "CCW AFTER NOK");
+  }
   auto f_YesNo = [](bool b) { return b ? "yes" : "no"; };
   for (int i_Id : o_IdList) {
     auto o_It = o_Sets.find(i_Id);
@@ -161,29 +180,31 @@ int f_CmdBatch(int i_Argc, char** a_z_c_Argv) {
   gboolean b_Job = FALSE;
   GOptionEntry a_o_Entries[] = {
       {"job", 0, 0, G_OPTION_ARG_NONE, &b_Job,
-       "set: change the job counter sets (JobOkNokCntCfg.json) instead of the program ones",
+       "list, set: the job counter sets (JobOkNokCntCfg.json) instead of the program ones",
        nullptr},
       {nullptr, 0, 0, G_OPTION_ARG_NONE, nullptr, nullptr, nullptr}};
   CtlArgs_CL o_Args("list | set JSON | clear N | delete N",
                     "Lists or changes the batch OK/NOK counter sets of the programs.");
   o_Args.f_AddEntries(a_o_Entries);
   o_Args.f_AddJson();
+  o_Args.f_AddLegend();
   o_Args.f_SetDescription(
-      "list           the configured program sets (ids from SysSrv, details from the file)\n"
+      "list           the configured program sets (ids from SysSrv, details from the file);\n"
+      "               with --job the job sets (from the file: the bus does not list them)\n"
       "set JSON       create or replace a set, e.g.\n"
       "               "
       "'{\"Id\":5,\"MaxOk\":10,\"MaxNok\":2,\"DirectionOk\":\"up\",\"LockTool\":true}'\n"
       "               missing keys: sizes 0, directions down, LockTool and LockCcw on\n"
       "clear N        put the sizes of program set N to 0 ('all' or -1: every set)\n"
       "delete N       remove program set N ('all' or -1: every set)\n"
-      "N is 0..255.");
+      "N is 0..255. clear and delete act on program sets only: the bus offers nothing else.");
   o_Args.f_Parse(i_Argc, a_z_c_Argv);
   o_Args.f_ExpectArgs(1, 2);
   const std::string& str_Action = o_Args.f_Args()[0];
   if (str_Action == "list") {
     o_Args.f_ExpectArgs(1, 1);
     CtlBus_CL o_Bus(o_Args.f_TimeoutMs());
-    return f_BatchList(o_Bus, o_Args.f_Json());
+    return f_BatchList(o_Bus, {b_Job != FALSE, o_Args.f_JsonFormat(), o_Args.f_Legend()});
   }
   if (str_Action != "set" && str_Action != "clear" && str_Action != "delete")
     f_UsageError("give list, set JSON, clear N or delete N, got '" + str_Action + "'");
@@ -196,6 +217,8 @@ int f_CmdBatch(int i_Argc, char** a_z_c_Argv) {
     std::printf("%s counter set written.\n", b_Job ? "Job" : "Program");
     return I_EXIT_OK;
   }
+  // Silently acting on the program sets would surprise whoever asked for a job set.
+  if (b_Job) f_UsageError("--job goes with list and set only: clear and delete act on program sets");
   int i_Prg = f_ParseProgram(str_Arg);
   CtlBus_CL o_Bus(o_Args.f_TimeoutMs());
   if (str_Action == "clear") {

@@ -209,7 +209,7 @@ int f_CmdReady(int i_Argc, char** a_z_c_Argv) {
 
 int f_CmdBattery(int i_Argc, char** a_z_c_Argv) {
   CtlArgs_CL o_Args("set-power N",
-                    "Publishes battery charge N % in place of the driver's reading.");
+                    "Publishes battery charge N % (0..100) in place of the driver's reading.");
   o_Args.f_SetDescription(
       "The value holds until the driver's reading changes; it is ignored while the battery\n"
       "is off. The battery status follows the reading only (syssrv-sim battery in a sandbox).");
@@ -218,7 +218,7 @@ int f_CmdBattery(int i_Argc, char** a_z_c_Argv) {
   if (o_Args.f_Args()[0] != "set-power")
     f_UsageError("give set-power N, got '" + o_Args.f_Args()[0] + "'");
   o_Args.f_ExpectArgs(2, 2);
-  int i_Charge = static_cast<int>(f_ParseLong(o_Args.f_Args()[1], 0, 1000, "N"));
+  int i_Charge = static_cast<int>(f_ParseLong(o_Args.f_Args()[1], 0, 100, "N"));
   CtlBus_CL o_Bus(o_Args.f_TimeoutMs());
   Variant_T o_Status = o_Bus.f_Call("fbattstatusget", g_variant_new("(i)", 0), "(i)");
   gint32 i_Status = 0;

@@ -10,19 +10,19 @@ namespace {
 
 struct Monitor_ST {
   GMainLoop* z_o_Loop = nullptr;
-  bool b_Json = false;
+  en_JsonFormat e_Json = en_JsonOff;
   FlagNames_T o_Names;
   int i_Exit = I_EXIT_OK;
 };
 
 void f_PrintEvent(const Monitor_ST& o_M, const char* z_c_Event, const char* z_c_Owner,
                   const std::string& str_Text) {
-  if (o_M.b_Json) {
+  if (o_M.e_Json != en_JsonOff) {
     Json_T o_Line(cJSON_CreateObject());
     cJSON_AddStringToObject(o_Line.get(), "time", f_NowIso().c_str());
     cJSON_AddStringToObject(o_Line.get(), "event", z_c_Event);
     if (z_c_Owner != nullptr) cJSON_AddStringToObject(o_Line.get(), "owner", z_c_Owner);
-    f_PrintJsonLine(o_Line.get());
+    f_PrintJson(o_Line.get(), o_M.e_Json);
   } else {
     std::printf("%s  -- %s\n", f_NowText().c_str(), str_Text.c_str());
     std::fflush(stdout);
@@ -33,12 +33,12 @@ void f_OnSignal(GDBusConnection*, const gchar*, const gchar*, const gchar*, cons
                 GVariant* o_Params, gpointer z_v_Monitor) {
   const Monitor_ST& o_M = *static_cast<const Monitor_ST*>(z_v_Monitor);
   SignalView_ST o_View = f_DecodeSignal(z_c_Name, o_Params, o_M.o_Names);
-  if (o_M.b_Json) {
+  if (o_M.e_Json != en_JsonOff) {
     Json_T o_Line(cJSON_CreateObject());
     cJSON_AddStringToObject(o_Line.get(), "time", f_NowIso().c_str());
     cJSON_AddStringToObject(o_Line.get(), "signal", z_c_Name);
     cJSON_AddItemToObject(o_Line.get(), "args", o_View.o_Args.release());
-    f_PrintJsonLine(o_Line.get());
+    f_PrintJson(o_Line.get(), o_M.e_Json);
   } else {
     std::printf("%s  %-23s %s\n", f_NowText().c_str(), z_c_Name, o_View.str_Text.c_str());
     std::fflush(stdout);
@@ -78,7 +78,7 @@ int f_CmdMonitor(int i_Argc, char** a_z_c_Argv) {
   o_Args.f_AddJson();
   o_Args.f_SetDescription(
       "Each line holds the time, the signal's name and its arguments in words; with --json\n"
-      "one object per line: {\"time\", \"signal\", \"args\"}, or {\"time\", \"event\"} when the\n"
+      "one object per line (indented with --json=pretty): {\"time\", \"signal\", \"args\"}, or {\"time\", \"event\"} when the\n"
       "service appears on or leaves the bus. SIGINT (Ctrl-C) or SIGTERM ends it with status 0.\n"
       "A line on stderr says when it listens.");
   o_Args.f_Parse(i_Argc, a_z_c_Argv);
@@ -86,7 +86,7 @@ int f_CmdMonitor(int i_Argc, char** a_z_c_Argv) {
   CtlBus_CL o_Bus(o_Args.f_TimeoutMs());
 
   Monitor_ST o_M;
-  o_M.b_Json = o_Args.f_Json();
+  o_M.e_Json = o_Args.f_JsonFormat();
   // The service reads the flag names once at its start; so do we.
   o_M.o_Names = f_ReadFlagNames();
   o_M.z_o_Loop = g_main_loop_new(nullptr, FALSE);

@@ -66,9 +66,11 @@ bool f_CountDownRuns(int i_BattStatus) { return i_BattStatus == 0 || i_BattStatu
 const char* A_C_JOB_NOTE =
     "not queryable over the bus; 'syssrvctl monitor' shows jobrunningstatuschanged";
 
-void f_PrintStatusJson(const Status_ST& o_S, const CtlBus_CL& o_Bus, const FlagNames_T& o_Names) {
+void f_PrintStatusJson(const Status_ST& o_S, const CtlBus_CL& o_Bus, const FlagNames_T& o_Names,
+                       en_JsonFormat e_Format) {
   Json_T o_Root(cJSON_CreateObject());
   cJSON* z_o = o_Root.get();
+  cJSON_AddBoolToObject(z_o, "running", true);
   cJSON_AddStringToObject(z_o, "bus", o_Bus.f_Address().c_str());
   cJSON* z_o_Batt = cJSON_AddObjectToObject(z_o, "battery");
   if (o_S.i_Charge >= 0)
@@ -110,7 +112,7 @@ void f_PrintStatusJson(const Status_ST& o_S, const CtlBus_CL& o_Bus, const FlagN
     cJSON_AddNullToObject(z_o, "active_errors");
   cJSON_AddBoolToObject(z_o, "tool_enabled", o_S.b_ToolEnabled);
   cJSON_AddNullToObject(z_o, "job_running");
-  f_PrintJsonLine(z_o);
+  f_PrintJson(z_o, e_Format);
 }
 
 void f_PrintStatusText(const Status_ST& o_S, const CtlBus_CL& o_Bus, const FlagNames_T& o_Names,
@@ -166,20 +168,32 @@ int f_CmdStatus(int i_Argc, char** a_z_c_Argv) {
       "unavailable), 3 when it is not running.");
   o_Args.f_Parse(i_Argc, a_z_c_Argv);
   o_Args.f_ExpectArgs(0, 0);
-  CtlBus_CL o_Bus(o_Args.f_TimeoutMs());
-  Status_ST o_S = f_GatherStatus(o_Bus);
-  bool b_NamesFound = false;
-  FlagNames_T o_Names = f_ReadFlagNames(&b_NamesFound);
-  if (o_Args.f_Json())
-    f_PrintStatusJson(o_S, o_Bus, o_Names);
-  else
-    f_PrintStatusText(o_S, o_Bus, o_Names, b_NamesFound);
-  return (o_S.b_RdyKnown && o_S.b_ListKnown) ? I_EXIT_OK : I_EXIT_REFUSED;
+  try {
+    CtlBus_CL o_Bus(o_Args.f_TimeoutMs());
+    Status_ST o_S = f_GatherStatus(o_Bus);
+    bool b_NamesFound = false;
+    FlagNames_T o_Names = f_ReadFlagNames(&b_NamesFound);
+    if (o_Args.f_Json())
+      f_PrintStatusJson(o_S, o_Bus, o_Names, o_Args.f_JsonFormat());
+    else
+      f_PrintStatusText(o_S, o_Bus, o_Names, b_NamesFound);
+    return (o_S.b_RdyKnown && o_S.b_ListKnown) ? I_EXIT_OK : I_EXIT_REFUSED;
+  } catch (const CliFailure_CL& o_Fail) {
+    // A script asking for the state must get an answer it can parse, "down" included; the
+    // reason still goes to stderr and the exit status still says 3.
+    if (o_Fail.f_ExitCode() != I_EXIT_NO_SERVICE || !o_Args.f_Json()) throw;
+    Json_T o_Root(cJSON_CreateObject());
+    cJSON_AddBoolToObject(o_Root.get(), "running", false);
+    cJSON_AddStringToObject(o_Root.get(), "reason", o_Fail.what());
+    f_PrintJson(o_Root.get(), o_Args.f_JsonFormat());
+    throw;
+  }
 }
 
 int f_CmdErrors(int i_Argc, char** a_z_c_Argv) {
   CtlArgs_CL o_Args("", "Lists the active (unacknowledged) system errors.");
   o_Args.f_AddJson();
+  o_Args.f_AddLegend();
   o_Args.f_SetDescription(
       "The coded number is code x 8 + class. Class 0 is a note, class 1 is cleared only by a\n"
       "restart of the service, every other class revokes readiness until acknowledged.");
@@ -205,14 +219,15 @@ int f_CmdErrors(int i_Argc, char** a_z_c_Argv) {
         cJSON_AddNullToObject(z_o_E, "meaning");
       cJSON_AddItemToArray(z_o_List, z_o_E);
     }
-    f_PrintJsonLine(o_Root.get());
+    f_PrintJson(o_Root.get(), o_Args.f_JsonFormat());
     return I_EXIT_OK;
   }
   if (o_Errors.empty()) {
-    std::printf("No active errors.\n");
+    if (o_Args.f_Legend()) std::printf("No active errors.\n");
     return I_EXIT_OK;
   }
-  std::printf("%6s %6s %7s  %-19s  %s\n", "CODE", "CLASS", "CODED", "DATE", "MEANING");
+  if (o_Args.f_Legend())
+    std::printf("%6s %6s %7s  %-19s  %s\n", "CODE", "CLASS", "CODED", "DATE", "MEANING");
   for (const ActiveError_ST& o_E : o_Errors) {
     int i_Coded = o_E.i_Code * 8 + o_E.i_Class;
     std::printf("%6d %6d %7d  %-19s  %s\n", o_E.i_Code, o_E.i_Class, i_Coded,

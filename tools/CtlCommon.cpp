@@ -2,10 +2,12 @@
 
 #include <climits>
 #include <cstdio>
+#include <cstring>
 #include <new>
 
-void f_PrintJsonLine(const cJSON* z_o_Json) {
-  char* z_c_Text = cJSON_PrintUnformatted(z_o_Json);
+void f_PrintJson(const cJSON* z_o_Json, en_JsonFormat e_Format) {
+  char* z_c_Text =
+      e_Format == en_JsonPretty ? cJSON_Print(z_o_Json) : cJSON_PrintUnformatted(z_o_Json);
   if (z_c_Text == nullptr) throw std::bad_alloc();
   std::printf("%s\n", z_c_Text);
   cJSON_free(z_c_Text);
@@ -27,9 +29,35 @@ CtlArgs_CL::CtlArgs_CL(const char* z_c_Params, const char* z_c_Summary)
   f_AddEntries(a_o_Entries);
 }
 
+gboolean CtlArgs_CL::f_OnJson(const gchar*, const gchar* z_c_Value, gpointer z_o_Self,
+                              GError** z_z_o_Err) {
+  auto* z_o_Args = static_cast<CtlArgs_CL*>(static_cast<CliArgs_CL*>(z_o_Self));
+  if (z_c_Value == nullptr || std::strcmp(z_c_Value, "short") == 0) {
+    z_o_Args->e_Json = en_JsonShort;
+  } else if (std::strcmp(z_c_Value, "pretty") == 0) {
+    z_o_Args->e_Json = en_JsonPretty;
+  } else {
+    g_set_error(z_z_o_Err, G_OPTION_ERROR, G_OPTION_ERROR_BAD_VALUE,
+                "--json takes short or pretty, got '%s'", z_c_Value);
+    return FALSE;
+  }
+  return TRUE;
+}
+
 void CtlArgs_CL::f_AddJson() {
   GOptionEntry a_o_Entries[] = {
-      {"json", 'j', 0, G_OPTION_ARG_NONE, &b_Json, "Print JSON for scripts", nullptr},
+      // Optional value: "--json" alone is the short form scripts have used all along.
+      {"json", 'j', G_OPTION_FLAG_OPTIONAL_ARG, G_OPTION_ARG_CALLBACK,
+       reinterpret_cast<gpointer>(&CtlArgs_CL::f_OnJson),
+       "Print JSON for scripts: short (one line, the default) or pretty", "short|pretty"},
+      {nullptr, 0, 0, G_OPTION_ARG_NONE, nullptr, nullptr, nullptr}};
+  f_AddEntries(a_o_Entries);
+}
+
+void CtlArgs_CL::f_AddLegend() {
+  GOptionEntry a_o_Entries[] = {
+      {"no-legend", 0, 0, G_OPTION_ARG_NONE, &b_NoLegend,
+       "Print the table's rows only, without header and hints", nullptr},
       {nullptr, 0, 0, G_OPTION_ARG_NONE, nullptr, nullptr, nullptr}};
   f_AddEntries(a_o_Entries);
 }

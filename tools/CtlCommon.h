@@ -22,21 +22,29 @@ struct VariantDeleter_ST {
 };
 using Variant_T = std::unique_ptr<GVariant, VariantDeleter_ST>;
 
-// Prints a JSON tree on one line of stdout.
-void f_PrintJsonLine(const cJSON* z_o_Json);
+// How --json prints: not at all, one object per line (plain --json), or indented.
+enum en_JsonFormat { en_JsonOff, en_JsonShort, en_JsonPretty };
+
+// Prints a JSON tree on stdout in the given form (never en_JsonOff), ending with a line end.
+void f_PrintJson(const cJSON* z_o_Json, en_JsonFormat e_Format);
 
 // One subcommand's command line. Every subcommand takes the bus options.
 class CtlArgs_CL : public CliArgs_CL {
  public:
   CtlArgs_CL(const char* z_c_Params, const char* z_c_Summary);
 
-  // Adds --json.
+  // Adds --json[=short|pretty].
   void f_AddJson();
+  // Adds --no-legend, for commands that print a table.
+  void f_AddLegend();
   // Text shown behind the option list of --help; GOption prints it without a line end of
   // its own, so one is added.
   void f_SetDescription(const char* z_c_Text);
 
-  bool f_Json() const { return b_Json != FALSE; }
+  bool f_Json() const { return e_Json != en_JsonOff; }
+  en_JsonFormat f_JsonFormat() const { return e_Json; }
+  // Header lines and hints around a table; off with --no-legend.
+  bool f_Legend() const { return b_NoLegend == FALSE; }
   // Reply timeout of bus calls in milliseconds.
   int f_TimeoutMs() const { return i_TimeoutSec * 1000; }
 
@@ -44,8 +52,11 @@ class CtlArgs_CL : public CliArgs_CL {
   void f_CheckOptions() override;
 
  private:
+  static gboolean f_OnJson(const gchar* z_c_Name, const gchar* z_c_Value, gpointer z_o_Self,
+                           GError** z_z_o_Err);
   gboolean b_System = FALSE;
-  gboolean b_Json = FALSE;
+  en_JsonFormat e_Json = en_JsonOff;
+  gboolean b_NoLegend = FALSE;
   int i_TimeoutSec = 25;
 };
 

@@ -30,18 +30,21 @@ const CliProgram_ST O_PROGRAM = {
     "syssrvctl",
     A_O_COMMANDS,
     std::size(A_O_COMMANDS),
-    "Usage: syssrvctl [--system] COMMAND [OPTION...] [ARG...]\n\n"
+    "Usage: syssrvctl [--system] [COMMAND] [OPTION...] [ARG...]\n"
+    "       syssrvctl --version\n\n"
     "Looks at and drives SysSrv (com.torvane.akku.SysService) on the system bus;\n"
     "DBUS_SYSTEM_BUS_ADDRESS points it at another bus (a sandbox, say).\n\n"
     "Commands:\n",
-    "\n'syssrvctl COMMAND --help' describes a command; status, errors, batch list and\n"
-    "monitor print JSON with --json.\n\n"
+    "\nWithout a command: status. 'syssrvctl COMMAND --help' describes a command;\n"
+    "status, errors, batch list and monitor print JSON with --json[=short|pretty].\n\n"
     "Exit status: 0 done, 1 SysSrv refused the call, 2 bad command line,\n"
     "3 SysSrv not running (or no bus), 4 no answer in time or call not allowed.\n",
     I_EXIT_BUS,
     // "syssrvctl --system status": the bus options may come first.
     true,
     A_Z_C_VALUE_OPTIONS,
+    // Called bare it shows the overview, as the system's other *ctl programs do.
+    "status",
 };
 
 }  // namespace
