@@ -17,6 +17,8 @@ int f_CmdHwRev(int i_Argc, char** a_z_c_Argv);
 int f_CmdNameplate(int i_Argc, char** a_z_c_Argv);
 int f_CmdShow(int i_Argc, char** a_z_c_Argv);
 int f_CmdLog(int i_Argc, char** a_z_c_Argv);
+int f_CmdUp(int i_Argc, char** a_z_c_Argv);
+int f_CmdDown(int i_Argc, char** a_z_c_Argv);
 
 // Temperature sensor register value for a temperature: 10-bit, 0.25 degC steps,
 // left-aligned in a big-endian 16-bit word. Out of the sensor's range is a usage error.

@@ -9,6 +9,8 @@
 namespace {
 
 const CliCommand_ST A_O_COMMANDS[] = {
+    {"up", f_CmdUp, "make DIR a tool if needed, start a private bus and the service on it"},
+    {"down", f_CmdDown, "stop the service and the bus that up started"},
     {"init", f_CmdInit, "make DIR a complete simulated tool"},
     {"battery", f_CmdBattery, "set the raw battery byte (0..255)"},
     {"sync", f_CmdSync, "set the driver's sync status byte"},
@@ -33,7 +35,7 @@ const CliProgram_ST O_PROGRAM = {
     "Usage: syssrv-sim COMMAND [OPTION...] [ARG...]\n"
     "       syssrv-sim --version\n\n"
     "Simulated tool for the system service: files under a sandbox root.\n"
-    "Commands other than init work on --root DIR (default: $SYSSRV_ROOT).\n\n"
+    "Commands other than up, down and init work on --root DIR (default: $SYSSRV_ROOT).\n\n"
     "Commands:\n",
     "\n'syssrv-sim COMMAND --help' describes a command.\n"
     "Exit status: 0 done, 1 the tool's files could not be used, 2 bad command line.\n",
