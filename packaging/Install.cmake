@@ -40,9 +40,9 @@ install(CODE "
   set(SYSSRV_DOCDIR \"${CMAKE_INSTALL_DOCDIR}\")
   include(\"${CMAKE_SOURCE_DIR}/packaging/InstallPaths.cmake\")
   file(INSTALL \"\${SYSSRV_OUT}/syssrv.service\"
-       DESTINATION \"\$ENV{DESTDIR}${SYSSRV_SYSTEMD_UNITDIR}\")
+       DESTINATION \"${SYSSRV_SYSTEMD_UNITDIR}\")
   file(INSTALL \"\${SYSSRV_OUT}/com.torvane.akku.SysService.service\"
-       DESTINATION \"\$ENV{DESTDIR}${SYSSRV_DBUS_DATADIR}/dbus-1/system-services\")
+       DESTINATION \"${SYSSRV_DBUS_DATADIR}/dbus-1/system-services\")
 ")
 
 install(FILES ${CMAKE_SOURCE_DIR}/packaging/com.torvane.akku.SysService.conf

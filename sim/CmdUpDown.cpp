@@ -118,7 +118,10 @@ std::string f_FindDaemon(const char* z_c_Given) {
   }
   o_Candidates.push_back("/usr/sbin/SysSrv.elf");
   for (const std::string& str_Path : o_Candidates) {
-    if (access(str_Path.c_str(), X_OK) == 0) return str_Path;
+    char a_c_Real[PATH_MAX];
+    // The plain path ("/usr/sbin", not "/usr/bin/../sbin") is what ps and the log show.
+    if (access(str_Path.c_str(), X_OK) == 0 && realpath(str_Path.c_str(), a_c_Real) != nullptr)
+      return a_c_Real;
   }
   gchar* z_c_OnPath = g_find_program_in_path("SysSrv.elf");
   if (z_c_OnPath == nullptr)
