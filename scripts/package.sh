@@ -85,6 +85,8 @@ make_armhf_admindir() {
   rm -rf "$admin" "$debs"
   mkdir -p "$admin/info" "$admin/updates" "$debs"
   printf 'amd64\narmhf\n' >"$admin/arch"
+  # Format 1: info files carry the architecture ("libc6:armhf.list"), as for multiarch.
+  echo 1 >"$admin/info/format"
   : >"$admin/status"
   (cd "$debs" && apt-get -q \
     -o APT::Architecture=armhf -o APT::Architectures::=armhf \
@@ -96,7 +98,7 @@ make_armhf_admindir() {
     name=$pkg
     [[ "$(dpkg-deb -f "$deb" Multi-Arch)" == same ]] && name=$pkg:armhf
     {
-      dpkg-deb -f "$deb" Package Version Architecture Multi-Arch Source
+      dpkg-deb -f "$deb" Package Version Architecture Multi-Arch Source Maintainer Description
       echo "Status: install ok installed"
       echo
     } >>"$admin/status"
@@ -129,7 +131,7 @@ build_arch() {
 -l$SYSROOT/lib/arm-linux-gnueabihf -l$SYSROOT/usr/lib/arm-linux-gnueabihf"
   fi
   # The four packages only: no debug-symbol packages beside them in dist/.
-  (cd "$src" && DEB_BUILD_OPTIONS="noddebs ${DEB_BUILD_OPTIONS:-}" dpkg-buildpackage "${opts[@]}" >"$dir/build.log" 2>&1) || {
+  (cd "$src" && DEB_BUILD_OPTIONS="noddebs nocheck ${DEB_BUILD_OPTIONS:-}" dpkg-buildpackage "${opts[@]}" >"$dir/build.log" 2>&1) || {
     tail -40 "$dir/build.log" >&2
     die "dpkg-buildpackage for $arch failed (log: $dir/build.log)"
   }
@@ -227,5 +229,9 @@ mkdir -p "$DIST" "$WORK"
 rm -f "$DIST"/*.deb
 for arch in $ARCHS; do build_arch "$arch"; done
 run_lintian
-try_installed
+if [[ " $ARCHS " == *" $(dpkg --print-architecture) "* ]]; then
+  try_installed
+else
+  say "no $(dpkg --print-architecture) packages built: nothing to try here"
+fi
 say "done in $((SECONDS - t0)) s: $(cd "$DIST" && echo *.deb)"

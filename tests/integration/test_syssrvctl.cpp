@@ -7,13 +7,16 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <csignal>
+#include <fstream>
 #include <cstdio>
 #include <functional>
 #include <string>
 #include <vector>
 
 #include "Harness.h"
+#include "SysSrvVersion.h"
 
 using namespace it;
 
@@ -30,9 +33,9 @@ struct CtlRun_ST {
 };
 
 std::vector<char*> f_Argv(const std::vector<std::string>& o_Args,
-                          std::vector<std::string>& o_Store) {
+                          std::vector<std::string>& o_Store, const char* z_c_Prog = SYSSRV_CTL) {
   o_Store = o_Args;
-  o_Store.insert(o_Store.begin(), SYSSRV_CTL);
+  o_Store.insert(o_Store.begin(), z_c_Prog);
   std::vector<char*> o_Argv;
   for (std::string& str_A : o_Store) o_Argv.push_back(&str_A[0]);
   o_Argv.push_back(nullptr);
@@ -50,9 +53,11 @@ void f_ExpectNoGlibNoise(const std::string& str_Err) {
     EXPECT_EQ(str_Err.find(z_c_Noise), std::string::npos) << str_Err;
 }
 
-CtlRun_ST f_Ctl(const std::string& str_Address, const std::vector<std::string>& o_Args) {
+// Runs one of our programs (the client unless told) with the bus address in its environment.
+CtlRun_ST f_Ctl(const std::string& str_Address, const std::vector<std::string>& o_Args,
+                const char* z_c_Prog = SYSSRV_CTL) {
   std::vector<std::string> o_Store;
-  std::vector<char*> o_Argv = f_Argv(o_Args, o_Store);
+  std::vector<char*> o_Argv = f_Argv(o_Args, o_Store, z_c_Prog);
   gchar** a_z_c_Env = f_Env(str_Address);
   gchar *z_c_Out = nullptr, *z_c_Err = nullptr;
   gint i_Status = -1;
@@ -64,7 +69,7 @@ CtlRun_ST f_Ctl(const std::string& str_Address, const std::vector<std::string>& 
     o_Run.str_Out = z_c_Out;
     o_Run.str_Err = z_c_Err;
   } else {
-    ADD_FAILURE() << "cannot run " << SYSSRV_CTL << ": " << z_o_Err->message;
+    ADD_FAILURE() << "cannot run " << z_c_Prog << ": " << z_o_Err->message;
     g_clear_error(&z_o_Err);
   }
   g_free(z_c_Out);
@@ -391,6 +396,52 @@ TEST_F(Syssrvctl, MonitorPrintsTheSignalsItSawUntilInterrupted) {
   EXPECT_EQ(f_Run({"ack", "3228"}).i_Exit, 0);
 }
 
+// What users of the system's other *ctl programs expect of this one.
+TEST_F(Syssrvctl, FollowsTheConventionsOfTheSystemsCtlPrograms) {
+  // Bare: the status, as "status" prints it.
+  CtlRun_ST o_Bare = f_Run({});
+  EXPECT_EQ(o_Bare.i_Exit, 0) << o_Bare.str_Err;
+  EXPECT_EQ(o_Bare.str_Out.rfind("SysSrv               running on ", 0), 0u) << o_Bare.str_Out;
+  EXPECT_NE(o_Bare.str_Out.find("Readiness"), std::string::npos) << o_Bare.str_Out;
+
+  // --json: short (also plain --json) is one line, pretty is indented; both the same object.
+  for (const char* z_c_Form : {"--json", "--json=short", "--json=pretty", "-j"}) {
+    SCOPED_TRACE(z_c_Form);
+    CtlRun_ST o_Run = f_Run({z_c_Form});
+    EXPECT_EQ(o_Run.i_Exit, 0) << o_Run.str_Err;
+    bool b_Pretty = std::string(z_c_Form) == "--json=pretty";
+    size_t ui_Lines = static_cast<size_t>(std::count(o_Run.str_Out.begin(), o_Run.str_Out.end(), '\n'));
+    EXPECT_EQ(ui_Lines > 1, b_Pretty) << o_Run.str_Out;
+    cJSON* z_o_Tree = cJSON_Parse(o_Run.str_Out.c_str());
+    ASSERT_NE(z_o_Tree, nullptr) << o_Run.str_Out;
+    EXPECT_TRUE(cJSON_IsTrue(cJSON_GetObjectItem(z_o_Tree, "running"))) << o_Run.str_Out;
+    EXPECT_TRUE(cJSON_IsNumber(cJSON_GetObjectItem(cJSON_GetObjectItem(z_o_Tree, "battery"),
+                                                   "status")));
+    cJSON_Delete(z_o_Tree);
+  }
+
+  // --no-legend: the rows only, ready for cut and awk.
+  ASSERT_EQ(f_Run({"report", "ToolProc", "610/3"}).i_Exit, 0);
+  CtlRun_ST o_Rows = f_Run({"errors", "--no-legend"});
+  EXPECT_EQ(o_Rows.str_Out.find("CODE"), std::string::npos) << o_Rows.str_Out;
+  EXPECT_EQ(o_Rows.str_Out.rfind("   610      3    4883", 0), 0u) << o_Rows.str_Out;
+  ASSERT_EQ(f_Run({"ack", "4883"}).i_Exit, 0);
+  EXPECT_EQ(f_Run({"errors", "--no-legend"}).str_Out, "");
+
+  // --job lists the job sets, and only those.
+  ASSERT_EQ(f_Run({"batch", "set", "--job", R"({"Id":9,"MaxOk":4})"}).i_Exit, 0);
+  ASSERT_EQ(f_Run({"batch", "set", R"({"Id":8,"MaxOk":6})"}).i_Exit, 0);
+  CtlRun_ST o_Jobs = f_Run({"batch", "list", "--job", "--no-legend"});
+  EXPECT_EQ(o_Jobs.i_Exit, 0) << o_Jobs.str_Err;
+  EXPECT_EQ(o_Jobs.str_Out.rfind("    9       4       0", 0), 0u) << o_Jobs.str_Out;
+  EXPECT_EQ(o_Jobs.str_Out.find("    8 "), std::string::npos) << o_Jobs.str_Out;
+  CtlRun_ST o_JobJson = f_Run({"batch", "list", "--job", "--json"});
+  EXPECT_NE(o_JobJson.str_Out.find(R"("file":"/home/tool/config/JobOkNokCntCfg.json")"),
+            std::string::npos)
+      << o_JobJson.str_Out;
+  EXPECT_EQ(f_Run({"batch", "delete", "8"}).i_Exit, 0);
+}
+
 TEST_F(Syssrvctl, RefusalsAndBadArgumentsEndWithTheirExitCode) {
   struct Case_ST {
     std::vector<std::string> o_Args;
@@ -406,6 +457,14 @@ TEST_F(Syssrvctl, RefusalsAndBadArgumentsEndWithTheirExitCode) {
       // GLib would refuse such text with a warning of its own.
       {{"report", "\xff", "4883"}, 2, "PROC must be UTF-8 text"},
       {{"tool-enable", "2"}, 2, "the enable value must be a whole number 0..1"},
+      // A charge is a percentage; the service would publish 150 % as it stands.
+      {{"battery", "set-power", "150"}, 2, "N must be a whole number 0..100, got '150'"},
+      {{"battery", "set-power", "-1"}, 2, "N must be a whole number 0..100, got '-1'"},
+      {{"mfu", "set", "0"}, 2, "N must be a whole number 1..10000, got '0'"},
+      {{"idcode-source", "1", "2"}, 2, "DEL must be a whole number 0..1, got '2'"},
+      {{"status", "--json=long"}, 2, "--json takes short or pretty, got 'long'"},
+      // The bus clears and deletes program sets only; a job set must not be hit by mistake.
+      {{"batch", "clear", "5", "--job"}, 2, "--job goes with list and set only"},
       {{"status", "extra"}, 2, "unexpected argument 'extra'"},
       {{"status", "--bogus"}, 2, "unknown option --bogus"},
       // Options before the command belong to it.
@@ -456,10 +515,130 @@ TEST(SyssrvctlWithoutService, SaysSoAndExitsThree) {
   EXPECT_NE(o_Run.str_Err.find("no system bus at " + str_NoBus), std::string::npos)
       << o_Run.str_Err;
 
+  // A script asking for the state as JSON gets an object it can parse either way.
+  for (const std::string& str_Address : {o_Bus.f_Address(), str_NoBus}) {
+    SCOPED_TRACE(str_Address);
+    CtlRun_ST o_Json = f_Ctl(str_Address, {"status", "--json"});
+    EXPECT_EQ(o_Json.i_Exit, 3);
+    cJSON* z_o_Tree = cJSON_Parse(o_Json.str_Out.c_str());
+    ASSERT_NE(z_o_Tree, nullptr) << o_Json.str_Out;
+    EXPECT_TRUE(cJSON_IsFalse(cJSON_GetObjectItem(z_o_Tree, "running"))) << o_Json.str_Out;
+    cJSON_Delete(z_o_Tree);
+  }
+
   // The monitor waits for a service that is not there yet, and still ends cleanly.
   MonitorProc o_Mon(o_Bus.f_Address(), {"monitor"});
   EXPECT_TRUE(o_Mon.f_WaitOut("SysSrv is not on the bus", 5000)) << o_Mon.f_Out();
   EXPECT_EQ(o_Mon.f_Stop(SIGINT), 0) << o_Mon.f_Err();
+}
+
+// The bus knows how to start the service, but the start fails: for the user that is
+// still "not running", not a bus error.
+TEST(SyssrvctlWithoutService, FailedActivationIsNotRunning) {
+  std::string str_Dir = f_MakeTempDir("syssrv-activation");
+  std::ofstream(str_Dir + "/com.torvane.akku.SysService.service")
+      << "[D-BUS Service]\nName=com.torvane.akku.SysService\nExec=/bin/false\n";
+  PrivateBus o_Bus(PrivateBus::f_Config(
+      str_Dir, "  <servicedir>" + str_Dir + "</servicedir>\n" +
+                   PrivateBus::f_DefaultPolicy("    <allow own=\"*\"/>\n"
+                                               "    <allow send_type=\"method_call\"/>\n")));
+  CtlRun_ST o_Run = f_Ctl(o_Bus.f_Address(), {"errors"});
+  EXPECT_EQ(o_Run.i_Exit, 3);
+  EXPECT_NE(o_Run.str_Err.find("SysSrv is not running: the system bus"), std::string::npos)
+      << o_Run.str_Err;
+  EXPECT_NE(o_Run.str_Err.find("could not start it"), std::string::npos) << o_Run.str_Err;
+}
+
+// One version from the build, told the same way by all three programs.
+TEST(SyssrvctlWithoutService, EveryProgramTellsTheBuildVersion) {
+  const std::pair<const char*, const char*> a_o_Progs[] = {
+      {SYSSRV_CTL, "syssrvctl"}, {SYSSRV_SIM, "syssrv-sim"}, {SYSSRV_DAEMON, "SysSrv.elf"}};
+  for (const auto& o_Prog : a_o_Progs) {
+    SCOPED_TRACE(o_Prog.second);
+    CtlRun_ST o_Run = f_Ctl("unix:path=/nonexistent", {"--version"}, o_Prog.first);
+    EXPECT_EQ(o_Run.i_Exit, 0) << o_Run.str_Err;
+    EXPECT_EQ(o_Run.str_Out, std::string(o_Prog.second) + " " + SYSSRV_VERSION + "\n");
+  }
+  // The service takes no other argument: it must not start on a mistyped one.
+  CtlRun_ST o_Bad = f_Ctl("unix:path=/nonexistent", {"--debug"}, SYSSRV_DAEMON);
+  EXPECT_EQ(o_Bad.i_Exit, 2);
+  EXPECT_NE(o_Bad.str_Err.find("Usage: SysSrv.elf"), std::string::npos) << o_Bad.str_Err;
+}
+
+// syssrv-sim up DIR: the export lines it prints are all a shell needs to reach the service;
+// down DIR stops it again.
+TEST(SyssrvSimUpDown, StartsTheServiceOnAPrivateBusAndStopsIt) {
+  std::string str_Tool = f_MakeTempDir("syssrv-up") + "/tool";
+  CtlRun_ST o_Up = f_Ctl("", {"up", str_Tool, "--daemon", SYSSRV_DAEMON}, SYSSRV_SIM);
+  ASSERT_EQ(o_Up.i_Exit, 0) << o_Up.str_Err;
+  // Two lines and nothing else on stdout, for eval.
+  const std::string str_Prefix = "export DBUS_SYSTEM_BUS_ADDRESS='";
+  size_t ui_At = o_Up.str_Out.find(str_Prefix);
+  ASSERT_NE(ui_At, std::string::npos) << o_Up.str_Out;
+  EXPECT_EQ(o_Up.str_Out.rfind("export SYSSRV_ROOT='" + str_Tool + "'\n", 0), 0u) << o_Up.str_Out;
+  std::string str_Address = o_Up.str_Out.substr(ui_At + str_Prefix.size());
+  str_Address.erase(str_Address.find('\''));
+  EXPECT_EQ(std::count(o_Up.str_Out.begin(), o_Up.str_Out.end(), '\n'), 2) << o_Up.str_Out;
+
+  CtlRun_ST o_Status = f_Ctl(str_Address, {"status"});
+  EXPECT_EQ(o_Status.i_Exit, 0) << o_Status.str_Err;
+  // A second up on the same tool would start a second service on the same files.
+  CtlRun_ST o_Again = f_Ctl("", {"up", str_Tool, "--daemon", SYSSRV_DAEMON}, SYSSRV_SIM);
+  EXPECT_EQ(o_Again.i_Exit, 1);
+  EXPECT_NE(o_Again.str_Err.find("already up"), std::string::npos) << o_Again.str_Err;
+
+  pid_t i_Srv = static_cast<pid_t>(std::stol(f_ReadFile(str_Tool + "/sim/syssrv.pid")));
+  CtlRun_ST o_Down = f_Ctl("", {"down", str_Tool}, SYSSRV_SIM);
+  EXPECT_EQ(o_Down.i_Exit, 0) << o_Down.str_Err;
+  EXPECT_NE(o_Down.str_Err.find("service and bus stopped"), std::string::npos) << o_Down.str_Err;
+  // Gone, or a zombie waiting for init (whose command line is empty).
+  EXPECT_EQ(f_ReadFile("/proc/" + std::to_string(i_Srv) + "/cmdline").find("SysSrv.elf"),
+            std::string::npos);
+  EXPECT_EQ(f_Ctl(str_Address, {"status"}).i_Exit, 3);
+  // Nothing left to stop is no failure.
+  EXPECT_EQ(f_Ctl("", {"down", str_Tool}, SYSSRV_SIM).i_Exit, 0);
+}
+
+// The shell completion reads the words from the programs' own --help: it must offer what
+// the programs really take.
+TEST(SyssrvctlCompletion, OffersTheRealCommandsActionsAndOptions) {
+  struct Case_ST {
+    const char* z_c_Prog;
+    std::vector<std::string> o_Words;  // after the program; the last is being completed
+    std::vector<std::string> o_Want;   // all of these among the offers
+    std::vector<std::string> o_Not;    // none of these
+  };
+  const Case_ST a_o_Cases[] = {
+      {SYSSRV_CTL, {""}, {"status", "errors", "batch", "monitor", "config-changed"}, {"--json"}},
+      {SYSSRV_CTL, {"ba"}, {"batch", "battery"}, {"status"}},
+      {SYSSRV_CTL, {"batch", ""}, {"list", "set", "clear", "delete"}, {"JSON", "N", "--job"}},
+      {SYSSRV_CTL, {"battery", ""}, {"set-power"}, {}},
+      {SYSSRV_CTL, {"--timeout", "5", "ready", ""}, {"set", "reset", "dump"}, {}},
+      {SYSSRV_CTL, {"errors", "--"}, {"--json=", "--no-legend", "--timeout="}, {"--job"}},
+      {SYSSRV_CTL, {"-"}, {"--version", "--help"}, {}},
+      {SYSSRV_SIM, {""}, {"up", "down", "init", "nameplate", "show"}, {}},
+      {SYSSRV_SIM, {"up", "--"}, {"--daemon="}, {}},
+  };
+  std::string str_Script = std::string(SYSSRV_SOURCE_DIR) + "/packaging/completion/" +
+                           "syssrv-sim";  // also brings in the syssrvctl half
+  for (const Case_ST& o_C : a_o_Cases) {
+    std::string str_Words = "'" + std::string(o_C.z_c_Prog) + "'";
+    for (const std::string& str_W : o_C.o_Words) str_Words += " '" + str_W + "'";
+    std::string str_Fn = std::string(o_C.z_c_Prog).find("syssrv-sim") != std::string::npos
+                             ? "_syssrv_sim"
+                             : "_syssrvctl";
+    std::string str_Cmd = ". '" + str_Script + "'; COMP_WORDS=(" + str_Words +
+                          "); COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); " + str_Fn +
+                          "; printf '%s\\n' \"${COMPREPLY[@]}\"";
+    SCOPED_TRACE(str_Words);
+    CtlRun_ST o_Run = f_Ctl("", {"-c", str_Cmd}, "/bin/bash");
+    EXPECT_EQ(o_Run.i_Exit, 0) << o_Run.str_Err;
+    for (const std::string& str_W : o_C.o_Want)
+      EXPECT_NE(o_Run.str_Out.find(str_W + "\n"), std::string::npos) << str_W << " in\n" << o_Run.str_Out;
+    for (const std::string& str_W : o_C.o_Not)
+      EXPECT_EQ(("\n" + o_Run.str_Out).find("\n" + str_W + "\n"), std::string::npos)
+          << str_W << " in\n" << o_Run.str_Out;
+  }
 }
 
 }  // namespace
