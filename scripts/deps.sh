@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Installs every package the build, the tests and the demo need. Does nothing when all of
-# them are present; otherwise installs the missing ones with apt.
+# them are present; otherwise installs the missing ones with apt. Given package names, it
+# does the same for those instead (scripts/package.sh passes its own list).
 set -euo pipefail
 
 PACKAGES=(
@@ -13,6 +14,8 @@ PACKAGES=(
   umockdev libumockdev-dev        # emulated i2c-dev adapter of the board sensor test
   valgrind procps                 # memcheck of the fault tests; pkill
 )
+
+if (($# > 0)); then PACKAGES=("$@"); fi
 
 missing=()
 for pkg in "${PACKAGES[@]}"; do

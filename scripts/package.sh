@@ -6,7 +6,7 @@
 # the installed syssrv-sim, asks the installed syssrvctl for the status, and removes the
 # packages again.
 #
-# Installs what it needs first (no-op when present), like scripts/deps.sh. The armhf build
+# Installs what it needs first with scripts/deps.sh (no-op when present). The armhf build
 # uses the sysroot of scripts/cross-test.sh (SYSSRV_ARM_SYSROOT, default
 # ~/.cache/syssrv/armhf-sysroot), which CI makes just before this script runs.
 #
@@ -40,18 +40,6 @@ SUDO=""
 if [[ $(id -u) -ne 0 ]]; then SUDO="sudo"; fi
 say() { echo "==> package: $*"; }
 die() { echo "package: $*" >&2; exit 1; }
-
-install_host_packages() {
-  local missing=() pkg status
-  for pkg in "${HOST_PACKAGES[@]}"; do
-    status=$(dpkg-query -W -f='${Status}' "$pkg" 2>/dev/null || true)
-    [[ "$status" == "install ok installed" ]] || missing+=("$pkg")
-  done
-  ((${#missing[@]} == 0)) && return 0
-  say "installing ${missing[*]}"
-  $SUDO apt-get update -qq
-  DEBIAN_FRONTEND=noninteractive $SUDO apt-get install -y -qq --no-install-recommends "${missing[@]}"
-}
 
 # The project's one version lives in CMakeLists.txt; the packages must carry the same.
 check_version() {
@@ -223,7 +211,7 @@ try_installed() {
 }
 
 t0=$SECONDS
-install_host_packages
+scripts/deps.sh "${HOST_PACKAGES[@]}"
 check_version
 mkdir -p "$DIST" "$WORK"
 rm -f "$DIST"/*.deb
