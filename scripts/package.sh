@@ -149,6 +149,14 @@ cleanup() {
 }
 trap cleanup EXIT
 
+remove_packages() {
+  local installed
+  installed=$(dpkg-query -W -f='${Package} ${Status}\n' syssrv syssrv-tools 2>/dev/null |
+    awk '$NF != "not-installed" { print $1 }')
+  [[ -z "$installed" ]] ||
+    DEBIAN_FRONTEND=noninteractive $SUDO apt-get purge -y -qq $installed >/dev/null
+}
+
 try_installed() {
   local arch debs unit=/lib/systemd/system/syssrv.service
   arch=$(dpkg --print-architecture)
@@ -159,6 +167,9 @@ try_installed() {
     $SUDO chmod 755 "$POLICY_RC"
     OWN_POLICY_RC=1
   fi
+  # Packages of the same version left by an earlier run that failed would be kept as they
+  # are: start from none.
+  remove_packages
   DEBIAN_FRONTEND=noninteractive $SUDO apt-get install -y -qq --no-install-recommends \
     "${debs[@]}" >/dev/null
 
@@ -204,7 +215,7 @@ try_installed() {
   /usr/bin/syssrv-sim down "$SIM_DIR/tool"
 
   say "removing the packages"
-  DEBIAN_FRONTEND=noninteractive $SUDO apt-get purge -y -qq syssrv syssrv-tools >/dev/null
+  remove_packages
   ! dpkg-query -W -f='${Status}\n' syssrv 2>/dev/null | grep -q "install ok installed" ||
     die "syssrv is still installed"
   [[ ! -e /usr/sbin/SysSrv.elf && ! -e "$unit" ]] || die "files left after purge"
