@@ -65,6 +65,25 @@ int f_ParseUnsigned(const std::string& str_Text, unsigned int* z_ui_Out) {
   return 0;
 }
 
+// Temporary file and rename: a reader never sees half a value. No fsync: every value
+// here mirrors one whose source of truth lives elsewhere (nameplate, battery reading)
+// and is written again at start, while the store is rewritten on every change. Nothing
+// is logged here: a failure sends the caller down its slow path, which makes the
+// directories, tries again and logs what still fails.
+int f_TryWrite(const char* z_c_Key, const char* z_c_Value) {
+  return f_ReplaceFile(f_DiagPath(z_c_Key), z_c_Value, false);
+}
+
+// A parameter inside a subdirectory of the store, the subdirectory made only when the
+// first attempt shows it is missing.
+int f_SetInSubDir(const char* z_c_Dir, const char* z_c_Key, int i_Value) {
+  char a_c_Value[16];
+  std::snprintf(a_c_Value, sizeof(a_c_Value), "%d", i_Value);
+  if (f_TryWrite(z_c_Key, a_c_Value) == 0) return 0;
+  f_SysDiagMakeSubDir(z_c_Dir);
+  return f_SysDiagSetParam(z_c_Key, a_c_Value) == 0 ? 0 : -1;
+}
+
 // Formats a number into a bounded buffer and stores it; a value that does not fit is
 // refused rather than cut.
 int f_SetFormatted(const char* z_c_Key, const char* z_c_Fmt, ...) {
@@ -87,11 +106,10 @@ int f_SysDiagSetParam(const char* z_c_Key, const char* z_c_Value) {
            z_c_Key != nullptr ? z_c_Key : "(null)");
     return -1;
   }
+  if (f_TryWrite(z_c_Key, z_c_Value) == 0) return 0;
+  // Only a write that failed (a fresh tool, a cleared /var) pays for the directory walk.
   std::string str_Dir = f_SysPath(A_C_DIAG_DIR);
-  // Temporary file and rename: a reader never sees half a value. No fsync: every value
-  // here mirrors one whose source of truth lives elsewhere (nameplate, battery reading)
-  // and is written again at start, while the store is rewritten on every change.
-  if (f_MakeDirs(str_Dir) != 0 || f_ReplaceFile(f_DiagPath(z_c_Key), z_c_Value, false) != 0) {
+  if (f_MakeDirs(str_Dir) != 0 || f_TryWrite(z_c_Key, z_c_Value) != 0) {
     syslog(LOG_WARNING, "f_SysDiagSetParam - %s: %s", z_c_Key, strerror(errno));
     return -1;
   }
@@ -175,11 +193,9 @@ int f_SysDiagGetSrbMod(bool* z_b_Busy) {
 }
 
 int f_SysDiagSetBatteryStatus(int i_Status) {
-  f_SysDiagMakeSubDir("battery");
-  return f_SetFormatted("battery/status", "%d", i_Status) == 0 ? 0 : -1;
+  return f_SetInSubDir("battery", "battery/status", i_Status);
 }
 
 int f_SysDiagSetBatteryPower(int i_Power) {
-  f_SysDiagMakeSubDir("battery");
-  return f_SetFormatted("battery/power", "%d", i_Power) == 0 ? 0 : -1;
+  return f_SetInSubDir("battery", "battery/power", i_Power);
 }

@@ -96,9 +96,8 @@ int f_ReplaceFile(const std::string& str_File, const std::string& str_Text, bool
   std::string str_Tmpl = str_File + ".tmp.XXXXXX";
   std::vector<char> a_c_Tmp(str_Tmpl.begin(), str_Tmpl.end());
   a_c_Tmp.push_back('\0');
-  UniqueFd_CL o_Fd(mkstemp(a_c_Tmp.data()));
+  UniqueFd_CL o_Fd(mkostemp(a_c_Tmp.data(), O_CLOEXEC));
   if (!o_Fd.f_IsOpen()) return -1;
-  fcntl(o_Fd.f_Get(), F_SETFD, FD_CLOEXEC);
 
   // mkstemp makes the file private (0600); other processes of the tool read these files,
   // so the replacement keeps the mode of the file it replaces, or gets 0644.
