@@ -13,6 +13,7 @@
 
 struct SysObj;
 struct sqlite3;
+struct sqlite3_stmt;
 class Bms_CL;
 
 // The error segment "/ErrorShMem": current coded error, RdySoll, RdyIst, Smod byte.
@@ -130,7 +131,24 @@ class ErrorHandler_CL : public ErrorShMem_CL {
   virtual void f_Signal(const char* z_c_Name, GVariant* o_Params);
 
  private:
-  int f_RunTransactionCmd(const char* z_c_Cmd, const char* z_c_Func, int i_StepError);
+  // Statements of the paths every report and acknowledgement takes: prepared once per open
+  // database, reset after each use, finalized before the database is closed.
+  enum en_Sql {
+    EN_SQL_DUP,
+    EN_SQL_BEGIN,
+    EN_SQL_COMMIT,
+    EN_SQL_ROLLBACK,
+    EN_SQL_OVERWRITE,
+    EN_SQL_INSERT,
+    EN_SQL_NEWEST_ACTIVE,
+    EN_SQL_ACK_FIND,
+    EN_SQL_ACK_UPDATE,
+    EN_SQL_COUNT
+  };
+  // The statement of e_Sql, prepared on first use; an SQLite result code.
+  int f_Cached(en_Sql e_Sql, sqlite3_stmt** z_z_o_Stmt);
+  void f_FinalizeCached();
+  int f_RunTransactionCmd(en_Sql e_Sql, const char* z_c_Func, int i_StepError);
   const char* f_DbErrMsg() const;
   void f_SetNoActiveError();
 
@@ -168,6 +186,7 @@ class ErrorHandler_CL : public ErrorShMem_CL {
   int i_MaxErrors = i_DefaultMaxErrors;
   int i_NrErrors = 0;
   sqlite3* z_o_DB = nullptr;
+  sqlite3_stmt* a_z_o_Stmts[EN_SQL_COUNT] = {};
   int i_LastErrCode = 0;
   int i_LastErrClass = 0;
   int i_LastErrDate = 0;

@@ -32,19 +32,58 @@ struct SqlFinalize_ST {
 };
 using SqlStmt_T = std::unique_ptr<sqlite3_stmt, SqlFinalize_ST>;
 
+// A cached statement lent out for one use: given back reset, so that a select stepped to
+// its first row does not go on holding the database's read lock, and without bindings.
+struct SqlReset_ST {
+  void operator()(sqlite3_stmt* z_o_Stmt) const {
+    sqlite3_reset(z_o_Stmt);
+    sqlite3_clear_bindings(z_o_Stmt);
+  }
+};
+using SqlLease_T = std::unique_ptr<sqlite3_stmt, SqlReset_ST>;
+
+// The cached statements' texts, in the order of ErrorHandler_CL::en_Sql. Numbers are
+// bound: the texts stay the same, so each is parsed once.
+constexpr const char* A_C_DUP_CMD = "select id from syserrors where code=:code and ack=0;";
+// The oldest row becomes the newest in one statement: ids keep rising, so id order stays
+// arrival order. No row changed means an empty table (the row count is not redone after a
+// partial clear): then the error is inserted.
+constexpr const char* A_C_OVERWRITE_CMD =
+    "update syserrors set id=(select max(id) from syserrors)+1, date=:date, proc=:proc, "
+    "code=:code, class=:class, ack=0 where id=(select min(id) from syserrors);";
+constexpr const char* A_C_ACK_FIND_CMD =
+    "select id from syserrors where code=:code and ack=0 and class!=1";
+constexpr const char* A_C_ACK_UPDATE_CMD =
+    "update syserrors set ack=1 where code=:code and ack=0 and class!=1;";
+
 
 constexpr const char* A_C_CREATE_TABLE_CMD =
     "CREATE TABLE IF NOT EXISTS syserrors (id INTEGER PRIMARY KEY,date INTEGER DEFAULT '',proc "
     "TEXT DEFAULT '',code INTEGER DEFAULT '0',class INTEGER DEFAULT '0',ack INTEGER DEFAULT '0')";
 constexpr const char* A_C_COUNT_CMD = "SELECT count(*) from syserrors;";
 constexpr const char* A_C_ACK_ALL_CMD = "update syserrors set ack=1 where ack=0;";
-constexpr const char* A_C_MIN_MAX_CMD = "select min(id), max(id) from syserrors;";
 constexpr const char* A_C_NEWEST_ACTIVE_CMD =
     "select code, class, date from syserrors where ack=0 order by id DESC;";
 constexpr const char* A_C_ACTIVE_CMD = "select code, class, date from syserrors where ack=0;";
 constexpr const char* A_C_COLLECTIVE_CMD =
     "select code from syserrors where (class=3 or class=0) and ack=0;";
 constexpr const char* A_C_DELETE_ACKED_CMD = "delete from syserrors where ack=1;";
+constexpr const char* A_C_CACHED_CMD[] = {A_C_DUP_CMD,
+                                          "BEGIN EXCLUSIVE;",
+                                          "COMMIT;",
+                                          "ROLLBACK;",
+                                          A_C_OVERWRITE_CMD,
+                                          ErrorHandler_CL::a_c_InsertErrorCmd,
+                                          A_C_NEWEST_ACTIVE_CMD,
+                                          A_C_ACK_FIND_CMD,
+                                          A_C_ACK_UPDATE_CMD};
+
+// A failure log names the statement with the code in it, as the list's readers know it.
+std::string f_WithCode(const char* z_c_Fmt, int i_Code) {
+  char a_c_Cmd[ErrorHandler_CL::UI_SQL_CMD_SIZE];
+  std::snprintf(a_c_Cmd, sizeof(a_c_Cmd), z_c_Fmt, i_Code);
+  return a_c_Cmd;
+}
 
 // A closed handle reads as a failed prepare, so every caller takes its ordinary failure
 // path instead of handing SQLite a null connection.
@@ -56,14 +95,6 @@ int f_Prepare(sqlite3* z_o_DB, const char* z_c_Cmd, SqlStmt_T& o_Stmt) {
   o_Stmt.reset(z_o_Raw);
   if (i_Rc == SQLITE_OK && z_o_Raw == nullptr) i_Rc = SQLITE_MISUSE;
   return i_Rc;
-}
-
-// Result check of the snprintf that formats an SQL text: a text that does not fit is not
-// run at all, a cut-off statement could do something else than intended.
-bool f_SqlFits(int i_Len, const char* z_c_Func, const char* z_c_Fmt) {
-  if (i_Len >= 0 && static_cast<size_t>(i_Len) < ErrorHandler_CL::UI_SQL_CMD_SIZE) return true;
-  syslog(LOG_WARNING, "ErrorHandler_CL::%s SQL text does not fit: %s", z_c_Func, z_c_Fmt);
-  return false;
 }
 
 // code * 8 + class without a signed overflow for values another process wrote.
@@ -304,7 +335,35 @@ int ErrorHandler_CL::f_DBOpenFile(const std::string& str_File) {
   return 0;
 }
 
+int ErrorHandler_CL::f_Cached(en_Sql e_Sql, sqlite3_stmt** z_z_o_Stmt) {
+  static_assert(sizeof(A_C_CACHED_CMD) / sizeof(A_C_CACHED_CMD[0]) == EN_SQL_COUNT,
+                "one text per cached statement");
+  *z_z_o_Stmt = nullptr;
+  if (z_o_DB == nullptr) return SQLITE_MISUSE;
+  sqlite3_stmt*& z_o_Slot = a_z_o_Stmts[e_Sql];
+  if (z_o_Slot == nullptr) {
+    const int i_Rc = sqlite3_prepare_v3(z_o_DB, A_C_CACHED_CMD[e_Sql], -1,
+                                        SQLITE_PREPARE_PERSISTENT, &z_o_Slot, nullptr);
+    if (i_Rc != SQLITE_OK) {
+      sqlite3_finalize(z_o_Slot);
+      z_o_Slot = nullptr;
+      return i_Rc;
+    }
+  }
+  *z_z_o_Stmt = z_o_Slot;
+  return SQLITE_OK;
+}
+
+void ErrorHandler_CL::f_FinalizeCached() {
+  for (sqlite3_stmt*& z_o_Stmt : a_z_o_Stmts) {
+    sqlite3_finalize(z_o_Stmt);
+    z_o_Stmt = nullptr;
+  }
+}
+
 int ErrorHandler_CL::f_DBClose() {
+  // A statement still prepared would keep the connection from closing.
+  f_FinalizeCached();
   if (z_o_DB != nullptr) {
     if (sqlite3_close(z_o_DB) != SQLITE_OK)
       syslog(LOG_WARNING, "ErrorHandler_CL::f_DBClose resqlite3_close <%s> ", f_DbErrMsg());
@@ -404,10 +463,12 @@ int ErrorHandler_CL::f_DBRemove() {
 
 // --- transactions ----------------------------------------------------------------------
 
-int ErrorHandler_CL::f_RunTransactionCmd(const char* z_c_Cmd, const char* z_c_Func,
-                                         int i_StepError) {
-  SqlStmt_T o_Stmt;
-  if (f_Prepare(z_o_DB, z_c_Cmd, o_Stmt) != SQLITE_OK) {
+int ErrorHandler_CL::f_RunTransactionCmd(en_Sql e_Sql, const char* z_c_Func, int i_StepError) {
+  const char* z_c_Cmd = A_C_CACHED_CMD[e_Sql];
+  sqlite3_stmt* z_o_Raw = nullptr;
+  const int i_Rc = f_Cached(e_Sql, &z_o_Raw);
+  SqlLease_T o_Stmt(z_o_Raw);
+  if (i_Rc != SQLITE_OK) {
     syslog(LOG_WARNING, "%s->error prepare a_c_SqlCmd = %s - %s\n", z_c_Func, z_c_Cmd,
            f_DbErrMsg());
     return -1;
@@ -420,15 +481,15 @@ int ErrorHandler_CL::f_RunTransactionCmd(const char* z_c_Cmd, const char* z_c_Fu
 }
 
 int ErrorHandler_CL::f_BeginSqlTransaction() {
-  return f_RunTransactionCmd("BEGIN EXCLUSIVE;", "f_BeginSqlTransaction", -2);
+  return f_RunTransactionCmd(EN_SQL_BEGIN, "f_BeginSqlTransaction", -2);
 }
 
 int ErrorHandler_CL::f_CommitSqlTransaction() {
-  return f_RunTransactionCmd("COMMIT;", "f_CommitSqlTransaction", -1);
+  return f_RunTransactionCmd(EN_SQL_COMMIT, "f_CommitSqlTransaction", -1);
 }
 
 int ErrorHandler_CL::f_RollbackSqlTransaction() {
-  return f_RunTransactionCmd("ROLLBACK;", "f_RollbackSqlTransaction", -1);
+  return f_RunTransactionCmd(EN_SQL_ROLLBACK, "f_RollbackSqlTransaction", -1);
 }
 
 // --- storing errors --------------------------------------------------------------------
@@ -492,17 +553,16 @@ int ErrorHandler_CL::f_Insert(const char* z_c_Proc, const char* z_c_Code) {
 }
 
 ErrorHandler_CL::en_Active ErrorHandler_CL::f_FindActive(int i_Code, bool b_NoWait) {
-  char a_c_Cmd[UI_SQL_CMD_SIZE];
   const char* z_c_DupFmt = "select id from syserrors where code=%d and ack=0;";
-  if (!f_SqlFits(std::snprintf(a_c_Cmd, sizeof(a_c_Cmd), z_c_DupFmt, i_Code), "f_Insert",
-                 z_c_DupFmt))
-    return en_Active::UNKNOWN;
-  SqlStmt_T o_Stmt;
-  if (f_Prepare(z_o_DB, a_c_Cmd, o_Stmt) != SQLITE_OK) {
-    syslog(LOG_WARNING, "ErrorHandler_CL::f_Insert->sqlite3_prepare cmd = %s - %s\n", a_c_Cmd,
-           f_DbErrMsg());
+  sqlite3_stmt* z_o_Raw = nullptr;
+  const int i_PrepRc = f_Cached(EN_SQL_DUP, &z_o_Raw);
+  SqlLease_T o_Stmt(z_o_Raw);
+  if (i_PrepRc != SQLITE_OK) {
+    syslog(LOG_WARNING, "ErrorHandler_CL::f_Insert->sqlite3_prepare cmd = %s - %s\n",
+           f_WithCode(z_c_DupFmt, i_Code).c_str(), f_DbErrMsg());
     return en_Active::UNKNOWN;
   }
+  f_BindInt(o_Stmt.get(), ":code", i_Code);
   if (b_NoWait) sqlite3_busy_timeout(z_o_DB, 0);
   const int i_Rc = sqlite3_step(o_Stmt.get());
   if (b_NoWait) sqlite3_busy_timeout(z_o_DB, I_BUSY_TIMEOUT_MS);
@@ -511,8 +571,8 @@ ErrorHandler_CL::en_Active ErrorHandler_CL::f_FindActive(int i_Code, bool b_NoWa
   // "database is locked" says nothing about the list: taken as "no duplicate", the row
   // would be written twice once the database is back.
   if (!b_NoWait)
-    syslog(LOG_WARNING, "ErrorHandler_CL::f_Insert->sqlite3_step cmd = %s - %s\n", a_c_Cmd,
-           f_DbErrMsg());
+    syslog(LOG_WARNING, "ErrorHandler_CL::f_Insert->sqlite3_step cmd = %s - %s\n",
+           f_WithCode(z_c_DupFmt, i_Code).c_str(), f_DbErrMsg());
   return en_Active::UNKNOWN;
 }
 
@@ -543,67 +603,49 @@ void ErrorHandler_CL::f_ShowNewError(const Report_ST& o_R) {
 
 int ErrorHandler_CL::f_WriteRow(const Report_ST& o_R, bool* z_b_Stored) {
   *z_b_Stored = false;
-  char a_c_Cmd[UI_SQL_CMD_SIZE];
-  SqlStmt_T o_Stmt;
-  bool b_Overwrite = i_NrErrors >= i_MaxErrors;
-  if (b_Overwrite) {
-    if (f_Prepare(z_o_DB, A_C_MIN_MAX_CMD, o_Stmt) != SQLITE_OK) {
-      syslog(LOG_WARNING, "ErrorHandler_CL::f_Insert->sqlite3_prepare cmd: %s  - %s\n",
-             A_C_MIN_MAX_CMD, f_DbErrMsg());
+  sqlite3_stmt* z_o_Raw = nullptr;
+  if (i_NrErrors >= i_MaxErrors) {
+    const int i_Rc = f_Cached(EN_SQL_OVERWRITE, &z_o_Raw);
+    SqlLease_T o_Stmt(z_o_Raw);
+    if (i_Rc != SQLITE_OK) {
+      syslog(LOG_WARNING, "ErrorHandler_CL::f_Insert->sqlite3_prepare cmd: - %s - %s\n",
+             A_C_OVERWRITE_CMD, f_DbErrMsg());
       return -1;
     }
-    if (sqlite3_step(o_Stmt.get()) != SQLITE_ROW) {
-      syslog(LOG_WARNING, "ErrorHandler_CL::f_Insert->sqlite3_step cmd: - %s - %s\n",
-             A_C_MIN_MAX_CMD, f_DbErrMsg());
-      return 0;
-    }
-    // The count is not redone after a partial clear, so the bound can be reached with an
-    // empty table; then there is no oldest row to reuse and the error is inserted.
-    b_Overwrite = sqlite3_column_type(o_Stmt.get(), 0) != SQLITE_NULL;
-  }
-
-  if (b_Overwrite) {
-    // The oldest row becomes the newest: ids keep rising, so id order stays arrival order.
-    const long long ll_MinId = sqlite3_column_int64(o_Stmt.get(), 0);
-    const long long ll_MaxId = sqlite3_column_int64(o_Stmt.get(), 1);
-    o_Stmt.reset();
-    const char* z_c_UpdFmt =
-        "update syserrors set id=%lld, date=%d, proc=:proc, code=%d, class=%d, ack=%d where "
-        "id=%lld;";
-    if (!f_SqlFits(std::snprintf(a_c_Cmd, sizeof(a_c_Cmd), z_c_UpdFmt, ll_MaxId + 1, o_R.i_Date,
-                                 o_R.i_Code, o_R.i_Class, 0, ll_MinId),
-                   "f_Insert", z_c_UpdFmt))
-      return -1;
-    if (f_Prepare(z_o_DB, a_c_Cmd, o_Stmt) != SQLITE_OK) {
-      syslog(LOG_WARNING, "ErrorHandler_CL::f_Insert->sqlite3_prepare cmd: - %s - %s\n", a_c_Cmd,
-             f_DbErrMsg());
-      return -1;
-    }
-    f_BindText(o_Stmt.get(), ":proc", o_R.str_Proc.c_str());
-    if (sqlite3_step(o_Stmt.get()) != SQLITE_DONE) {
-      syslog(LOG_WARNING, "ErrorHandler_CL::f_Insert->sqlite3_step cmd: - %s - %s\n", a_c_Cmd,
-             f_DbErrMsg());
-      return 0;
-    }
-  } else {
-    if (f_Prepare(z_o_DB, a_c_InsertErrorCmd, o_Stmt) != SQLITE_OK) {
-      syslog(LOG_WARNING, "ErrorHandler_CL::f_Insert->sqlite3_prepare cmd = %s - %s\n",
-             a_c_InsertErrorCmd, f_DbErrMsg());
-      return -1;
-    }
-    // ":id" stays unbound: SQLite hands out the next rowid.
     f_BindInt(o_Stmt.get(), ":date", o_R.i_Date);
     f_BindText(o_Stmt.get(), ":proc", o_R.str_Proc.c_str());
     f_BindInt(o_Stmt.get(), ":code", o_R.i_Code);
     f_BindInt(o_Stmt.get(), ":class", o_R.i_Class);
-    f_BindInt(o_Stmt.get(), ":ack", 0);
     if (sqlite3_step(o_Stmt.get()) != SQLITE_DONE) {
-      syslog(LOG_WARNING, "ErrorHandler_CL::f_Insert->sqlite3_step cmd: %s - %s\n",
-             a_c_InsertErrorCmd, f_DbErrMsg());
-      return -2;
+      syslog(LOG_WARNING, "ErrorHandler_CL::f_Insert->sqlite3_step cmd: - %s - %s\n",
+             A_C_OVERWRITE_CMD, f_DbErrMsg());
+      return 0;
     }
-    i_NrErrors++;
+    if (sqlite3_changes(z_o_DB) > 0) {
+      *z_b_Stored = true;
+      return 0;
+    }
   }
+
+  const int i_Rc = f_Cached(EN_SQL_INSERT, &z_o_Raw);
+  SqlLease_T o_Stmt(z_o_Raw);
+  if (i_Rc != SQLITE_OK) {
+    syslog(LOG_WARNING, "ErrorHandler_CL::f_Insert->sqlite3_prepare cmd = %s - %s\n",
+           a_c_InsertErrorCmd, f_DbErrMsg());
+    return -1;
+  }
+  // ":id" stays unbound: SQLite hands out the next rowid.
+  f_BindInt(o_Stmt.get(), ":date", o_R.i_Date);
+  f_BindText(o_Stmt.get(), ":proc", o_R.str_Proc.c_str());
+  f_BindInt(o_Stmt.get(), ":code", o_R.i_Code);
+  f_BindInt(o_Stmt.get(), ":class", o_R.i_Class);
+  f_BindInt(o_Stmt.get(), ":ack", 0);
+  if (sqlite3_step(o_Stmt.get()) != SQLITE_DONE) {
+    syslog(LOG_WARNING, "ErrorHandler_CL::f_Insert->sqlite3_step cmd: %s - %s\n",
+           a_c_InsertErrorCmd, f_DbErrMsg());
+    return -2;
+  }
+  i_NrErrors++;
   *z_b_Stored = true;
   return 0;
 }
@@ -704,8 +746,10 @@ void ErrorHandler_CL::f_SetNoActiveError() {
 }
 
 int ErrorHandler_CL::f_CheckForNonAckErrors() {
-  SqlStmt_T o_Stmt;
-  if (f_Prepare(z_o_DB, A_C_NEWEST_ACTIVE_CMD, o_Stmt) != SQLITE_OK) {
+  sqlite3_stmt* z_o_Raw = nullptr;
+  const int i_PrepRc = f_Cached(EN_SQL_NEWEST_ACTIVE, &z_o_Raw);
+  SqlLease_T o_Stmt(z_o_Raw);
+  if (i_PrepRc != SQLITE_OK) {
     syslog(LOG_WARNING,
            "ErrorHandler_CL::f_CheckForNonAckErrors->error prepare a_c_SqlCmd = %s - %s\n",
            A_C_NEWEST_ACTIVE_CMD, f_DbErrMsg());
@@ -750,45 +794,45 @@ int ErrorHandler_CL::f_CheckForNonAckErrors() {
 
 int ErrorHandler_CL::f_Ack(int i_Code) {
   syslog(LOG_INFO, "ErrorHandler_CL::f_Ack->i_ErrNr: %d", i_Code);
-  char a_c_Cmd[UI_SQL_CMD_SIZE];
-  SqlStmt_T o_Stmt;
-
   const char* z_c_SelFmt = "select id from syserrors where code=%d and ack=0 and class!=1";
-  if (!f_SqlFits(std::snprintf(a_c_Cmd, sizeof(a_c_Cmd), z_c_SelFmt, i_Code), "f_Ack", z_c_SelFmt))
-    return -1;
-  if (f_Prepare(z_o_DB, a_c_Cmd, o_Stmt) != SQLITE_OK) {
-    syslog(LOG_WARNING, "ErrorHandler_CL::f_Ack->error prepare a_c_SqlCmd = %s - %s\n", a_c_Cmd,
-           f_DbErrMsg());
-    return -1;
+  sqlite3_stmt* z_o_Raw = nullptr;
+  {
+    const int i_Rc = f_Cached(EN_SQL_ACK_FIND, &z_o_Raw);
+    SqlLease_T o_Stmt(z_o_Raw);
+    if (i_Rc != SQLITE_OK) {
+      syslog(LOG_WARNING, "ErrorHandler_CL::f_Ack->error prepare a_c_SqlCmd = %s - %s\n",
+             f_WithCode(z_c_SelFmt, i_Code).c_str(), f_DbErrMsg());
+      return -1;
+    }
+    f_BindInt(o_Stmt.get(), ":code", i_Code);
+    if (sqlite3_step(o_Stmt.get()) != SQLITE_ROW) {
+      o_Stmt.reset();
+      f_CheckForNonAckErrors();
+      return 0;
+    }
   }
-  if (sqlite3_step(o_Stmt.get()) != SQLITE_ROW) {
-    o_Stmt.reset();
-    f_CheckForNonAckErrors();
-    return 0;
-  }
-  o_Stmt.reset();
 
   f_BeginSqlTransaction();
   const char* z_c_UpdFmt = "update syserrors set ack=1 where code=%d and ack=0 and class!=1;";
-  if (!f_SqlFits(std::snprintf(a_c_Cmd, sizeof(a_c_Cmd), z_c_UpdFmt, i_Code), "f_Ack",
-                 z_c_UpdFmt)) {
-    f_RollbackSqlTransaction();
-    return -1;
+  {
+    const int i_Rc = f_Cached(EN_SQL_ACK_UPDATE, &z_o_Raw);
+    SqlLease_T o_Stmt(z_o_Raw);
+    if (i_Rc != SQLITE_OK) {
+      syslog(LOG_WARNING, "ErrorHandler_CL::f_Ack->error prepare a_c_SqlCmd = %s - %s\n",
+             f_WithCode(z_c_UpdFmt, i_Code).c_str(), f_DbErrMsg());
+      o_Stmt.reset();
+      f_RollbackSqlTransaction();
+      return -1;
+    }
+    f_BindInt(o_Stmt.get(), ":code", i_Code);
+    if (sqlite3_step(o_Stmt.get()) != SQLITE_DONE) {
+      syslog(LOG_WARNING, "ErrorHandler_CL::f_Ack->error step a_c_SqlCmd - %s - %s\n",
+             f_WithCode(z_c_UpdFmt, i_Code).c_str(), f_DbErrMsg());
+      o_Stmt.reset();
+      f_RollbackSqlTransaction();
+      return -1;
+    }
   }
-  if (f_Prepare(z_o_DB, a_c_Cmd, o_Stmt) != SQLITE_OK) {
-    syslog(LOG_WARNING, "ErrorHandler_CL::f_Ack->error prepare a_c_SqlCmd = %s - %s\n", a_c_Cmd,
-           f_DbErrMsg());
-    f_RollbackSqlTransaction();
-    return -1;
-  }
-  if (sqlite3_step(o_Stmt.get()) != SQLITE_DONE) {
-    syslog(LOG_WARNING, "ErrorHandler_CL::f_Ack->error step a_c_SqlCmd - %s - %s\n", a_c_Cmd,
-           f_DbErrMsg());
-    o_Stmt.reset();
-    f_RollbackSqlTransaction();
-    return -1;
-  }
-  o_Stmt.reset();
   f_CommitSqlTransaction();
   f_CheckForNonAckErrors();
   f_Signal("acksysfault", g_variant_new("(ii)", i_Code, f_CodedNr(i_LastErrCode, i_LastErrClass)));

@@ -152,6 +152,41 @@ TEST_F(ErrorStoreTest, RingOverwriteKeepsIdsRisingAcrossRestart) {
   EXPECT_EQ("3:406/4:1 4:408/4:1 5:404/1:0", f_Query(A_C_ROWS));
 }
 
+// Rows taken by another process while the count says "full": the oldest of what is left
+// is reused, and an empty table gets a plain insert instead of nothing.
+TEST_F(ErrorStoreTest, RingOverwriteAfterRowsVanished) {
+  f_Cfg(A_C_DB, 2);
+  auto o_H = f_Make();
+  for (const char* z_c_Code : {"3216", "3233"}) o_H->f_Insert("Gui", z_c_Code);
+  f_Query("delete from syserrors where id=1");
+  o_H->f_Insert("Gui", "3252");
+  EXPECT_EQ("3:406/4:0", f_Query(A_C_ROWS));
+  f_Query("delete from syserrors");
+  o_H->f_Insert("Gui", "3268");
+  EXPECT_EQ("1:408/4:0", f_Query(A_C_ROWS));
+  EXPECT_EQ(4u, o_H->f_Sent("sysfault").size());
+}
+
+// The statements kept between reports belong to one open database: after a reload the
+// reports go to the new file, and the old file is left alone.
+TEST_F(ErrorStoreTest, ReportsFollowTheDatabaseAcrossAReload) {
+  auto o_H = f_Make();
+  o_H->f_Insert("Gui", "3216");
+  f_Cfg("/mnt/log/other.sq3", 512);
+  o_H->f_CfgFileChanged(ErrorHandler_CL::A_C_CFG_PATH);
+  o_H->f_Insert("Gui", "3216");
+  o_H->f_Ack(402);
+  f_Cfg(A_C_DB, 512);
+  o_H->f_CfgFileChanged(ErrorHandler_CL::A_C_CFG_PATH);
+  // Back on the first file, whose open acknowledged its row; the other file holds the
+  // report and its acknowledgement.
+  EXPECT_EQ("1:402/0:1", f_Query(A_C_ROWS));
+  o_H->f_Insert("Gui", "3233");
+  EXPECT_EQ("1:402/0:1 2:404/1:0", f_Query(A_C_ROWS));
+  EXPECT_EQ(3u, o_H->f_Sent("sysfault").size());
+  EXPECT_EQ(1u, o_H->f_Sent("acksysfault").size());
+}
+
 TEST_F(ErrorStoreTest, InsertPublishesTheErrorAndOnlyClass0KeepsReadiness) {
   struct Case_ST {
     const char* z_c_Code;
