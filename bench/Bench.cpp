@@ -3,6 +3,7 @@
 // latency percentiles, the service's CPU per call and the ratios to the reference; then
 // the memory, descriptors and database size around a long mixed soak, and the idle CPU.
 #include <glib.h>
+#include <sys/statfs.h>
 #include <sys/utsname.h>
 #include <unistd.h>
 
@@ -213,6 +214,22 @@ std::string f_Kb(long long ll_Bytes) {
   return std::to_string((ll_Bytes + 512) / 1024) + " KiB";
 }
 
+// The sandbox's file system: the diagnostic store and the database are written there, and
+// a file replaced on ext4 costs several times what it costs on tmpfs.
+const char* f_FsName(const char* z_c_Dir) {
+  struct statfs o_Fs {};
+  if (statfs(z_c_Dir, &o_Fs) != 0) return "unknown";
+  switch (static_cast<unsigned long>(o_Fs.f_type)) {
+    case 0xEF53: return "ext4";
+    case 0x01021994: return "tmpfs";
+    case 0x794C7630: return "overlayfs";
+    case 0x24051905: return "ubifs";
+    case 0x58465342: return "xfs";
+    case 0x9123683E: return "btrfs";
+    default: return "other";
+  }
+}
+
 void f_Header(const Options_ST& o_Opt) {
   utsname o_Uts{};
   uname(&o_Uts);
@@ -225,6 +242,7 @@ void f_Header(const Options_ST& o_Opt) {
   std::printf("Machine: %s %s, %ld CPUs, load %.2f %.2f %.2f at start. ", o_Uts.machine,
               o_Uts.release, sysconf(_SC_NPROCESSORS_ONLN), a_d_Load[0], a_d_Load[1],
               a_d_Load[2]);
+  std::printf("Sandbox on %s. ", f_FsName(o_Opt.z_c_Root));
   if (o_Opt.b_MemoryOnly) {
     std::printf("Memory and descriptors only (soak of %d calls).\n\n", o_Opt.i_Soak);
   } else {
@@ -406,10 +424,15 @@ int main(int argc, char** argv) {
     if (o_Opt.i_IdleS > 0)
       f_Goal("idle CPU, % of a core", "≤ 0.1", a_d_IdlePct[1], a_d_IdlePct[1] <= 0.1, "%.4f");
   }
-  f_Goal("private dirty memory after start", "≤ 1024 KiB",
-         static_cast<double>(o_Srv.l_DirtyAfterStartKb), o_Srv.l_DirtyAfterStartKb <= 1024, "%.0f KiB");
-  f_Goal("dirty memory growth over the soak", "< 64 KiB", static_cast<double>(l_Growth),
-         l_Growth < 64, "%+.0f KiB");
+  // Under an emulator the footprint is the emulator's as much as the service's; only
+  // what changes over the soak says something about the service.
+  if (!o_Opt.b_MemoryOnly)
+    f_Goal("private dirty memory after start", "≤ 1024 KiB",
+           static_cast<double>(o_Srv.l_DirtyAfterStartKb), o_Srv.l_DirtyAfterStartKb <= 1024,
+           "%.0f KiB");
+  f_Goal(o_Opt.b_MemoryOnly ? "dirty memory growth over the soak (emulator included)"
+                            : "dirty memory growth over the soak",
+         "< 64 KiB", static_cast<double>(l_Growth), l_Growth < 64, "%+.0f KiB");
   f_Goal("descriptor growth over the soak", "0",
          static_cast<double>(a_o_After[1].i_Fds - a_o_Before[1].i_Fds),
          a_o_After[1].i_Fds <= a_o_Before[1].i_Fds, "%+.0f");

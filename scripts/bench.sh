@@ -10,7 +10,8 @@
 #   scripts/bench.sh --profile TEXT  SysSrv under valgrind's callgrind, for the phases whose
 #                                    name contains TEXT; prints the costliest functions
 # Environment: BENCH_REPS, BENCH_CALLS, BENCH_SOAK, BENCH_IDLE override the counts;
-# BENCH_OUT the result file; BENCH_BUILD_DIR the build directory.
+# BENCH_OUT the result file; BENCH_BUILD_DIR the build directory; BENCH_TMPDIR where the
+# sandbox tool is made (default /tmp; the file system under it is part of what is measured).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 TOP=$(pwd)
@@ -26,7 +27,7 @@ case "${1:-}" in
     PROFILE_PHASE=${2:?"--profile needs a phase name (or part of one)"}
     ;;
   -h | --help)
-    sed -n '2,14s/^# \{0,1\}//p' "$0"
+    sed -n '2,16s/^# \{0,1\}//p' "$0"
     exit 0
     ;;
   *)
@@ -85,7 +86,7 @@ if [[ $MODE == arm ]]; then
   EXTRA+=(--memory-only --launcher "$QEMU -L $SYSROOT")
 fi
 
-ROOT=$(mktemp -d /tmp/syssrv-bench-XXXXXX)
+ROOT=$(mktemp -d "${BENCH_TMPDIR:-/tmp}/syssrv-bench-XXXXXX")
 trap 'rm -rf "$ROOT"' EXIT
 "$BUILD/syssrv-sim" init "$ROOT" >/dev/null
 
