@@ -32,6 +32,7 @@ struct Options_ST {
   gchar* z_c_Service = nullptr;
   gchar* z_c_Reference = nullptr;
   gchar* z_c_DbusDaemon = nullptr;
+  gchar* z_c_BusConf = nullptr;
   gchar* z_c_ServicePrefix = nullptr;
   gchar* z_c_Launcher = nullptr;
   gint i_Reps = 3;
@@ -262,6 +263,8 @@ bool f_ParseOptions(int argc, char** argv, Options_ST& o_Opt) {
        "syssrv-bench-ref (required)", "PATH"},
       {"dbus-daemon", 0, 0, G_OPTION_ARG_FILENAME, &o_Opt.z_c_DbusDaemon,
        "bus daemon to start (default dbus-daemon)", "PATH"},
+      {"bus-config", 0, 0, G_OPTION_ARG_FILENAME, &o_Opt.z_c_BusConf,
+       "bus configuration template with @LISTEN@ (default: the project's)", "PATH"},
       {"service-prefix", 0, 0, G_OPTION_ARG_STRING, &o_Opt.z_c_ServicePrefix,
        "words run before SysSrv.elf (a profiler)", "WORDS"},
       {"launcher", 0, 0, G_OPTION_ARG_STRING, &o_Opt.z_c_Launcher,
@@ -342,8 +345,9 @@ int main(int argc, char** argv) {
   std::vector<std::string> a_str_SrvArgv = f_Words(o_Opt.z_c_ServicePrefix);
   for (const std::string& str_W : f_Words(o_Opt.z_c_Launcher)) a_str_SrvArgv.push_back(str_W);
   a_str_SrvArgv.emplace_back(o_Opt.z_c_Service);
-  if (!o_Ref.f_Start(str_Root, str_Dbus, a_str_RefArgv) ||
-      !o_Srv.f_Start(str_Root, str_Dbus, a_str_SrvArgv))
+  const std::string str_BusConf = o_Opt.z_c_BusConf != nullptr ? o_Opt.z_c_BusConf : BENCH_BUS_CONF;
+  if (!o_Ref.f_Start(str_Root, str_Dbus, str_BusConf, a_str_RefArgv) ||
+      !o_Srv.f_Start(str_Root, str_Dbus, str_BusConf, a_str_SrvArgv))
     return 1;
   // SysSrv's checker starts ticking 2 s after the bus came up; its first ticks read the
   // battery and publish readiness. The footprint "after start" is taken once that is over.

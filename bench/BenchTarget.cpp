@@ -6,30 +6,13 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
+#include <iterator>
 
 namespace {
 constexpr const char* A_C_BUS_NAME = "com.torvane.akku.SysService";
 constexpr const char* A_C_OBJECT_PATH = "/SysObj";
 constexpr const char* A_C_INTERFACE = "com.torvane.akku.SysInterface";
 constexpr int I_CALL_TIMEOUT_MS = 30000;
-
-// The same open policy as the tests' and the demo's private system bus.
-const char* const A_C_BUS_CONF = R"(<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
- "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
-<busconfig>
-  <type>system</type>
-  <listen>unix:path=%s</listen>
-  <auth>EXTERNAL</auth>
-  <policy context="default">
-    <allow user="*"/> <allow own="*"/>
-    <allow send_type="method_call"/> <allow send_type="signal"/>
-    <allow send_requested_reply="true" send_type="method_return"/>
-    <allow send_requested_reply="true" send_type="error"/>
-    <allow receive_type="method_call"/> <allow receive_type="method_return"/>
-    <allow receive_type="error"/> <allow receive_type="signal"/>
-  </policy>
-</busconfig>
-)";
 
 double f_Percentile(const std::vector<double>& a_d_Sorted, double d_Fraction) {
   if (a_d_Sorted.empty()) return 0;
@@ -71,16 +54,24 @@ void Target_CL::f_Fail(const char* z_c_What, GError* o_Error) {
 }
 
 bool Target_CL::f_Start(const std::string& str_Root, const std::string& str_DbusDaemon,
+                        const std::string& str_BusConfTemplate,
                         const std::vector<std::string>& a_str_Argv) {
   const std::string str_Sim = str_Root + "/sim/";
   const std::string str_Socket = str_Sim + "bench-" + str_Tag + ".sock";
   const std::string str_Conf = str_Sim + "bench-" + str_Tag + "-bus.conf";
   unlink(str_Socket.c_str());
   {
+    // The shared configuration of the private buses, with this bus's socket in it.
+    std::ifstream o_In(str_BusConfTemplate);
+    std::string str_Text((std::istreambuf_iterator<char>(o_In)), std::istreambuf_iterator<char>());
+    const size_t ui_At = str_Text.find("@LISTEN@");
+    if (ui_At == std::string::npos) {
+      std::fprintf(stderr, "bench: no @LISTEN@ in %s\n", str_BusConfTemplate.c_str());
+      return false;
+    }
+    str_Text.replace(ui_At, 8, "unix:path=" + str_Socket);
     std::ofstream o_Conf(str_Conf);
-    std::vector<char> a_c_Text(std::string(A_C_BUS_CONF).size() + str_Socket.size() + 1);
-    std::snprintf(a_c_Text.data(), a_c_Text.size(), A_C_BUS_CONF, str_Socket.c_str());
-    o_Conf << a_c_Text.data();
+    o_Conf << str_Text;
     if (!o_Conf) {
       std::fprintf(stderr, "bench: cannot write %s\n", str_Conf.c_str());
       return false;

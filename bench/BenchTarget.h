@@ -35,10 +35,11 @@ class Target_CL {
   Target_CL(const Target_CL&) = delete;
   Target_CL& operator=(const Target_CL&) = delete;
 
-  // Starts a dbus-daemon of its own under str_Root, then a_str_Argv on it, and waits
-  // until the service owns its name. false (with a message on stderr) when that fails.
+  // Starts a dbus-daemon of its own under str_Root (configuration: the template with
+  // "@LISTEN@" replaced by its address), then a_str_Argv on it, and waits until the
+  // service owns its name. false (with a message on stderr) when that fails.
   bool f_Start(const std::string& str_Root, const std::string& str_DbusDaemon,
-               const std::vector<std::string>& a_str_Argv);
+               const std::string& str_BusConfTemplate, const std::vector<std::string>& a_str_Argv);
   void f_Stop();
 
   // i_Calls sync calls, one after the other.

@@ -173,6 +173,7 @@ class ErrorHandler_CL : public ErrorShMem_CL {
   // Overwrites the oldest row or inserts one, in the transaction that is open. *z_b_Stored
   // tells whether the statement wrote the row; the result is the insert's return code.
   int f_WriteRow(const Report_ST& o_R, bool* z_b_Stored);
+  static void f_BindReport(sqlite3_stmt* z_o_Stmt, const Report_ST& o_R);
   void f_QueueReport(Report_ST o_R);
   // One try at the oldest pending report: true when it left the queue (stored or found a
   // duplicate of an active row).

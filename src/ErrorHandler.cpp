@@ -601,6 +601,14 @@ void ErrorHandler_CL::f_ShowNewError(const Report_ST& o_R) {
   }
 }
 
+// The report's values, for the overwrite and the insert alike.
+void ErrorHandler_CL::f_BindReport(sqlite3_stmt* z_o_Stmt, const Report_ST& o_R) {
+  f_BindInt(z_o_Stmt, ":date", o_R.i_Date);
+  f_BindText(z_o_Stmt, ":proc", o_R.str_Proc.c_str());
+  f_BindInt(z_o_Stmt, ":code", o_R.i_Code);
+  f_BindInt(z_o_Stmt, ":class", o_R.i_Class);
+}
+
 int ErrorHandler_CL::f_WriteRow(const Report_ST& o_R, bool* z_b_Stored) {
   *z_b_Stored = false;
   sqlite3_stmt* z_o_Raw = nullptr;
@@ -612,10 +620,7 @@ int ErrorHandler_CL::f_WriteRow(const Report_ST& o_R, bool* z_b_Stored) {
              A_C_OVERWRITE_CMD, f_DbErrMsg());
       return -1;
     }
-    f_BindInt(o_Stmt.get(), ":date", o_R.i_Date);
-    f_BindText(o_Stmt.get(), ":proc", o_R.str_Proc.c_str());
-    f_BindInt(o_Stmt.get(), ":code", o_R.i_Code);
-    f_BindInt(o_Stmt.get(), ":class", o_R.i_Class);
+    f_BindReport(o_Stmt.get(), o_R);
     if (sqlite3_step(o_Stmt.get()) != SQLITE_DONE) {
       syslog(LOG_WARNING, "ErrorHandler_CL::f_Insert->sqlite3_step cmd: - %s - %s\n",
              A_C_OVERWRITE_CMD, f_DbErrMsg());
@@ -635,10 +640,7 @@ int ErrorHandler_CL::f_WriteRow(const Report_ST& o_R, bool* z_b_Stored) {
     return -1;
   }
   // ":id" stays unbound: SQLite hands out the next rowid.
-  f_BindInt(o_Stmt.get(), ":date", o_R.i_Date);
-  f_BindText(o_Stmt.get(), ":proc", o_R.str_Proc.c_str());
-  f_BindInt(o_Stmt.get(), ":code", o_R.i_Code);
-  f_BindInt(o_Stmt.get(), ":class", o_R.i_Class);
+  f_BindReport(o_Stmt.get(), o_R);
   f_BindInt(o_Stmt.get(), ":ack", 0);
   if (sqlite3_step(o_Stmt.get()) != SQLITE_DONE) {
     syslog(LOG_WARNING, "ErrorHandler_CL::f_Insert->sqlite3_step cmd: %s - %s\n",
