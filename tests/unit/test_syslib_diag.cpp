@@ -1,6 +1,9 @@
 // The diagnostic store: value formats, reading back, and the busy mode.
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
+
+#include <filesystem>
 #include <functional>
 #include <string>
 
@@ -30,6 +33,37 @@ TEST(SysDiag, ValuesAreStoredAsBareText) {
   // A value too large for its fixed buffer is refused, not cut.
   EXPECT_EQ(f_SysDiagSetTorqueLoad(1e300), -1);
   EXPECT_EQ(o_Root.f_Read("/var/sysdiag/torqueload"), "1.500000");
+}
+
+// Values go straight to their files; the directories are only made when a write finds
+// them missing, also when someone clears /var under the running service. A replaced file
+// keeps the mode it was given.
+TEST(SysDiag, StoreClearedWhileRunningIsMadeAgain) {
+  TempRoot o_Root;
+  ASSERT_EQ(f_SysDiagSetBatteryPower(50), 0);
+  chmod(o_Root.f_Path("/var/sysdiag/battery/power").c_str(), 0640);
+  ASSERT_EQ(f_SysDiagSetBatteryPower(51), 0);
+  struct stat o_St {};
+  ASSERT_EQ(stat(o_Root.f_Path("/var/sysdiag/battery/power").c_str(), &o_St), 0);
+  EXPECT_EQ(o_St.st_mode & 07777, 0640u);
+
+  const std::function<int()> a_f_Writes[] = {
+      [] { return f_SysDiagSetBatteryPower(52); },
+      [] { return f_SysDiagSetBatteryStatus(3); },
+      [] { return f_SysDiagSetParam("sysfault", "3228"); },
+  };
+  const char* const a_c_Files[] = {"battery/power", "battery/status", "sysfault"};
+  const char* const a_c_Texts[] = {"52", "3", "3228"};
+  for (int i_Case = 0; i_Case < 3; ++i_Case) {
+    std::filesystem::remove_all(o_Root.f_Path("/var/sysdiag"));
+    EXPECT_EQ(a_f_Writes[i_Case](), 0) << a_c_Files[i_Case];
+    EXPECT_EQ(o_Root.f_Read(std::string("/var/sysdiag/") + a_c_Files[i_Case]), a_c_Texts[i_Case]);
+  }
+  // Only what was written lies in the store: no temporary is left behind.
+  int i_Entries = 0;
+  for (const auto& o_Entry : std::filesystem::recursive_directory_iterator(o_Root.f_Path("/var/sysdiag")))
+    i_Entries += o_Entry.is_regular_file() ? 1 : 0;
+  EXPECT_EQ(i_Entries, 1);
 }
 
 TEST(SysDiag, NamesStayInsideTheStore) {
