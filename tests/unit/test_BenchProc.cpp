@@ -1,0 +1,101 @@
+// What the benchmark reads from /proc and how it ends the processes it starts: a wrong
+// figure here would be reported as the service's.
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstring>
+#include <fstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "BenchProc.h"
+#include "BenchTarget.h"
+
+TEST(BenchProc, FiguresOfARunningProcess) {
+  const pid_t i_Self = getpid();
+  const long long ll_Cpu0 = f_ProcCpuNs(i_Self);
+  ASSERT_GE(ll_Cpu0, 0);
+  volatile unsigned long ul_Sum = 0;
+  const auto o_End = std::chrono::steady_clock::now() + std::chrono::milliseconds(30);
+  while (std::chrono::steady_clock::now() < o_End) ul_Sum = ul_Sum + 1;
+  EXPECT_GT(f_ProcCpuNs(i_Self), ll_Cpu0);
+
+  const int i_Fds = f_ProcOpenFds(i_Self);
+  const int i_Fd = open("/dev/null", O_RDONLY);
+  EXPECT_EQ(f_ProcOpenFds(i_Self), i_Fds + 1);
+  close(i_Fd);
+
+  // Memory written by this process alone counts as private dirty.
+  const long l_Dirty0 = f_ProcPrivateDirtyKb(i_Self);
+  ASSERT_GT(l_Dirty0, 0);
+  std::vector<char> a_c_Block(4 << 20);
+  std::memset(a_c_Block.data(), 1, a_c_Block.size());
+  EXPECT_GE(f_ProcPrivateDirtyKb(i_Self) - l_Dirty0, 3 * 1024);
+
+  EXPECT_GE(f_ProcChildCpuNs(i_Self), 0);
+  EXPECT_EQ(f_FileSize("/nonexistent/file"), -1);
+}
+
+namespace {
+// True once the process ignores SIGTERM (its shell has run the trap).
+bool f_IgnoresTerm(pid_t i_Pid) {
+  std::ifstream o_Status("/proc/" + std::to_string(i_Pid) + "/status");
+  std::string str_Line;
+  while (std::getline(o_Status, str_Line))
+    if (str_Line.compare(0, 7, "SigIgn:") == 0)
+      return (std::stoull(str_Line.substr(7), nullptr, 16) >> (SIGTERM - 1)) & 1;
+  return false;
+}
+}  // namespace
+
+TEST(BenchProc, ChildrenAreEndedAndGoneProcessesReadAsMissing) {
+  struct Case_ST {
+    const char* z_c_Script;
+    int i_GraceMs;
+  };
+  // One that ends on SIGTERM, one that ignores it and must be killed after the grace.
+  const Case_ST a_o_Cases[] = {{"exec sleep 30", 5000}, {"trap '' TERM; sleep 30; sleep 30", 300}};
+  const auto o_Deadline = std::chrono::seconds(10);
+  for (const Case_ST& o_Case : a_o_Cases) {
+    Child_CL o_Child;
+    ASSERT_TRUE(o_Child.f_Start({"sh", "-c", o_Case.z_c_Script}, {"BENCH_TEST=1"}, "/dev/null"));
+    const pid_t i_Pid = o_Child.f_Pid();
+    EXPECT_TRUE(o_Child.f_Running());
+    EXPECT_GE(f_ProcCpuNs(i_Pid), 0);
+    if (o_Case.i_GraceMs < 1000) {
+      const auto o_Until = std::chrono::steady_clock::now() + o_Deadline;
+      while (!f_IgnoresTerm(i_Pid) && std::chrono::steady_clock::now() < o_Until)
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+      ASSERT_TRUE(f_IgnoresTerm(i_Pid));
+    }
+    const auto o_Start = std::chrono::steady_clock::now();
+    o_Child.f_Stop(o_Case.i_GraceMs);
+    EXPECT_LT(std::chrono::steady_clock::now() - o_Start, o_Deadline)
+        << o_Case.z_c_Script;
+    EXPECT_FALSE(o_Child.f_Running());
+    EXPECT_EQ(f_ProcCpuNs(i_Pid), -1) << o_Case.z_c_Script;
+    EXPECT_EQ(f_ProcOpenFds(i_Pid), -1);
+  }
+}
+
+TEST(BenchProc, MedianOfTheRepetitions) {
+  auto f_Runs = [](std::initializer_list<double> a_d_Values) {
+    std::vector<Sample_ST> a_o_Runs;
+    for (double d_V : a_d_Values) {
+      Sample_ST o_S;
+      o_S.d_P50Us = d_V;
+      o_S.d_CallsPerS = 1000 - d_V;
+      a_o_Runs.push_back(o_S);
+    }
+    return f_Median(a_o_Runs);
+  };
+  EXPECT_DOUBLE_EQ(f_Runs({300, 100, 200}).d_P50Us, 200);
+  EXPECT_DOUBLE_EQ(f_Runs({300, 100, 200}).d_CallsPerS, 800);  // each figure on its own
+  EXPECT_DOUBLE_EQ(f_Runs({400, 100, 300, 200}).d_P50Us, 250);
+  EXPECT_DOUBLE_EQ(f_Runs({}).d_P50Us, 0);
+}
