@@ -13,6 +13,8 @@ PACKAGES=(
   dbus-daemon dbus-bin            # the private system bus of tests and demo
   umockdev libumockdev-dev        # emulated i2c-dev adapter of the board sensor test
   valgrind procps                 # memcheck of the fault tests; pkill
+  gobject-introspection libgirepository1.0-dev  # the client library's .gir and .typelib
+  python3-gi gir1.2-glib-2.0      # the client library from Python, and its example's test
 )
 
 if (($# > 0)); then PACKAGES=("$@"); fi

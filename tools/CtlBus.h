@@ -1,15 +1,16 @@
 #pragma once
-// The bus side of syssrvctl: one connection to the system bus and method calls on the
-// service whose failures become one clear message and an exit code.
+// The bus side of syssrvctl: a client of the service on the system bus, and method calls
+// whose failures become one clear message and an exit code.
 #include <gio/gio.h>
+#include <syssrv-client.h>
 
 #include <string>
 
 #include "CtlCommon.h"
 
-constexpr const char* A_C_SRV_NAME = "com.torvane.akku.SysService";
-constexpr const char* A_C_SRV_PATH = "/SysObj";
-constexpr const char* A_C_SRV_IFACE = "com.torvane.akku.SysInterface";
+constexpr const char* A_C_SRV_NAME = SYS_SRV_BUS_NAME;
+constexpr const char* A_C_SRV_PATH = SYS_SRV_OBJECT_PATH;
+constexpr const char* A_C_SRV_IFACE = SYS_SRV_INTERFACE;
 
 class CtlBus_CL {
  public:
@@ -20,7 +21,7 @@ class CtlBus_CL {
   CtlBus_CL(const CtlBus_CL&) = delete;
   CtlBus_CL& operator=(const CtlBus_CL&) = delete;
 
-  GDBusConnection* f_Conn() const { return z_o_Conn; }
+  GDBusConnection* f_Conn() const;
   const std::string& f_Address() const { return str_Address; }
 
   // Calls a method of the service interface (o_Params floating or null) and checks the
@@ -37,7 +38,7 @@ class CtlBus_CL {
  private:
   Variant_T f_DoCall(const char* z_c_Method, GVariant* o_Params, const char* z_c_ReplyType,
                      bool b_RefusedIsNull);
-  GDBusConnection* z_o_Conn = nullptr;
+  SysSrvClient* z_o_Client = nullptr;
   std::string str_Address;
   int i_TimeoutMs;
 };

@@ -4,14 +4,15 @@
 #include <functional>
 #include <gio/gio.h>
 #include <string>
+#include <syssrv-client.h>
 #include <sys/types.h>
 #include <vector>
 
 namespace it {
 
-constexpr const char* A_C_BUS_NAME = "com.torvane.akku.SysService";
-constexpr const char* A_C_PATH = "/SysObj";
-constexpr const char* A_C_IFACE = "com.torvane.akku.SysInterface";
+constexpr const char* A_C_BUS_NAME = SYS_SRV_BUS_NAME;
+constexpr const char* A_C_PATH = SYS_SRV_OBJECT_PATH;
+constexpr const char* A_C_IFACE = SYS_SRV_INTERFACE;
 
 std::string f_MakeTempDir(const char* z_c_Prefix);
 void f_RemoveTree(const std::string& str_Dir);
@@ -96,11 +97,14 @@ class Daemon {
   gint64 i_StartedAt = 0;
 };
 
+// A client of the service through the client library, with the wire-level probes the
+// tests of the service need besides.
 class BusClient {
  public:
   explicit BusClient(const std::string& str_Address);
   ~BusClient();
   GDBusConnection* f_Conn() const { return z_o_Conn; }
+  SysSrvClient* f_Client() const { return z_o_Client; }
   // A method call of the service interface; null with *error set on failure.
   GVariant* f_Call(const char* z_c_Method, GVariant* o_Params = nullptr, GError** error = nullptr,
                    int i_TimeoutMs = 5000, GDBusCallFlags e_Flags = G_DBUS_CALL_FLAGS_NONE);
@@ -118,7 +122,8 @@ class BusClient {
 
  private:
   static GDBusMessage* f_Filter(GDBusConnection*, GDBusMessage*, gboolean, gpointer);
-  GDBusConnection* z_o_Conn = nullptr;
+  SysSrvClient* z_o_Client = nullptr;
+  GDBusConnection* z_o_Conn = nullptr;  // the client's
   guint ui_Filter = 0;
   GMutex o_Lock;
   std::vector<guint32> o_ReplySerials;
@@ -148,10 +153,9 @@ class SignalRecorder {
   void f_Sync();
 
  private:
-  static void f_OnSignal(GDBusConnection*, const gchar*, const gchar*, const gchar*, const gchar*,
-                         GVariant*, gpointer);
+  static void f_OnSignal(SysSrvClient*, const gchar*, GVariant*, gpointer);
   BusClient& o_Client;
-  guint ui_Sub = 0;
+  gulong ui_Sub = 0;
   std::vector<Signal_ST> o_Signals;
   std::vector<bool> o_Used;
 };
