@@ -15,6 +15,7 @@ PACKAGES=(
   valgrind procps                 # memcheck of the fault tests; pkill
   gobject-introspection libgirepository1.0-dev  # the client library's .gir and .typelib
   python3-gi gir1.2-glib-2.0      # the client library from Python, and its example's test
+  gi-docgen                       # the client library's API reference
 )
 
 if (($# > 0)); then PACKAGES=("$@"); fi
