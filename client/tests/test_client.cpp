@@ -435,3 +435,104 @@ TEST_F(ClientLib, ServiceRestartWhileHeld) {
   EXPECT_TRUE(z_o_Typed->f_WaitFor("battery-charge-changed", {"77"})) << z_o_Typed->f_Dump();
   EXPECT_EQ(o_Second.f_Stop(), 0) << o_Second.f_Log();
 }
+
+namespace {
+
+// A stand-in that owns the service's name and speaks other shapes than the service, as
+// another version of it might.
+const char* A_C_STANDIN_XML =
+    "<node><interface name='com.torvane.akku.SysInterface'>"
+    "<method name='fbattpowerget'><arg type='s' direction='out'/></method>"
+    "</interface></node>";
+
+void f_StandInCall(GDBusConnection*, const gchar*, const gchar*, const gchar*, const gchar*,
+                   GVariant*, GDBusMethodInvocation* z_o_Inv, gpointer) {
+  g_dbus_method_invocation_return_value(z_o_Inv, g_variant_new("(s)", "full"));
+}
+
+}  // namespace
+
+// Replies and signals of an unexpected shape fail cleanly or reach only the untyped signal;
+// they are never read with the wrong types.
+TEST(ClientWire, OtherShapesAreNotReadWrongly) {
+  PrivateBus o_Bus;
+  GError* z_o_Err = nullptr;
+  GDBusConnection* z_o_Srv = g_dbus_connection_new_for_address_sync(
+      o_Bus.f_Address().c_str(),
+      static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
+                                        G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION),
+      nullptr, nullptr, &z_o_Err);
+  ASSERT_NE(z_o_Srv, nullptr) << f_Msg(z_o_Err);
+  GDBusNodeInfo* z_o_Node = g_dbus_node_info_new_for_xml(A_C_STANDIN_XML, nullptr);
+  const GDBusInterfaceVTable o_VTable = {f_StandInCall, nullptr, nullptr, {nullptr}};
+  guint ui_Obj = g_dbus_connection_register_object(z_o_Srv, SYS_SRV_OBJECT_PATH,
+                                                   z_o_Node->interfaces[0], &o_VTable, nullptr,
+                                                   nullptr, nullptr);
+  GVariant* o_Owned = g_dbus_connection_call_sync(
+      z_o_Srv, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
+      "RequestName", g_variant_new("(su)", SYS_SRV_BUS_NAME, 0u), nullptr,
+      G_DBUS_CALL_FLAGS_NONE, 5000, nullptr, nullptr);
+  ASSERT_NE(o_Owned, nullptr);
+  g_variant_unref(o_Owned);
+
+  SysSrvClient* z_o_C =
+      sys_srv_client_new_for_address_sync(o_Bus.f_Address().c_str(), nullptr, &z_o_Err);
+  ASSERT_NE(z_o_C, nullptr) << f_Msg(z_o_Err);
+  TypedRecorder o_Typed(z_o_C);
+  std::vector<std::string> o_Untyped;
+  g_signal_connect(z_o_C, "bus-signal",
+                   G_CALLBACK(+[](SysSrvClient*, const gchar* z_c_Name, GVariant* o_Args,
+                                  gpointer z_v) {
+                     static_cast<std::vector<std::string>*>(z_v)->push_back(
+                         std::string(z_c_Name) + g_variant_get_type_string(o_Args));
+                   }),
+                   &o_Untyped);
+  ASSERT_TRUE(f_WaitUntil([&] { return sys_srv_client_get_service_running(z_o_C) != FALSE; },
+                          10000));
+
+  // The stand-in answers from this thread's main context, so the call must not block it.
+  struct Fetch_ST {
+    bool b_Done = false;
+    GError* z_o_Err = nullptr;
+  } o_F;
+  sys_srv_client_fetch_battery_charge(
+      z_o_C, nullptr,
+      [](GObject* z_o_Src, GAsyncResult* z_o_Res, gpointer z_v) {
+        auto* z_o_F = static_cast<Fetch_ST*>(z_v);
+        gint i_Charge = 0;
+        EXPECT_FALSE(sys_srv_client_fetch_battery_charge_finish(SYS_SRV_CLIENT(z_o_Src), z_o_Res,
+                                                                &i_Charge, &z_o_F->z_o_Err));
+        z_o_F->b_Done = true;
+      },
+      &o_F);
+  ASSERT_TRUE(f_WaitUntil([&] { return o_F.b_Done; }, 10000));
+  EXPECT_TRUE(g_error_matches(o_F.z_o_Err, SYS_SRV_CLIENT_ERROR, SYS_SRV_CLIENT_ERROR_INCOMPATIBLE))
+      << f_Msg(o_F.z_o_Err);
+  g_clear_error(&o_F.z_o_Err);
+
+  struct Case_ST {
+    const char* z_c_Wire;
+    GVariant* o_Args;
+  };
+  const Case_ST a_o_Cases[] = {
+      {"cfgfilechanged", g_variant_new("(i)", 5)},          // as declared, not as sent
+      {"battpowerchanged", g_variant_new("(s)", "full")},
+      {"rdychanged", g_variant_new("(ii)", 8, 8)},          // a fitting one, last
+  };
+  for (const Case_ST& o_C : a_o_Cases)
+    g_dbus_connection_emit_signal(z_o_Srv, nullptr, SYS_SRV_OBJECT_PATH, SYS_SRV_INTERFACE,
+                                  o_C.z_c_Wire, o_C.o_Args, nullptr);
+  EXPECT_TRUE(o_Typed.f_WaitFor("readiness-changed", {"8", "8"}));
+  EXPECT_EQ(o_Untyped, (std::vector<std::string>{"cfgfilechanged(i)", "battpowerchanged(s)",
+                                                 "rdychanged(ii)"}));
+  EXPECT_FALSE(o_Typed.f_WaitFor("config-file-changed", {}, 0));
+  EXPECT_FALSE(o_Typed.f_WaitFor("battery-charge-changed", {}, 0));
+  EXPECT_EQ(sys_srv_client_get_battery_charge(z_o_C), 0);
+  EXPECT_TRUE(sys_srv_client_get_ready(z_o_C));
+
+  g_object_unref(z_o_C);
+  g_dbus_connection_unregister_object(z_o_Srv, ui_Obj);
+  g_dbus_node_info_unref(z_o_Node);
+  g_dbus_connection_close_sync(z_o_Srv, nullptr, nullptr);
+  g_object_unref(z_o_Srv);
+}
