@@ -360,9 +360,14 @@ static void f_OnLoaded(GObject *z_o_Src, GAsyncResult *z_o_Res, gpointer z_v_Loa
         f_SetInt(z_o_Self, (gint *)&z_o_Self->e_BattStatus, i_A, PROP_BATTERY_STATUS);
         break;
       case en_LoadReadiness:
-        /* Refused while the service has no error list: then it is not ready either. */
-        if (o_Reply) g_variant_get(o_Reply, "(ii)", &i_A, &i_B);
-        f_SetReadiness(z_o_Self, (guint)i_A, o_Reply ? (guint)i_B : 1u);
+        if (o_Reply) {
+          g_variant_get(o_Reply, "(ii)", &i_A, &i_B);
+          f_SetReadiness(z_o_Self, (guint)i_A, (guint)i_B);
+        } else {
+          /* Refused while the service has no error list: then it is not ready either. */
+          f_SetReadiness(z_o_Self, 0, 0);
+          f_SetBool(z_o_Self, &z_o_Self->b_Ready, FALSE, PROP_READY);
+        }
         break;
       case en_LoadError:
         if (o_Reply) g_variant_get(o_Reply, "(iii)", &i_A, &i_B, &i_C);
