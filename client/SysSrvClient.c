@@ -9,13 +9,13 @@
 struct _SysSrvClient {
   GObject parent_instance;
 
-  gchar *z_c_Address;
-  GDBusConnection *z_o_Conn;
+  gchar* z_c_Address;
+  GDBusConnection* z_o_Conn;
   guint ui_Watch;
   guint ui_Sub;
   gint i_TimeoutMs;
   /* Cancels the state loads still under way when the client goes. */
-  GCancellable *z_o_Cancel;
+  GCancellable* z_o_Cancel;
 
   /* Bumped whenever the service appears or vanishes: answers of an older generation
    * describe a service that is gone and are dropped. */
@@ -51,7 +51,7 @@ enum {
   PROP_TOOL_ENABLED,
   N_PROPS
 };
-static GParamSpec *a_z_o_Props[N_PROPS];
+static GParamSpec* a_z_o_Props[N_PROPS];
 
 enum {
   SIG_BUS_SIGNAL,
@@ -78,7 +78,7 @@ static guint a_ui_Signals[N_SIGNALS];
 
 /* --- errors, coded numbers, entries ---------------------------------------------------- */
 
-G_DEFINE_QUARK(sys-srv-client-error-quark, sys_srv_client_error)
+G_DEFINE_QUARK(sys - srv - client - error - quark, sys_srv_client_error)
 
 G_DEFINE_ENUM_TYPE(SysSrvClientError, sys_srv_client_error,
                    G_DEFINE_ENUM_VALUE(SYS_SRV_CLIENT_ERROR_FAILED, "failed"),
@@ -100,17 +100,17 @@ G_DEFINE_ENUM_TYPE(SysSrvBatteryStatus, sys_srv_battery_status,
 G_DEFINE_BOXED_TYPE(SysSrvErrorEntry, sys_srv_error_entry, sys_srv_error_entry_copy,
                     sys_srv_error_entry_free)
 
-SysSrvErrorEntry *sys_srv_error_entry_copy(const SysSrvErrorEntry *entry) {
+SysSrvErrorEntry* sys_srv_error_entry_copy(const SysSrvErrorEntry* entry) {
   return g_memdup2(entry, sizeof(*entry));
 }
 
-void sys_srv_error_entry_free(SysSrvErrorEntry *entry) { g_free(entry); }
+void sys_srv_error_entry_free(SysSrvErrorEntry* entry) { g_free(entry); }
 
 gint sys_srv_error_encode(gint code, gint error_class) { return code * 8 + (error_class & 7); }
 gint sys_srv_error_code(gint coded) { return coded >> 3; }
 gint sys_srv_error_class(gint coded) { return coded & 7; }
 
-SysSrvClientError sys_srv_client_error_classify(const GError *error) {
+SysSrvClientError sys_srv_client_error_classify(const GError* error) {
   if (error == NULL) return SYS_SRV_CLIENT_ERROR_FAILED;
   if (error->domain == SYS_SRV_CLIENT_ERROR) return (SysSrvClientError)error->code;
   /* The service's only error reply: GIO's code 30 with an empty text. */
@@ -176,15 +176,15 @@ SysSrvClientError sys_srv_client_error_classify(const GError *error) {
 
 /* Replaces a bus-level error by one of the client's domain; cancellation stays GIO's, as
  * every GIO caller expects. */
-static void f_Translate(const gchar *z_c_Method, GError **error) {
+static void f_Translate(const gchar* z_c_Method, GError** error) {
   if (error == NULL || *error == NULL) return;
-  GError *z_o_Err = *error;
+  GError* z_o_Err = *error;
   if (z_o_Err->domain == SYS_SRV_CLIENT_ERROR ||
       g_error_matches(z_o_Err, G_IO_ERROR, G_IO_ERROR_CANCELLED))
     return;
   SysSrvClientError e_Code = sys_srv_client_error_classify(z_o_Err);
   if (g_dbus_error_is_remote_error(z_o_Err)) g_dbus_error_strip_remote_error(z_o_Err);
-  GError *z_o_New;
+  GError* z_o_New;
   if (e_Code == SYS_SRV_CLIENT_ERROR_REFUSED)
     z_o_New = g_error_new(SYS_SRV_CLIENT_ERROR, e_Code, "the service refused %s", z_c_Method);
   else
@@ -196,8 +196,8 @@ static void f_Translate(const gchar *z_c_Method, GError **error) {
 /* --- calls --------------------------------------------------------------------------- */
 
 typedef struct {
-  const gchar *z_c_Method;
-  const gchar *z_c_ReplyType;
+  const gchar* z_c_Method;
+  const gchar* z_c_ReplyType;
 } ReplyOverride_ST;
 
 /* Where the wire differs from the interface description. */
@@ -208,8 +208,8 @@ static const ReplyOverride_ST A_O_REPLY_OVERRIDES[] = {
 };
 
 /* The type string of the declared out-arguments of a method, built once per method. */
-const gchar *f_ReplyTypeOf(const gchar *z_c_Method) {
-  static GHashTable *z_o_Cache;
+const gchar* f_ReplyTypeOf(const gchar* z_c_Method) {
+  static GHashTable* z_o_Cache;
   static GMutex o_Lock;
   for (gsize i = 0; i < G_N_ELEMENTS(A_O_REPLY_OVERRIDES); i++)
     if (strcmp(A_O_REPLY_OVERRIDES[i].z_c_Method, z_c_Method) == 0)
@@ -217,34 +217,33 @@ const gchar *f_ReplyTypeOf(const gchar *z_c_Method) {
   g_mutex_lock(&o_Lock);
   if (z_o_Cache == NULL) {
     z_o_Cache = g_hash_table_new(g_str_hash, g_str_equal);
-    for (GDBusMethodInfo **z_z_o_M = sys_srv_wire_sys_interface_interface.methods; *z_z_o_M;
+    for (GDBusMethodInfo** z_z_o_M = sys_srv_wire_sys_interface_interface.methods; *z_z_o_M;
          z_z_o_M++) {
-      GString *z_o_Type = g_string_new("(");
-      for (GDBusArgInfo **z_z_o_A = (*z_z_o_M)->out_args; z_z_o_A && *z_z_o_A; z_z_o_A++)
+      GString* z_o_Type = g_string_new("(");
+      for (GDBusArgInfo** z_z_o_A = (*z_z_o_M)->out_args; z_z_o_A && *z_z_o_A; z_z_o_A++)
         g_string_append(z_o_Type, (*z_z_o_A)->signature);
       g_string_append_c(z_o_Type, ')');
       g_hash_table_insert(z_o_Cache, (*z_z_o_M)->name, g_string_free(z_o_Type, FALSE));
     }
   }
-  const gchar *z_c_Type = g_hash_table_lookup(z_o_Cache, z_c_Method);
+  const gchar* z_c_Type = g_hash_table_lookup(z_o_Cache, z_c_Method);
   g_mutex_unlock(&o_Lock);
   return z_c_Type;
 }
 
-GVariant *sys_srv_client_call_sync(SysSrvClient *self, const gchar *method, GVariant *parameters,
-                                   const GVariantType *reply_type, GDBusCallFlags flags,
-                                   gint timeout_ms, GCancellable *cancellable, GError **error) {
+GVariant* sys_srv_client_call_sync(SysSrvClient* self, const gchar* method, GVariant* parameters,
+                                   const GVariantType* reply_type, GDBusCallFlags flags,
+                                   gint timeout_ms, GCancellable* cancellable, GError** error) {
   g_return_val_if_fail(SYS_SRV_IS_CLIENT(self), NULL);
-  return g_dbus_connection_call_sync(self->z_o_Conn, SYS_SRV_BUS_NAME, SYS_SRV_OBJECT_PATH,
-                                     SYS_SRV_INTERFACE, method, parameters, reply_type, flags,
-                                     timeout_ms < 0 ? self->i_TimeoutMs : timeout_ms, cancellable,
-                                     error);
+  return g_dbus_connection_call_sync(
+      self->z_o_Conn, SYS_SRV_BUS_NAME, SYS_SRV_OBJECT_PATH, SYS_SRV_INTERFACE, method, parameters,
+      reply_type, flags, timeout_ms < 0 ? self->i_TimeoutMs : timeout_ms, cancellable, error);
 }
 
-gboolean sys_srv_client_send(SysSrvClient *self, const gchar *method, GVariant *parameters,
-                             guint32 *out_serial, GError **error) {
+gboolean sys_srv_client_send(SysSrvClient* self, const gchar* method, GVariant* parameters,
+                             guint32* out_serial, GError** error) {
   g_return_val_if_fail(SYS_SRV_IS_CLIENT(self), FALSE);
-  GDBusMessage *z_o_Msg = g_dbus_message_new_method_call(SYS_SRV_BUS_NAME, SYS_SRV_OBJECT_PATH,
+  GDBusMessage* z_o_Msg = g_dbus_message_new_method_call(SYS_SRV_BUS_NAME, SYS_SRV_OBJECT_PATH,
                                                          SYS_SRV_INTERFACE, method);
   g_dbus_message_set_body(z_o_Msg, parameters);
   g_dbus_message_set_flags(z_o_Msg, G_DBUS_MESSAGE_FLAGS_NO_REPLY_EXPECTED);
@@ -254,20 +253,20 @@ gboolean sys_srv_client_send(SysSrvClient *self, const gchar *method, GVariant *
   return b_Ok;
 }
 
-GVariant *f_CallTyped(SysSrvClient *z_o_Self, const gchar *z_c_Method, GVariant *o_Params,
-                      GCancellable *z_o_Cancel, GError **error) {
+GVariant* f_CallTyped(SysSrvClient* z_o_Self, const gchar* z_c_Method, GVariant* o_Params,
+                      GCancellable* z_o_Cancel, GError** error) {
   g_return_val_if_fail(SYS_SRV_IS_CLIENT(z_o_Self), NULL);
-  GVariant *o_Reply = sys_srv_client_call_sync(
-      z_o_Self, z_c_Method, o_Params, G_VARIANT_TYPE(f_ReplyTypeOf(z_c_Method)),
-      G_DBUS_CALL_FLAGS_NONE, -1, z_o_Cancel, error);
+  GVariant* o_Reply = sys_srv_client_call_sync(z_o_Self, z_c_Method, o_Params,
+                                               G_VARIANT_TYPE(f_ReplyTypeOf(z_c_Method)),
+                                               G_DBUS_CALL_FLAGS_NONE, -1, z_o_Cancel, error);
   if (o_Reply == NULL) f_Translate(z_c_Method, error);
   return o_Reply;
 }
 
-static void f_OnTypedReply(GObject *z_o_Src, GAsyncResult *z_o_Res, gpointer z_v_Task) {
-  GTask *z_o_Task = z_v_Task;
-  GError *z_o_Err = NULL;
-  GVariant *o_Reply = g_dbus_connection_call_finish(G_DBUS_CONNECTION(z_o_Src), z_o_Res, &z_o_Err);
+static void f_OnTypedReply(GObject* z_o_Src, GAsyncResult* z_o_Res, gpointer z_v_Task) {
+  GTask* z_o_Task = z_v_Task;
+  GError* z_o_Err = NULL;
+  GVariant* o_Reply = g_dbus_connection_call_finish(G_DBUS_CONNECTION(z_o_Src), z_o_Res, &z_o_Err);
   if (o_Reply == NULL) {
     f_Translate(g_task_get_task_data(z_o_Task), &z_o_Err);
     g_task_return_error(z_o_Task, z_o_Err);
@@ -277,11 +276,11 @@ static void f_OnTypedReply(GObject *z_o_Src, GAsyncResult *z_o_Res, gpointer z_v
   g_object_unref(z_o_Task);
 }
 
-void f_CallTypedAsync(SysSrvClient *z_o_Self, const gchar *z_c_Method, GVariant *o_Params,
-                      GCancellable *z_o_Cancel, GAsyncReadyCallback f_Done, gpointer z_v_Data,
+void f_CallTypedAsync(SysSrvClient* z_o_Self, const gchar* z_c_Method, GVariant* o_Params,
+                      GCancellable* z_o_Cancel, GAsyncReadyCallback f_Done, gpointer z_v_Data,
                       gpointer z_v_Tag) {
   g_return_if_fail(SYS_SRV_IS_CLIENT(z_o_Self));
-  GTask *z_o_Task = g_task_new(z_o_Self, z_o_Cancel, f_Done, z_v_Data);
+  GTask* z_o_Task = g_task_new(z_o_Self, z_o_Cancel, f_Done, z_v_Data);
   g_task_set_source_tag(z_o_Task, z_v_Tag);
   g_task_set_task_data(z_o_Task, g_strdup(z_c_Method), g_free);
   g_dbus_connection_call(z_o_Self->z_o_Conn, SYS_SRV_BUS_NAME, SYS_SRV_OBJECT_PATH,
@@ -290,8 +289,8 @@ void f_CallTypedAsync(SysSrvClient *z_o_Self, const gchar *z_c_Method, GVariant 
                          z_o_Self->i_TimeoutMs, z_o_Cancel, f_OnTypedReply, z_o_Task);
 }
 
-GVariant *f_CallTypedFinish(SysSrvClient *z_o_Self, GAsyncResult *z_o_Res, gpointer z_v_Tag,
-                            GError **error) {
+GVariant* f_CallTypedFinish(SysSrvClient* z_o_Self, GAsyncResult* z_o_Res, gpointer z_v_Tag,
+                            GError** error) {
   g_return_val_if_fail(g_task_is_valid(z_o_Res, z_o_Self), NULL);
   g_return_val_if_fail(g_task_get_source_tag(G_TASK(z_o_Res)) == z_v_Tag, NULL);
   return g_task_propagate_pointer(G_TASK(z_o_Res), error);
@@ -299,30 +298,30 @@ GVariant *f_CallTypedFinish(SysSrvClient *z_o_Self, GAsyncResult *z_o_Res, gpoin
 
 /* --- state ---------------------------------------------------------------------------- */
 
-static void f_SetInt(SysSrvClient *z_o_Self, gint *z_i_Field, gint i_Value, guint ui_Prop) {
+static void f_SetInt(SysSrvClient* z_o_Self, gint* z_i_Field, gint i_Value, guint ui_Prop) {
   if (*z_i_Field == i_Value) return;
   *z_i_Field = i_Value;
   g_object_notify_by_pspec(G_OBJECT(z_o_Self), a_z_o_Props[ui_Prop]);
 }
 
-static void f_SetUInt(SysSrvClient *z_o_Self, guint *z_ui_Field, guint ui_Value, guint ui_Prop) {
+static void f_SetUInt(SysSrvClient* z_o_Self, guint* z_ui_Field, guint ui_Value, guint ui_Prop) {
   if (*z_ui_Field == ui_Value) return;
   *z_ui_Field = ui_Value;
   g_object_notify_by_pspec(G_OBJECT(z_o_Self), a_z_o_Props[ui_Prop]);
 }
 
-static void f_SetBool(SysSrvClient *z_o_Self, gboolean *z_b_Field, gboolean b_Value,
+static void f_SetBool(SysSrvClient* z_o_Self, gboolean* z_b_Field, gboolean b_Value,
                       guint ui_Prop) {
   f_SetInt(z_o_Self, z_b_Field, b_Value ? TRUE : FALSE, ui_Prop);
 }
 
-static void f_SetReadiness(SysSrvClient *z_o_Self, guint ui_Ist, guint ui_Soll) {
+static void f_SetReadiness(SysSrvClient* z_o_Self, guint ui_Ist, guint ui_Soll) {
   f_SetUInt(z_o_Self, &z_o_Self->ui_RdyIst, ui_Ist, PROP_READINESS_ACTUAL);
   f_SetUInt(z_o_Self, &z_o_Self->ui_RdySoll, ui_Soll, PROP_READINESS_REQUIRED);
   f_SetBool(z_o_Self, &z_o_Self->b_Ready, (ui_Ist & ui_Soll) == ui_Soll, PROP_READY);
 }
 
-static void f_SetError(SysSrvClient *z_o_Self, gint i_Code, gint i_Class, gint64 i_Date) {
+static void f_SetError(SysSrvClient* z_o_Self, gint i_Code, gint i_Class, gint64 i_Date) {
   f_SetInt(z_o_Self, &z_o_Self->i_ErrCode, i_Code, PROP_ERROR_CODE);
   f_SetInt(z_o_Self, &z_o_Self->i_ErrClass, i_Class, PROP_ERROR_CLASS);
   if (z_o_Self->i_ErrDate != i_Date) {
@@ -334,18 +333,18 @@ static void f_SetError(SysSrvClient *z_o_Self, gint i_Code, gint i_Class, gint64
 typedef enum { en_LoadCharge, en_LoadStatus, en_LoadReadiness, en_LoadError, en_LoadTool } en_Load;
 
 typedef struct {
-  SysSrvClient *z_o_Self;
+  SysSrvClient* z_o_Self;
   guint ui_Generation;
   en_Load e_What;
 } Load_ST;
 
-static const gchar *const A_Z_C_LOAD_METHODS[] = {"fbattpowerget", "fbattstatusget", "frdyget",
+static const gchar* const A_Z_C_LOAD_METHODS[] = {"fbattpowerget", "fbattstatusget", "frdyget",
                                                   "fsyserrorget", "ftoolenableget"};
 
-static void f_OnLoaded(GObject *z_o_Src, GAsyncResult *z_o_Res, gpointer z_v_Load) {
-  Load_ST *z_o_Load = z_v_Load;
-  SysSrvClient *z_o_Self = z_o_Load->z_o_Self;
-  GVariant *o_Reply = g_dbus_connection_call_finish(G_DBUS_CONNECTION(z_o_Src), z_o_Res, NULL);
+static void f_OnLoaded(GObject* z_o_Src, GAsyncResult* z_o_Res, gpointer z_v_Load) {
+  Load_ST* z_o_Load = z_v_Load;
+  SysSrvClient* z_o_Self = z_o_Load->z_o_Self;
+  GVariant* o_Reply = g_dbus_connection_call_finish(G_DBUS_CONNECTION(z_o_Src), z_o_Res, NULL);
   if (z_o_Load->ui_Generation == z_o_Self->ui_Generation) {
     g_object_freeze_notify(G_OBJECT(z_o_Self));
     gint i_A = 0, i_B = 0, i_C = 0;
@@ -357,7 +356,7 @@ static void f_OnLoaded(GObject *z_o_Src, GAsyncResult *z_o_Res, gpointer z_v_Loa
       case en_LoadStatus:
         i_A = SYS_SRV_BATTERY_STATUS_UNKNOWN;
         if (o_Reply) g_variant_get(o_Reply, "(i)", &i_A);
-        f_SetInt(z_o_Self, (gint *)&z_o_Self->e_BattStatus, i_A, PROP_BATTERY_STATUS);
+        f_SetInt(z_o_Self, (gint*)&z_o_Self->e_BattStatus, i_A, PROP_BATTERY_STATUS);
         break;
       case en_LoadReadiness:
         if (o_Reply) {
@@ -387,35 +386,35 @@ static void f_OnLoaded(GObject *z_o_Src, GAsyncResult *z_o_Res, gpointer z_v_Loa
   g_free(z_o_Load);
 }
 
-static void f_Load(SysSrvClient *z_o_Self, en_Load e_What) {
-  Load_ST *z_o_Load = g_new0(Load_ST, 1);
+static void f_Load(SysSrvClient* z_o_Self, en_Load e_What) {
+  Load_ST* z_o_Load = g_new0(Load_ST, 1);
   z_o_Load->z_o_Self = g_object_ref(z_o_Self);
   z_o_Load->ui_Generation = z_o_Self->ui_Generation;
   z_o_Load->e_What = e_What;
-  const gchar *z_c_Method = A_Z_C_LOAD_METHODS[e_What];
+  const gchar* z_c_Method = A_Z_C_LOAD_METHODS[e_What];
   z_o_Self->ui_Pending++;
-  g_dbus_connection_call(
-      z_o_Self->z_o_Conn, SYS_SRV_BUS_NAME, SYS_SRV_OBJECT_PATH, SYS_SRV_INTERFACE, z_c_Method,
-      e_What == en_LoadStatus ? g_variant_new("(i)", 0) : NULL,
-      G_VARIANT_TYPE(f_ReplyTypeOf(z_c_Method)), G_DBUS_CALL_FLAGS_NO_AUTO_START,
-      z_o_Self->i_TimeoutMs, z_o_Self->z_o_Cancel, f_OnLoaded, z_o_Load);
+  g_dbus_connection_call(z_o_Self->z_o_Conn, SYS_SRV_BUS_NAME, SYS_SRV_OBJECT_PATH,
+                         SYS_SRV_INTERFACE, z_c_Method,
+                         e_What == en_LoadStatus ? g_variant_new("(i)", 0) : NULL,
+                         G_VARIANT_TYPE(f_ReplyTypeOf(z_c_Method)), G_DBUS_CALL_FLAGS_NO_AUTO_START,
+                         z_o_Self->i_TimeoutMs, z_o_Self->z_o_Cancel, f_OnLoaded, z_o_Load);
 }
 
-static void f_OnAppeared(GDBusConnection *z_o_Conn, const gchar *z_c_Name, const gchar *z_c_Owner,
+static void f_OnAppeared(GDBusConnection* z_o_Conn, const gchar* z_c_Name, const gchar* z_c_Owner,
                          gpointer z_v_Self) {
   (void)z_o_Conn;
   (void)z_c_Name;
   (void)z_c_Owner;
-  SysSrvClient *z_o_Self = z_v_Self;
+  SysSrvClient* z_o_Self = z_v_Self;
   z_o_Self->ui_Generation++;
   z_o_Self->ui_Pending = 0;
   for (int i = en_LoadCharge; i <= en_LoadTool; i++) f_Load(z_o_Self, (en_Load)i);
 }
 
-static void f_OnVanished(GDBusConnection *z_o_Conn, const gchar *z_c_Name, gpointer z_v_Self) {
+static void f_OnVanished(GDBusConnection* z_o_Conn, const gchar* z_c_Name, gpointer z_v_Self) {
   (void)z_o_Conn;
   (void)z_c_Name;
-  SysSrvClient *z_o_Self = z_v_Self;
+  SysSrvClient* z_o_Self = z_v_Self;
   z_o_Self->ui_Generation++;
   z_o_Self->ui_Pending = 0;
   g_object_freeze_notify(G_OBJECT(z_o_Self));
@@ -428,8 +427,8 @@ static void f_OnVanished(GDBusConnection *z_o_Conn, const gchar *z_c_Name, gpoin
 /* --- signals ------------------------------------------------------------------------- */
 
 typedef struct {
-  const gchar *z_c_Wire;
-  const gchar *z_c_Type;  // NULL: as the interface description declares it
+  const gchar* z_c_Wire;
+  const gchar* z_c_Type;  // NULL: as the interface description declares it
   guint ui_Signal;
 } SignalMap_ST;
 
@@ -456,13 +455,13 @@ static const SignalMap_ST A_O_SIGNAL_MAP[] = {
 };
 
 /* The payload type a signal really travels with. */
-static gboolean f_PayloadFits(const SignalMap_ST *z_o_Map, GVariant *o_Args) {
+static gboolean f_PayloadFits(const SignalMap_ST* z_o_Map, GVariant* o_Args) {
   if (z_o_Map->z_c_Type != NULL)
     return g_variant_is_of_type(o_Args, G_VARIANT_TYPE(z_o_Map->z_c_Type));
-  GDBusSignalInfo *z_o_Info = g_dbus_interface_info_lookup_signal(
-      (GDBusInterfaceInfo *)&sys_srv_wire_sys_interface_interface, z_o_Map->z_c_Wire);
-  GString *z_o_Type = g_string_new("(");
-  for (GDBusArgInfo **z_z_o_A = z_o_Info->args; z_z_o_A && *z_z_o_A; z_z_o_A++)
+  GDBusSignalInfo* z_o_Info = g_dbus_interface_info_lookup_signal(
+      (GDBusInterfaceInfo*)&sys_srv_wire_sys_interface_interface, z_o_Map->z_c_Wire);
+  GString* z_o_Type = g_string_new("(");
+  for (GDBusArgInfo** z_z_o_A = z_o_Info->args; z_z_o_A && *z_z_o_A; z_z_o_A++)
     g_string_append(z_o_Type, (*z_z_o_A)->signature);
   g_string_append_c(z_o_Type, ')');
   gboolean b_Fits = g_variant_is_of_type(o_Args, G_VARIANT_TYPE(z_o_Type->str));
@@ -470,9 +469,9 @@ static gboolean f_PayloadFits(const SignalMap_ST *z_o_Map, GVariant *o_Args) {
   return b_Fits;
 }
 
-static void f_EmitTyped(SysSrvClient *z_o_Self, guint ui_Signal, GVariant *o_Args) {
+static void f_EmitTyped(SysSrvClient* z_o_Self, guint ui_Signal, GVariant* o_Args) {
   gint i_A = 0, i_B = 0, i_C = 0;
-  const gchar *z_c_S = NULL;
+  const gchar* z_c_S = NULL;
   guint ui_Id = a_ui_Signals[ui_Signal];
   switch (ui_Signal) {
     case SIG_CONFIG_FILE_CHANGED:
@@ -500,7 +499,7 @@ static void f_EmitTyped(SysSrvClient *z_o_Self, guint ui_Signal, GVariant *o_Arg
       break;
     case SIG_BATTERY_STATUS_CHANGED:
       g_variant_get(o_Args, "(i)", &i_A);
-      f_SetInt(z_o_Self, (gint *)&z_o_Self->e_BattStatus, i_A, PROP_BATTERY_STATUS);
+      f_SetInt(z_o_Self, (gint*)&z_o_Self->e_BattStatus, i_A, PROP_BATTERY_STATUS);
       g_signal_emit(z_o_Self, ui_Id, 0, i_A);
       break;
     case SIG_TOOL_ENABLE_CHANGED:
@@ -538,14 +537,14 @@ static void f_EmitTyped(SysSrvClient *z_o_Self, guint ui_Signal, GVariant *o_Arg
   }
 }
 
-static void f_OnSignal(GDBusConnection *z_o_Conn, const gchar *z_c_Sender, const gchar *z_c_Path,
-                       const gchar *z_c_Iface, const gchar *z_c_Name, GVariant *o_Args,
+static void f_OnSignal(GDBusConnection* z_o_Conn, const gchar* z_c_Sender, const gchar* z_c_Path,
+                       const gchar* z_c_Iface, const gchar* z_c_Name, GVariant* o_Args,
                        gpointer z_v_Self) {
   (void)z_o_Conn;
   (void)z_c_Sender;
   (void)z_c_Path;
   (void)z_c_Iface;
-  SysSrvClient *z_o_Self = z_v_Self;
+  SysSrvClient* z_o_Self = z_v_Self;
   g_object_ref(z_o_Self);
   g_signal_emit(z_o_Self, a_ui_Signals[SIG_BUS_SIGNAL], g_quark_from_string(z_c_Name), z_c_Name,
                 o_Args);
@@ -568,31 +567,55 @@ static void f_OnSignal(GDBusConnection *z_o_Conn, const gchar *z_c_Sender, const
 
 /* --- object ---------------------------------------------------------------------------- */
 
-static void sys_srv_client_get_property(GObject *object, guint prop_id, GValue *value,
-                                        GParamSpec *pspec) {
-  SysSrvClient *z_o_Self = SYS_SRV_CLIENT(object);
+static void sys_srv_client_get_property(GObject* object, guint prop_id, GValue* value,
+                                        GParamSpec* pspec) {
+  SysSrvClient* z_o_Self = SYS_SRV_CLIENT(object);
   switch (prop_id) {
-    case PROP_ADDRESS: g_value_set_string(value, z_o_Self->z_c_Address); break;
-    case PROP_SERVICE_RUNNING: g_value_set_boolean(value, z_o_Self->b_Running); break;
-    case PROP_BATTERY_CHARGE: g_value_set_int(value, z_o_Self->i_Charge); break;
-    case PROP_BATTERY_STATUS: g_value_set_enum(value, z_o_Self->e_BattStatus); break;
-    case PROP_READINESS_ACTUAL: g_value_set_uint(value, z_o_Self->ui_RdyIst); break;
-    case PROP_READINESS_REQUIRED: g_value_set_uint(value, z_o_Self->ui_RdySoll); break;
-    case PROP_READY: g_value_set_boolean(value, z_o_Self->b_Ready); break;
-    case PROP_ERROR_CODE: g_value_set_int(value, z_o_Self->i_ErrCode); break;
-    case PROP_ERROR_CLASS: g_value_set_int(value, z_o_Self->i_ErrClass); break;
-    case PROP_ERROR_DATE: g_value_set_int64(value, z_o_Self->i_ErrDate); break;
-    case PROP_TOOL_ENABLED: g_value_set_boolean(value, z_o_Self->b_ToolEnabled); break;
-    default: G_OBJECT_WARN_INVALID_PROPERTY_ID(object, prop_id, pspec);
+    case PROP_ADDRESS:
+      g_value_set_string(value, z_o_Self->z_c_Address);
+      break;
+    case PROP_SERVICE_RUNNING:
+      g_value_set_boolean(value, z_o_Self->b_Running);
+      break;
+    case PROP_BATTERY_CHARGE:
+      g_value_set_int(value, z_o_Self->i_Charge);
+      break;
+    case PROP_BATTERY_STATUS:
+      g_value_set_enum(value, z_o_Self->e_BattStatus);
+      break;
+    case PROP_READINESS_ACTUAL:
+      g_value_set_uint(value, z_o_Self->ui_RdyIst);
+      break;
+    case PROP_READINESS_REQUIRED:
+      g_value_set_uint(value, z_o_Self->ui_RdySoll);
+      break;
+    case PROP_READY:
+      g_value_set_boolean(value, z_o_Self->b_Ready);
+      break;
+    case PROP_ERROR_CODE:
+      g_value_set_int(value, z_o_Self->i_ErrCode);
+      break;
+    case PROP_ERROR_CLASS:
+      g_value_set_int(value, z_o_Self->i_ErrClass);
+      break;
+    case PROP_ERROR_DATE:
+      g_value_set_int64(value, z_o_Self->i_ErrDate);
+      break;
+    case PROP_TOOL_ENABLED:
+      g_value_set_boolean(value, z_o_Self->b_ToolEnabled);
+      break;
+    default:
+      G_OBJECT_WARN_INVALID_PROPERTY_ID(object, prop_id, pspec);
   }
 }
 
-static void sys_srv_client_dispose(GObject *object) {
-  SysSrvClient *z_o_Self = SYS_SRV_CLIENT(object);
+static void sys_srv_client_dispose(GObject* object) {
+  SysSrvClient* z_o_Self = SYS_SRV_CLIENT(object);
   g_cancellable_cancel(z_o_Self->z_o_Cancel);
   if (z_o_Self->ui_Watch != 0) g_bus_unwatch_name(z_o_Self->ui_Watch);
   z_o_Self->ui_Watch = 0;
-  if (z_o_Self->ui_Sub != 0) g_dbus_connection_signal_unsubscribe(z_o_Self->z_o_Conn, z_o_Self->ui_Sub);
+  if (z_o_Self->ui_Sub != 0)
+    g_dbus_connection_signal_unsubscribe(z_o_Self->z_o_Conn, z_o_Self->ui_Sub);
   z_o_Self->ui_Sub = 0;
   if (z_o_Self->z_o_Conn != NULL) {
     /* A call sent without waiting must still leave before the connection goes. */
@@ -604,44 +627,44 @@ static void sys_srv_client_dispose(GObject *object) {
   G_OBJECT_CLASS(sys_srv_client_parent_class)->dispose(object);
 }
 
-static void sys_srv_client_finalize(GObject *object) {
+static void sys_srv_client_finalize(GObject* object) {
   g_free(SYS_SRV_CLIENT(object)->z_c_Address);
   G_OBJECT_CLASS(sys_srv_client_parent_class)->finalize(object);
 }
 
-static void sys_srv_client_init(SysSrvClient *self) {
+static void sys_srv_client_init(SysSrvClient* self) {
   self->i_TimeoutMs = 25000;
   self->e_BattStatus = SYS_SRV_BATTERY_STATUS_UNKNOWN;
   self->z_o_Cancel = g_cancellable_new();
 }
 
-static GParamSpec *f_IntProp(const gchar *z_c_Name, const gchar *z_c_Blurb) {
+static GParamSpec* f_IntProp(const gchar* z_c_Name, const gchar* z_c_Blurb) {
   return g_param_spec_int(z_c_Name, NULL, z_c_Blurb, G_MININT, G_MAXINT, 0,
                           G_PARAM_READABLE | G_PARAM_STATIC_STRINGS | G_PARAM_EXPLICIT_NOTIFY);
 }
 
-static GParamSpec *f_BoolProp(const gchar *z_c_Name, const gchar *z_c_Blurb) {
+static GParamSpec* f_BoolProp(const gchar* z_c_Name, const gchar* z_c_Blurb) {
   return g_param_spec_boolean(z_c_Name, NULL, z_c_Blurb, FALSE,
                               G_PARAM_READABLE | G_PARAM_STATIC_STRINGS | G_PARAM_EXPLICIT_NOTIFY);
 }
 
-static GParamSpec *f_UIntProp(const gchar *z_c_Name, const gchar *z_c_Blurb) {
+static GParamSpec* f_UIntProp(const gchar* z_c_Name, const gchar* z_c_Blurb) {
   return g_param_spec_uint(z_c_Name, NULL, z_c_Blurb, 0, G_MAXUINT, 0,
                            G_PARAM_READABLE | G_PARAM_STATIC_STRINGS | G_PARAM_EXPLICIT_NOTIFY);
 }
 
-static guint f_NewSignal(GObjectClass *z_o_Class, const gchar *z_c_Name, guint ui_N, ...) {
+static guint f_NewSignal(GObjectClass* z_o_Class, const gchar* z_c_Name, guint ui_N, ...) {
   GType a_Types[4];
   va_list o_Ap;
   va_start(o_Ap, ui_N);
   for (guint i = 0; i < ui_N; i++) a_Types[i] = va_arg(o_Ap, GType);
   va_end(o_Ap);
-  return g_signal_newv(z_c_Name, G_TYPE_FROM_CLASS(z_o_Class), G_SIGNAL_RUN_LAST, NULL, NULL,
-                       NULL, NULL, G_TYPE_NONE, ui_N, a_Types);
+  return g_signal_newv(z_c_Name, G_TYPE_FROM_CLASS(z_o_Class), G_SIGNAL_RUN_LAST, NULL, NULL, NULL,
+                       NULL, G_TYPE_NONE, ui_N, a_Types);
 }
 
-static void sys_srv_client_class_init(SysSrvClientClass *klass) {
-  GObjectClass *z_o_Class = G_OBJECT_CLASS(klass);
+static void sys_srv_client_class_init(SysSrvClientClass* klass) {
+  GObjectClass* z_o_Class = G_OBJECT_CLASS(klass);
   z_o_Class->get_property = sys_srv_client_get_property;
   z_o_Class->dispose = sys_srv_client_dispose;
   z_o_Class->finalize = sys_srv_client_finalize;
@@ -651,9 +674,8 @@ static void sys_srv_client_class_init(SysSrvClientClass *klass) {
    *
    * The address of the bus.
    */
-  a_z_o_Props[PROP_ADDRESS] =
-      g_param_spec_string("address", NULL, "bus address", NULL,
-                          G_PARAM_READABLE | G_PARAM_STATIC_STRINGS);
+  a_z_o_Props[PROP_ADDRESS] = g_param_spec_string("address", NULL, "bus address", NULL,
+                                                  G_PARAM_READABLE | G_PARAM_STATIC_STRINGS);
   /**
    * SysSrvClient:service-running:
    *
@@ -671,10 +693,10 @@ static void sys_srv_client_class_init(SysSrvClientClass *klass) {
    *
    * Battery status.
    */
-  a_z_o_Props[PROP_BATTERY_STATUS] = g_param_spec_enum(
-      "battery-status", NULL, "battery status", SYS_SRV_TYPE_BATTERY_STATUS,
-      SYS_SRV_BATTERY_STATUS_UNKNOWN,
-      G_PARAM_READABLE | G_PARAM_STATIC_STRINGS | G_PARAM_EXPLICIT_NOTIFY);
+  a_z_o_Props[PROP_BATTERY_STATUS] =
+      g_param_spec_enum("battery-status", NULL, "battery status", SYS_SRV_TYPE_BATTERY_STATUS,
+                        SYS_SRV_BATTERY_STATUS_UNKNOWN,
+                        G_PARAM_READABLE | G_PARAM_STATIC_STRINGS | G_PARAM_EXPLICIT_NOTIFY);
   /**
    * SysSrvClient:readiness-actual:
    *
@@ -731,8 +753,8 @@ static void sys_srv_client_class_init(SysSrvClientClass *klass) {
    * Every signal of the service untyped, for monitors; the detail is the wire name.
    */
   a_ui_Signals[SIG_BUS_SIGNAL] =
-      g_signal_new("bus-signal", G_TYPE_FROM_CLASS(klass), G_SIGNAL_RUN_LAST | G_SIGNAL_DETAILED,
-                   0, NULL, NULL, NULL, G_TYPE_NONE, 2, G_TYPE_STRING, G_TYPE_VARIANT);
+      g_signal_new("bus-signal", G_TYPE_FROM_CLASS(klass), G_SIGNAL_RUN_LAST | G_SIGNAL_DETAILED, 0,
+                   NULL, NULL, NULL, G_TYPE_NONE, 2, G_TYPE_STRING, G_TYPE_VARIANT);
   /**
    * SysSrvClient::config-file-changed:
    * @self: the client
@@ -779,16 +801,14 @@ static void sys_srv_client_class_init(SysSrvClientClass *klass) {
    * @self: the client
    * @seconds: seconds left before the tool switches itself off
    */
-  a_ui_Signals[SIG_BATTERY_COUNTDOWN] =
-      f_NewSignal(z_o_Class, "battery-countdown", 1, G_TYPE_INT);
+  a_ui_Signals[SIG_BATTERY_COUNTDOWN] = f_NewSignal(z_o_Class, "battery-countdown", 1, G_TYPE_INT);
   /**
    * SysSrvClient::new-result:
    * @self: the client
    * @database_path: the result database
    * @data_set: the data set number
    */
-  a_ui_Signals[SIG_NEW_RESULT] =
-      f_NewSignal(z_o_Class, "new-result", 2, G_TYPE_STRING, G_TYPE_INT);
+  a_ui_Signals[SIG_NEW_RESULT] = f_NewSignal(z_o_Class, "new-result", 2, G_TYPE_STRING, G_TYPE_INT);
   /**
    * SysSrvClient::tool-enable-changed:
    * @self: the client
@@ -861,24 +881,25 @@ static void sys_srv_client_class_init(SysSrvClientClass *klass) {
    * @trigger_source: what triggers it
    * @trigger_value: the trigger's value
    */
-  a_ui_Signals[SIG_OPERATION_MODE_REQUESTED] = f_NewSignal(
-      z_o_Class, "operation-mode-requested", 3, G_TYPE_INT, G_TYPE_INT, G_TYPE_INT);
+  a_ui_Signals[SIG_OPERATION_MODE_REQUESTED] =
+      f_NewSignal(z_o_Class, "operation-mode-requested", 3, G_TYPE_INT, G_TYPE_INT, G_TYPE_INT);
 }
 
-SysSrvClient *sys_srv_client_new_for_address_sync(const gchar *address, GCancellable *cancellable,
-                                                  GError **error) {
+SysSrvClient* sys_srv_client_new_for_address_sync(const gchar* address, GCancellable* cancellable,
+                                                  GError** error) {
   g_return_val_if_fail(address != NULL, NULL);
   /* A connection of our own rather than GLib's shared one: the shared one ends the
    * process when the bus goes away, which is not a library's decision to make. */
-  GDBusConnection *z_o_Conn = g_dbus_connection_new_for_address_sync(
-      address,
-      G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT | G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION,
-      NULL, cancellable, error);
+  GDBusConnection* z_o_Conn =
+      g_dbus_connection_new_for_address_sync(address,
+                                             G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
+                                                 G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION,
+                                             NULL, cancellable, error);
   if (z_o_Conn == NULL) {
     f_Translate("connect", error);
     return NULL;
   }
-  SysSrvClient *z_o_Self = g_object_new(SYS_SRV_TYPE_CLIENT, NULL);
+  SysSrvClient* z_o_Self = g_object_new(SYS_SRV_TYPE_CLIENT, NULL);
   z_o_Self->z_c_Address = g_strdup(address);
   z_o_Self->z_o_Conn = z_o_Conn;
   z_o_Self->ui_Sub = g_dbus_connection_signal_subscribe(
@@ -890,37 +911,37 @@ SysSrvClient *sys_srv_client_new_for_address_sync(const gchar *address, GCancell
   return z_o_Self;
 }
 
-SysSrvClient *sys_srv_client_new_sync(GCancellable *cancellable, GError **error) {
-  gchar *z_c_Addr = g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SYSTEM, cancellable, error);
+SysSrvClient* sys_srv_client_new_sync(GCancellable* cancellable, GError** error) {
+  gchar* z_c_Addr = g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SYSTEM, cancellable, error);
   if (z_c_Addr == NULL) {
     f_Translate("connect", error);
     return NULL;
   }
-  SysSrvClient *z_o_Self = sys_srv_client_new_for_address_sync(z_c_Addr, cancellable, error);
+  SysSrvClient* z_o_Self = sys_srv_client_new_for_address_sync(z_c_Addr, cancellable, error);
   g_free(z_c_Addr);
   return z_o_Self;
 }
 
-const gchar *sys_srv_client_get_address(SysSrvClient *self) {
+const gchar* sys_srv_client_get_address(SysSrvClient* self) {
   g_return_val_if_fail(SYS_SRV_IS_CLIENT(self), NULL);
   return self->z_c_Address;
 }
 
-GDBusConnection *sys_srv_client_get_connection(SysSrvClient *self) {
+GDBusConnection* sys_srv_client_get_connection(SysSrvClient* self) {
   g_return_val_if_fail(SYS_SRV_IS_CLIENT(self), NULL);
   return self->z_o_Conn;
 }
 
-void sys_srv_client_set_timeout(SysSrvClient *self, gint timeout_ms) {
+void sys_srv_client_set_timeout(SysSrvClient* self, gint timeout_ms) {
   g_return_if_fail(SYS_SRV_IS_CLIENT(self));
   self->i_TimeoutMs = timeout_ms;
 }
 
-gchar *sys_srv_client_lookup_owner_sync(SysSrvClient *self, GCancellable *cancellable,
-                                        GError **error) {
+gchar* sys_srv_client_lookup_owner_sync(SysSrvClient* self, GCancellable* cancellable,
+                                        GError** error) {
   g_return_val_if_fail(SYS_SRV_IS_CLIENT(self), NULL);
-  GError *z_o_Err = NULL;
-  GVariant *o_Reply = g_dbus_connection_call_sync(
+  GError* z_o_Err = NULL;
+  GVariant* o_Reply = g_dbus_connection_call_sync(
       self->z_o_Conn, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
       "GetNameOwner", g_variant_new("(s)", SYS_SRV_BUS_NAME), G_VARIANT_TYPE("(s)"),
       G_DBUS_CALL_FLAGS_NONE, self->i_TimeoutMs, cancellable, &z_o_Err);
@@ -934,47 +955,47 @@ gchar *sys_srv_client_lookup_owner_sync(SysSrvClient *self, GCancellable *cancel
     g_propagate_error(error, z_o_Err);
     return NULL;
   }
-  gchar *z_c_Owner = NULL;
+  gchar* z_c_Owner = NULL;
   g_variant_get(o_Reply, "(s)", &z_c_Owner);
   g_variant_unref(o_Reply);
   return z_c_Owner;
 }
 
-gboolean sys_srv_client_get_service_running(SysSrvClient *self) {
+gboolean sys_srv_client_get_service_running(SysSrvClient* self) {
   g_return_val_if_fail(SYS_SRV_IS_CLIENT(self), FALSE);
   return self->b_Running;
 }
 
-gint sys_srv_client_get_battery_charge(SysSrvClient *self) {
+gint sys_srv_client_get_battery_charge(SysSrvClient* self) {
   g_return_val_if_fail(SYS_SRV_IS_CLIENT(self), 0);
   return self->i_Charge;
 }
 
-SysSrvBatteryStatus sys_srv_client_get_battery_status(SysSrvClient *self) {
+SysSrvBatteryStatus sys_srv_client_get_battery_status(SysSrvClient* self) {
   g_return_val_if_fail(SYS_SRV_IS_CLIENT(self), SYS_SRV_BATTERY_STATUS_UNKNOWN);
   return self->e_BattStatus;
 }
 
-gboolean sys_srv_client_get_ready(SysSrvClient *self) {
+gboolean sys_srv_client_get_ready(SysSrvClient* self) {
   g_return_val_if_fail(SYS_SRV_IS_CLIENT(self), FALSE);
   return self->b_Ready;
 }
 
-void sys_srv_client_get_readiness(SysSrvClient *self, guint *actual, guint *required) {
+void sys_srv_client_get_readiness(SysSrvClient* self, guint* actual, guint* required) {
   g_return_if_fail(SYS_SRV_IS_CLIENT(self));
   if (actual) *actual = self->ui_RdyIst;
   if (required) *required = self->ui_RdySoll;
 }
 
-void sys_srv_client_get_current_error(SysSrvClient *self, gint *code, gint *error_class,
-                                      gint64 *date) {
+void sys_srv_client_get_current_error(SysSrvClient* self, gint* code, gint* error_class,
+                                      gint64* date) {
   g_return_if_fail(SYS_SRV_IS_CLIENT(self));
   if (code) *code = self->i_ErrCode;
   if (error_class) *error_class = self->i_ErrClass;
   if (date) *date = self->i_ErrDate;
 }
 
-gboolean sys_srv_client_get_tool_enabled(SysSrvClient *self) {
+gboolean sys_srv_client_get_tool_enabled(SysSrvClient* self) {
   g_return_val_if_fail(SYS_SRV_IS_CLIENT(self), FALSE);
   return self->b_ToolEnabled;
 }

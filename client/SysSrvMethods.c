@@ -2,24 +2,42 @@
  * reply. Replies and failures go through the client's common call path. */
 #include "SysSrvPrivate.h"
 
-static gboolean f_Void(SysSrvClient *z_o_Self, const gchar *z_c_Method, GVariant *o_Params,
-                       GCancellable *z_o_Cancel, GError **error) {
-  GVariant *o_Reply = f_CallTyped(z_o_Self, z_c_Method, o_Params, z_o_Cancel, error);
+static gboolean f_Void(SysSrvClient* z_o_Self, const gchar* z_c_Method, GVariant* o_Params,
+                       GCancellable* z_o_Cancel, GError** error) {
+  GVariant* o_Reply = f_CallTyped(z_o_Self, z_c_Method, o_Params, z_o_Cancel, error);
   if (o_Reply == NULL) return FALSE;
   g_variant_unref(o_Reply);
   return TRUE;
 }
 
-static gboolean f_VoidFinish(SysSrvClient *z_o_Self, GAsyncResult *z_o_Res, gpointer z_v_Tag,
-                             GError **error) {
-  GVariant *o_Reply = f_CallTypedFinish(z_o_Self, z_o_Res, z_v_Tag, error);
+static gboolean f_VoidFinish(SysSrvClient* z_o_Self, GAsyncResult* z_o_Res, gpointer z_v_Tag,
+                             GError** error) {
+  GVariant* o_Reply = f_CallTypedFinish(z_o_Self, z_o_Res, z_v_Tag, error);
   if (o_Reply == NULL) return FALSE;
   g_variant_unref(o_Reply);
   return TRUE;
 }
+
+/* The three forms of a method without a result: NAME_sync, NAME and NAME_finish. The
+ * trailing arguments are the method's own parameters; WIRE and ARGS may use them. */
+#define F_VOID_METHOD(NAME, WIRE, ARGS, ...)                                                      \
+  gboolean sys_srv_client_##NAME##_sync(                                                          \
+      SysSrvClient* self, F_PARAMS(__VA_ARGS__) GCancellable* cancellable, GError** error) {      \
+    return f_Void(self, WIRE, ARGS, cancellable, error);                                          \
+  }                                                                                               \
+  void sys_srv_client_##NAME(SysSrvClient* self, F_PARAMS(__VA_ARGS__) GCancellable* cancellable, \
+                             GAsyncReadyCallback callback, gpointer user_data) {                  \
+    f_CallTypedAsync(self, WIRE, ARGS, cancellable, callback, user_data, sys_srv_client_##NAME);  \
+  }                                                                                               \
+  gboolean sys_srv_client_##NAME##_finish(SysSrvClient* self, GAsyncResult* result,               \
+                                          GError** error) {                                       \
+    return f_VoidFinish(self, result, sys_srv_client_##NAME, error);                              \
+  }
+/* The parameters followed by a comma, or nothing. */
+#define F_PARAMS(...) __VA_OPT__(__VA_ARGS__, )
 
 /* One int out of a "(i)" reply, consuming the reply. */
-static gboolean f_TakeInt(GVariant *o_Reply, gint *z_i_Out) {
+static gboolean f_TakeInt(GVariant* o_Reply, gint* z_i_Out) {
   if (o_Reply == NULL) return FALSE;
   gint i_Value = 0;
   g_variant_get(o_Reply, "(i)", &i_Value);
@@ -29,8 +47,8 @@ static gboolean f_TakeInt(GVariant *o_Reply, gint *z_i_Out) {
 }
 
 /* The wire carries an error as its coded number in decimal text. */
-static GVariant *f_ErrorArgs(const gchar *z_c_Proc, gint i_Code, gint i_Class,
-                             const gchar *z_c_Ack) {
+static GVariant* f_ErrorArgs(const gchar* z_c_Proc, gint i_Code, gint i_Class,
+                             const gchar* z_c_Ack) {
   gchar a_c_Coded[16];
   g_snprintf(a_c_Coded, sizeof a_c_Coded, "%d", sys_srv_error_encode(i_Code, i_Class));
   return g_variant_new("(sss)", z_c_Proc, a_c_Coded, z_c_Ack);
@@ -40,70 +58,17 @@ static GVariant *f_ErrorArgs(const gchar *z_c_Proc, gint i_Code, gint i_Class,
 #define A_C_REPORT ""
 #define A_C_ACK "Ack"
 
-gboolean sys_srv_client_report_error_sync(SysSrvClient *self, const gchar *process, gint code,
-                                          gint error_class, GCancellable *cancellable,
-                                          GError **error) {
-  return f_Void(self, "freporterror", f_ErrorArgs(process, code, error_class, A_C_REPORT),
-                cancellable, error);
-}
-void sys_srv_client_report_error(SysSrvClient *self, const gchar *process, gint code,
-                                 gint error_class, GCancellable *cancellable,
-                                 GAsyncReadyCallback callback, gpointer user_data) {
-  f_CallTypedAsync(self, "freporterror", f_ErrorArgs(process, code, error_class, A_C_REPORT),
-                   cancellable, callback, user_data, sys_srv_client_report_error);
-}
-gboolean sys_srv_client_report_error_finish(SysSrvClient *self, GAsyncResult *result,
-                                            GError **error) {
-  return f_VoidFinish(self, result, sys_srv_client_report_error, error);
-}
+F_VOID_METHOD(report_error, "freporterror", f_ErrorArgs(process, code, error_class, A_C_REPORT),
+              const gchar* process, gint code, gint error_class)
 
-gboolean sys_srv_client_ack_error_sync(SysSrvClient *self, const gchar *process, gint code,
-                                       gint error_class, GCancellable *cancellable,
-                                       GError **error) {
-  return f_Void(self, "freporterror", f_ErrorArgs(process, code, error_class, A_C_ACK),
-                cancellable, error);
-}
-void sys_srv_client_ack_error(SysSrvClient *self, const gchar *process, gint code,
-                              gint error_class, GCancellable *cancellable,
-                              GAsyncReadyCallback callback, gpointer user_data) {
-  f_CallTypedAsync(self, "freporterror", f_ErrorArgs(process, code, error_class, A_C_ACK),
-                   cancellable, callback, user_data, sys_srv_client_ack_error);
-}
-gboolean sys_srv_client_ack_error_finish(SysSrvClient *self, GAsyncResult *result,
-                                         GError **error) {
-  return f_VoidFinish(self, result, sys_srv_client_ack_error, error);
-}
+F_VOID_METHOD(ack_error, "freporterror", f_ErrorArgs(process, code, error_class, A_C_ACK),
+              const gchar* process, gint code, gint error_class)
 
-gboolean sys_srv_client_ack_error_list_sync(SysSrvClient *self, GCancellable *cancellable,
-                                            GError **error) {
-  return f_Void(self, "fackerrlist", NULL, cancellable, error);
-}
-void sys_srv_client_ack_error_list(SysSrvClient *self, GCancellable *cancellable,
-                                   GAsyncReadyCallback callback, gpointer user_data) {
-  f_CallTypedAsync(self, "fackerrlist", NULL, cancellable, callback, user_data,
-                   sys_srv_client_ack_error_list);
-}
-gboolean sys_srv_client_ack_error_list_finish(SysSrvClient *self, GAsyncResult *result,
-                                              GError **error) {
-  return f_VoidFinish(self, result, sys_srv_client_ack_error_list, error);
-}
+F_VOID_METHOD(ack_error_list, "fackerrlist", NULL)
 
-gboolean sys_srv_client_delete_error_list_sync(SysSrvClient *self, GCancellable *cancellable,
-                                               GError **error) {
-  return f_Void(self, "fdelerrlist", NULL, cancellable, error);
-}
-void sys_srv_client_delete_error_list(SysSrvClient *self, GCancellable *cancellable,
-                                      GAsyncReadyCallback callback, gpointer user_data) {
-  f_CallTypedAsync(self, "fdelerrlist", NULL, cancellable, callback, user_data,
-                   sys_srv_client_delete_error_list);
-}
-gboolean sys_srv_client_delete_error_list_finish(SysSrvClient *self, GAsyncResult *result,
-                                                 GError **error) {
-  return f_VoidFinish(self, result, sys_srv_client_delete_error_list, error);
-}
+F_VOID_METHOD(delete_error_list, "fdelerrlist", NULL)
 
-static gboolean f_TakeCurrentError(GVariant *o_Reply, gint *code, gint *error_class,
-                                   gint64 *date) {
+static gboolean f_TakeCurrentError(GVariant* o_Reply, gint* code, gint* error_class, gint64* date) {
   if (o_Reply == NULL) return FALSE;
   gint i_Code = 0, i_Class = 0, i_Date = 0;
   g_variant_get(o_Reply, "(iii)", &i_Code, &i_Class, &i_Date);
@@ -114,51 +79,51 @@ static gboolean f_TakeCurrentError(GVariant *o_Reply, gint *code, gint *error_cl
   return TRUE;
 }
 
-gboolean sys_srv_client_fetch_current_error_sync(SysSrvClient *self, gint *code,
-                                                 gint *error_class, gint64 *date,
-                                                 GCancellable *cancellable, GError **error) {
+gboolean sys_srv_client_fetch_current_error_sync(SysSrvClient* self, gint* code, gint* error_class,
+                                                 gint64* date, GCancellable* cancellable,
+                                                 GError** error) {
   return f_TakeCurrentError(f_CallTyped(self, "fsyserrorget", NULL, cancellable, error), code,
                             error_class, date);
 }
-void sys_srv_client_fetch_current_error(SysSrvClient *self, GCancellable *cancellable,
+void sys_srv_client_fetch_current_error(SysSrvClient* self, GCancellable* cancellable,
                                         GAsyncReadyCallback callback, gpointer user_data) {
   f_CallTypedAsync(self, "fsyserrorget", NULL, cancellable, callback, user_data,
                    sys_srv_client_fetch_current_error);
 }
-gboolean sys_srv_client_fetch_current_error_finish(SysSrvClient *self, GAsyncResult *result,
-                                                   gint *code, gint *error_class, gint64 *date,
-                                                   GError **error) {
+gboolean sys_srv_client_fetch_current_error_finish(SysSrvClient* self, GAsyncResult* result,
+                                                   gint* code, gint* error_class, gint64* date,
+                                                   GError** error) {
   return f_TakeCurrentError(
-      f_CallTypedFinish(self, result, sys_srv_client_fetch_current_error, error), code,
-      error_class, date);
+      f_CallTypedFinish(self, result, sys_srv_client_fetch_current_error, error), code, error_class,
+      date);
 }
 
-static GPtrArray *f_TakeActiveErrors(GVariant *o_Reply, GError **error) {
+static GPtrArray* f_TakeActiveErrors(GVariant* o_Reply, GError** error) {
   if (o_Reply == NULL) return NULL;
-  const gchar *z_c_Json = NULL;
+  const gchar* z_c_Json = NULL;
   g_variant_get(o_Reply, "(&s)", &z_c_Json);
-  GPtrArray *z_o_List = f_ParseActiveErrors(z_c_Json, error);
+  GPtrArray* z_o_List = f_ParseActiveErrors(z_c_Json, error);
   g_variant_unref(o_Reply);
   return z_o_List;
 }
 
-GPtrArray *sys_srv_client_fetch_active_errors_sync(SysSrvClient *self, GCancellable *cancellable,
-                                                   GError **error) {
+GPtrArray* sys_srv_client_fetch_active_errors_sync(SysSrvClient* self, GCancellable* cancellable,
+                                                   GError** error) {
   return f_TakeActiveErrors(f_CallTyped(self, "fgetunacknsyserrors", NULL, cancellable, error),
                             error);
 }
-void sys_srv_client_fetch_active_errors(SysSrvClient *self, GCancellable *cancellable,
+void sys_srv_client_fetch_active_errors(SysSrvClient* self, GCancellable* cancellable,
                                         GAsyncReadyCallback callback, gpointer user_data) {
   f_CallTypedAsync(self, "fgetunacknsyserrors", NULL, cancellable, callback, user_data,
                    sys_srv_client_fetch_active_errors);
 }
-GPtrArray *sys_srv_client_fetch_active_errors_finish(SysSrvClient *self, GAsyncResult *result,
-                                                     GError **error) {
+GPtrArray* sys_srv_client_fetch_active_errors_finish(SysSrvClient* self, GAsyncResult* result,
+                                                     GError** error) {
   return f_TakeActiveErrors(
       f_CallTypedFinish(self, result, sys_srv_client_fetch_active_errors, error), error);
 }
 
-static gboolean f_TakeReadiness(GVariant *o_Reply, guint *actual, guint *required) {
+static gboolean f_TakeReadiness(GVariant* o_Reply, guint* actual, guint* required) {
   if (o_Reply == NULL) return FALSE;
   gint i_Ist = 0, i_Soll = 0;
   g_variant_get(o_Reply, "(ii)", &i_Ist, &i_Soll);
@@ -168,208 +133,155 @@ static gboolean f_TakeReadiness(GVariant *o_Reply, guint *actual, guint *require
   return TRUE;
 }
 
-gboolean sys_srv_client_fetch_readiness_sync(SysSrvClient *self, guint *actual, guint *required,
-                                             GCancellable *cancellable, GError **error) {
-  return f_TakeReadiness(f_CallTyped(self, "frdyget", NULL, cancellable, error), actual,
-                         required);
+gboolean sys_srv_client_fetch_readiness_sync(SysSrvClient* self, guint* actual, guint* required,
+                                             GCancellable* cancellable, GError** error) {
+  return f_TakeReadiness(f_CallTyped(self, "frdyget", NULL, cancellable, error), actual, required);
 }
-void sys_srv_client_fetch_readiness(SysSrvClient *self, GCancellable *cancellable,
+void sys_srv_client_fetch_readiness(SysSrvClient* self, GCancellable* cancellable,
                                     GAsyncReadyCallback callback, gpointer user_data) {
   f_CallTypedAsync(self, "frdyget", NULL, cancellable, callback, user_data,
                    sys_srv_client_fetch_readiness);
 }
-gboolean sys_srv_client_fetch_readiness_finish(SysSrvClient *self, GAsyncResult *result,
-                                               guint *actual, guint *required, GError **error) {
+gboolean sys_srv_client_fetch_readiness_finish(SysSrvClient* self, GAsyncResult* result,
+                                               guint* actual, guint* required, GError** error) {
   return f_TakeReadiness(f_CallTypedFinish(self, result, sys_srv_client_fetch_readiness, error),
                          actual, required);
 }
 
-gboolean sys_srv_client_set_ready_flag_sync(SysSrvClient *self, gint flag, gboolean set,
-                                            GCancellable *cancellable, GError **error) {
-  return f_Void(self, set ? "frdyflagset" : "frdyflagreset", g_variant_new("(i)", flag),
-                cancellable, error);
-}
-void sys_srv_client_set_ready_flag(SysSrvClient *self, gint flag, gboolean set,
-                                   GCancellable *cancellable, GAsyncReadyCallback callback,
-                                   gpointer user_data) {
-  f_CallTypedAsync(self, set ? "frdyflagset" : "frdyflagreset", g_variant_new("(i)", flag),
-                   cancellable, callback, user_data, sys_srv_client_set_ready_flag);
-}
-gboolean sys_srv_client_set_ready_flag_finish(SysSrvClient *self, GAsyncResult *result,
-                                              GError **error) {
-  return f_VoidFinish(self, result, sys_srv_client_set_ready_flag, error);
-}
+F_VOID_METHOD(set_ready_flag, set ? "frdyflagset" : "frdyflagreset", g_variant_new("(i)", flag),
+              gint flag, gboolean set)
 
-gboolean sys_srv_client_dump_readiness_sync(SysSrvClient *self, GCancellable *cancellable,
-                                            GError **error) {
-  return f_Void(self, "fdumprdy", NULL, cancellable, error);
-}
-void sys_srv_client_dump_readiness(SysSrvClient *self, GCancellable *cancellable,
-                                   GAsyncReadyCallback callback, gpointer user_data) {
-  f_CallTypedAsync(self, "fdumprdy", NULL, cancellable, callback, user_data,
-                   sys_srv_client_dump_readiness);
-}
-gboolean sys_srv_client_dump_readiness_finish(SysSrvClient *self, GAsyncResult *result,
-                                              GError **error) {
-  return f_VoidFinish(self, result, sys_srv_client_dump_readiness, error);
-}
+F_VOID_METHOD(dump_readiness, "fdumprdy", NULL)
 
-gboolean sys_srv_client_fetch_battery_charge_sync(SysSrvClient *self, gint *charge,
-                                                  GCancellable *cancellable, GError **error) {
+gboolean sys_srv_client_fetch_battery_charge_sync(SysSrvClient* self, gint* charge,
+                                                  GCancellable* cancellable, GError** error) {
   return f_TakeInt(f_CallTyped(self, "fbattpowerget", NULL, cancellable, error), charge);
 }
-void sys_srv_client_fetch_battery_charge(SysSrvClient *self, GCancellable *cancellable,
+void sys_srv_client_fetch_battery_charge(SysSrvClient* self, GCancellable* cancellable,
                                          GAsyncReadyCallback callback, gpointer user_data) {
   f_CallTypedAsync(self, "fbattpowerget", NULL, cancellable, callback, user_data,
                    sys_srv_client_fetch_battery_charge);
 }
-gboolean sys_srv_client_fetch_battery_charge_finish(SysSrvClient *self, GAsyncResult *result,
-                                                    gint *charge, GError **error) {
+gboolean sys_srv_client_fetch_battery_charge_finish(SysSrvClient* self, GAsyncResult* result,
+                                                    gint* charge, GError** error) {
   return f_TakeInt(f_CallTypedFinish(self, result, sys_srv_client_fetch_battery_charge, error),
                    charge);
 }
 
-gboolean sys_srv_client_set_battery_charge_sync(SysSrvClient *self, gint charge,
-                                                GCancellable *cancellable, GError **error) {
-  return f_Void(self, "fbattpowerset", g_variant_new("(i)", charge), cancellable, error);
-}
-void sys_srv_client_set_battery_charge(SysSrvClient *self, gint charge, GCancellable *cancellable,
-                                       GAsyncReadyCallback callback, gpointer user_data) {
-  f_CallTypedAsync(self, "fbattpowerset", g_variant_new("(i)", charge), cancellable, callback,
-                   user_data, sys_srv_client_set_battery_charge);
-}
-gboolean sys_srv_client_set_battery_charge_finish(SysSrvClient *self, GAsyncResult *result,
-                                                  GError **error) {
-  return f_VoidFinish(self, result, sys_srv_client_set_battery_charge, error);
-}
+F_VOID_METHOD(set_battery_charge, "fbattpowerset", g_variant_new("(i)", charge), gint charge)
 
 /* The status getter takes one int on the wire, whose value the service ignores. */
 #define O_BATT_STATUS_GET_ARGS g_variant_new("(i)", 0)
 
-gboolean sys_srv_client_fetch_battery_status_sync(SysSrvClient *self,
-                                                  SysSrvBatteryStatus *status,
-                                                  GCancellable *cancellable, GError **error) {
-  return f_TakeInt(
-      f_CallTyped(self, "fbattstatusget", O_BATT_STATUS_GET_ARGS, cancellable, error),
-      (gint *)status);
+gboolean sys_srv_client_fetch_battery_status_sync(SysSrvClient* self, SysSrvBatteryStatus* status,
+                                                  GCancellable* cancellable, GError** error) {
+  return f_TakeInt(f_CallTyped(self, "fbattstatusget", O_BATT_STATUS_GET_ARGS, cancellable, error),
+                   (gint*)status);
 }
-void sys_srv_client_fetch_battery_status(SysSrvClient *self, GCancellable *cancellable,
+void sys_srv_client_fetch_battery_status(SysSrvClient* self, GCancellable* cancellable,
                                          GAsyncReadyCallback callback, gpointer user_data) {
-  f_CallTypedAsync(self, "fbattstatusget", O_BATT_STATUS_GET_ARGS, cancellable, callback,
-                   user_data, sys_srv_client_fetch_battery_status);
+  f_CallTypedAsync(self, "fbattstatusget", O_BATT_STATUS_GET_ARGS, cancellable, callback, user_data,
+                   sys_srv_client_fetch_battery_status);
 }
-gboolean sys_srv_client_fetch_battery_status_finish(SysSrvClient *self, GAsyncResult *result,
-                                                    SysSrvBatteryStatus *status, GError **error) {
+gboolean sys_srv_client_fetch_battery_status_finish(SysSrvClient* self, GAsyncResult* result,
+                                                    SysSrvBatteryStatus* status, GError** error) {
   return f_TakeInt(f_CallTypedFinish(self, result, sys_srv_client_fetch_battery_status, error),
-                   (gint *)status);
+                   (gint*)status);
 }
 
 /* The service has no handler for the status setter and never answers it: waiting for an
  * answer would only cost the caller the whole timeout. */
-gboolean sys_srv_client_set_battery_status_sync(SysSrvClient *self, SysSrvBatteryStatus status,
-                                                GCancellable *cancellable, GError **error) {
+gboolean sys_srv_client_set_battery_status_sync(SysSrvClient* self, SysSrvBatteryStatus status,
+                                                GCancellable* cancellable, GError** error) {
   (void)cancellable;
-  gboolean b_Ok = sys_srv_client_send(self, "fbattstatusset", g_variant_new("(i)", (gint)status),
-                                      NULL, error);
+  gboolean b_Ok =
+      sys_srv_client_send(self, "fbattstatusset", g_variant_new("(i)", (gint)status), NULL, error);
   if (!b_Ok) {
-    GError *z_o_Err = error ? *error : NULL;
+    GError* z_o_Err = error ? *error : NULL;
     if (z_o_Err && z_o_Err->domain != SYS_SRV_CLIENT_ERROR) {
       SysSrvClientError e_Code = sys_srv_client_error_classify(z_o_Err);
-      GError *z_o_New = g_error_new(SYS_SRV_CLIENT_ERROR, e_Code, "fbattstatusset: %s",
-                                    z_o_Err->message);
+      GError* z_o_New =
+          g_error_new(SYS_SRV_CLIENT_ERROR, e_Code, "fbattstatusset: %s", z_o_Err->message);
       g_error_free(z_o_Err);
       *error = z_o_New;
     }
   }
   return b_Ok;
 }
-void sys_srv_client_set_battery_status(SysSrvClient *self, SysSrvBatteryStatus status,
-                                       GCancellable *cancellable, GAsyncReadyCallback callback,
+void sys_srv_client_set_battery_status(SysSrvClient* self, SysSrvBatteryStatus status,
+                                       GCancellable* cancellable, GAsyncReadyCallback callback,
                                        gpointer user_data) {
-  GTask *z_o_Task = g_task_new(self, cancellable, callback, user_data);
+  GTask* z_o_Task = g_task_new(self, cancellable, callback, user_data);
   g_task_set_source_tag(z_o_Task, sys_srv_client_set_battery_status);
-  GError *z_o_Err = NULL;
+  GError* z_o_Err = NULL;
   if (sys_srv_client_set_battery_status_sync(self, status, cancellable, &z_o_Err))
     g_task_return_boolean(z_o_Task, TRUE);
   else
     g_task_return_error(z_o_Task, z_o_Err);
   g_object_unref(z_o_Task);
 }
-gboolean sys_srv_client_set_battery_status_finish(SysSrvClient *self, GAsyncResult *result,
-                                                  GError **error) {
+gboolean sys_srv_client_set_battery_status_finish(SysSrvClient* self, GAsyncResult* result,
+                                                  GError** error) {
   g_return_val_if_fail(g_task_is_valid(result, self), FALSE);
   return g_task_propagate_boolean(G_TASK(result), error);
 }
 
-static gboolean f_TakeBool(GVariant *o_Reply, gboolean *z_b_Out) {
+static gboolean f_TakeBool(GVariant* o_Reply, gboolean* z_b_Out) {
   gint i_Value = 0;
   if (!f_TakeInt(o_Reply, &i_Value)) return FALSE;
   if (z_b_Out) *z_b_Out = i_Value != 0;
   return TRUE;
 }
 
-gboolean sys_srv_client_fetch_tool_enable_sync(SysSrvClient *self, gboolean *enabled,
-                                               GCancellable *cancellable, GError **error) {
+gboolean sys_srv_client_fetch_tool_enable_sync(SysSrvClient* self, gboolean* enabled,
+                                               GCancellable* cancellable, GError** error) {
   return f_TakeBool(f_CallTyped(self, "ftoolenableget", NULL, cancellable, error), enabled);
 }
-void sys_srv_client_fetch_tool_enable(SysSrvClient *self, GCancellable *cancellable,
+void sys_srv_client_fetch_tool_enable(SysSrvClient* self, GCancellable* cancellable,
                                       GAsyncReadyCallback callback, gpointer user_data) {
   f_CallTypedAsync(self, "ftoolenableget", NULL, cancellable, callback, user_data,
                    sys_srv_client_fetch_tool_enable);
 }
-gboolean sys_srv_client_fetch_tool_enable_finish(SysSrvClient *self, GAsyncResult *result,
-                                                 gboolean *enabled, GError **error) {
+gboolean sys_srv_client_fetch_tool_enable_finish(SysSrvClient* self, GAsyncResult* result,
+                                                 gboolean* enabled, GError** error) {
   return f_TakeBool(f_CallTypedFinish(self, result, sys_srv_client_fetch_tool_enable, error),
                     enabled);
 }
 
-gboolean sys_srv_client_set_tool_enable_sync(SysSrvClient *self, gboolean enabled,
-                                             GCancellable *cancellable, GError **error) {
-  return f_Void(self, "ftoolenableset", g_variant_new("(i)", enabled ? 1 : 0), cancellable,
-                error);
-}
-void sys_srv_client_set_tool_enable(SysSrvClient *self, gboolean enabled,
-                                    GCancellable *cancellable, GAsyncReadyCallback callback,
-                                    gpointer user_data) {
-  f_CallTypedAsync(self, "ftoolenableset", g_variant_new("(i)", enabled ? 1 : 0), cancellable,
-                   callback, user_data, sys_srv_client_set_tool_enable);
-}
-gboolean sys_srv_client_set_tool_enable_finish(SysSrvClient *self, GAsyncResult *result,
-                                               GError **error) {
-  return f_VoidFinish(self, result, sys_srv_client_set_tool_enable, error);
-}
+F_VOID_METHOD(set_tool_enable, "ftoolenableset", g_variant_new("(i)", enabled ? 1 : 0),
+              gboolean enabled)
 
 /* The service's own getter answers a fixed 100 and never looks at the stored factor, so
  * the factor is read where the service keeps it. */
-gboolean sys_srv_client_fetch_mfu_sync(SysSrvClient *self, gint *mfu, GCancellable *cancellable,
-                                       GError **error) {
+gboolean sys_srv_client_fetch_mfu_sync(SysSrvClient* self, gint* mfu, GCancellable* cancellable,
+                                       GError** error) {
   g_return_val_if_fail(SYS_SRV_IS_CLIENT(self), FALSE);
   if (g_cancellable_set_error_if_cancelled(cancellable, error)) return FALSE;
   return f_ReadMfu(mfu, error);
 }
-static void f_ReadMfuInThread(GTask *z_o_Task, gpointer z_v_Src, gpointer z_v_Data,
-                              GCancellable *z_o_Cancel) {
+static void f_ReadMfuInThread(GTask* z_o_Task, gpointer z_v_Src, gpointer z_v_Data,
+                              GCancellable* z_o_Cancel) {
   (void)z_v_Src;
   (void)z_v_Data;
   (void)z_o_Cancel;
   gint i_Mfu = 0;
-  GError *z_o_Err = NULL;
+  GError* z_o_Err = NULL;
   if (f_ReadMfu(&i_Mfu, &z_o_Err))
     g_task_return_int(z_o_Task, i_Mfu);
   else
     g_task_return_error(z_o_Task, z_o_Err);
 }
-void sys_srv_client_fetch_mfu(SysSrvClient *self, GCancellable *cancellable,
+void sys_srv_client_fetch_mfu(SysSrvClient* self, GCancellable* cancellable,
                               GAsyncReadyCallback callback, gpointer user_data) {
-  GTask *z_o_Task = g_task_new(self, cancellable, callback, user_data);
+  GTask* z_o_Task = g_task_new(self, cancellable, callback, user_data);
   g_task_set_source_tag(z_o_Task, sys_srv_client_fetch_mfu);
   g_task_run_in_thread(z_o_Task, f_ReadMfuInThread);
   g_object_unref(z_o_Task);
 }
-gboolean sys_srv_client_fetch_mfu_finish(SysSrvClient *self, GAsyncResult *result, gint *mfu,
-                                         GError **error) {
+gboolean sys_srv_client_fetch_mfu_finish(SysSrvClient* self, GAsyncResult* result, gint* mfu,
+                                         GError** error) {
   g_return_val_if_fail(g_task_is_valid(result, self), FALSE);
-  GError *z_o_Err = NULL;
+  GError* z_o_Err = NULL;
   gssize i_Mfu = g_task_propagate_int(G_TASK(result), &z_o_Err);
   if (z_o_Err != NULL) {
     g_propagate_error(error, z_o_Err);
@@ -379,239 +291,60 @@ gboolean sys_srv_client_fetch_mfu_finish(SysSrvClient *self, GAsyncResult *resul
   return TRUE;
 }
 
-gboolean sys_srv_client_set_mfu_sync(SysSrvClient *self, gint mfu, GCancellable *cancellable,
-                                     GError **error) {
-  return f_Void(self, "fmfuset", g_variant_new("(i)", mfu), cancellable, error);
-}
-void sys_srv_client_set_mfu(SysSrvClient *self, gint mfu, GCancellable *cancellable,
-                            GAsyncReadyCallback callback, gpointer user_data) {
-  f_CallTypedAsync(self, "fmfuset", g_variant_new("(i)", mfu), cancellable, callback, user_data,
-                   sys_srv_client_set_mfu);
-}
-gboolean sys_srv_client_set_mfu_finish(SysSrvClient *self, GAsyncResult *result, GError **error) {
-  return f_VoidFinish(self, result, sys_srv_client_set_mfu, error);
-}
+F_VOID_METHOD(set_mfu, "fmfuset", g_variant_new("(i)", mfu), gint mfu)
 
-gboolean sys_srv_client_config_file_changed_sync(SysSrvClient *self, const gchar *path,
-                                                 GCancellable *cancellable, GError **error) {
-  return f_Void(self, "fcfgfilechanged", g_variant_new("(s)", path), cancellable, error);
-}
-void sys_srv_client_config_file_changed(SysSrvClient *self, const gchar *path,
-                                        GCancellable *cancellable, GAsyncReadyCallback callback,
-                                        gpointer user_data) {
-  f_CallTypedAsync(self, "fcfgfilechanged", g_variant_new("(s)", path), cancellable, callback,
-                   user_data, sys_srv_client_config_file_changed);
-}
-gboolean sys_srv_client_config_file_changed_finish(SysSrvClient *self, GAsyncResult *result,
-                                                   GError **error) {
-  return f_VoidFinish(self, result, sys_srv_client_config_file_changed, error);
-}
+F_VOID_METHOD(config_file_changed, "fcfgfilechanged", g_variant_new("(s)", path), const gchar* path)
 
-gboolean sys_srv_client_cycle_complete_sync(SysSrvClient *self, GCancellable *cancellable,
-                                            GError **error) {
-  return f_Void(self, "fcyclecomplete", NULL, cancellable, error);
-}
-void sys_srv_client_cycle_complete(SysSrvClient *self, GCancellable *cancellable,
-                                   GAsyncReadyCallback callback, gpointer user_data) {
-  f_CallTypedAsync(self, "fcyclecomplete", NULL, cancellable, callback, user_data,
-                   sys_srv_client_cycle_complete);
-}
-gboolean sys_srv_client_cycle_complete_finish(SysSrvClient *self, GAsyncResult *result,
-                                              GError **error) {
-  return f_VoidFinish(self, result, sys_srv_client_cycle_complete, error);
-}
+F_VOID_METHOD(cycle_complete, "fcyclecomplete", NULL)
 
-gboolean sys_srv_client_abort_start_sync(SysSrvClient *self, GCancellable *cancellable,
-                                         GError **error) {
-  return f_Void(self, "fabortstart", NULL, cancellable, error);
-}
-void sys_srv_client_abort_start(SysSrvClient *self, GCancellable *cancellable,
-                                GAsyncReadyCallback callback, gpointer user_data) {
-  f_CallTypedAsync(self, "fabortstart", NULL, cancellable, callback, user_data,
-                   sys_srv_client_abort_start);
-}
-gboolean sys_srv_client_abort_start_finish(SysSrvClient *self, GAsyncResult *result,
-                                           GError **error) {
-  return f_VoidFinish(self, result, sys_srv_client_abort_start, error);
-}
+F_VOID_METHOD(abort_start, "fabortstart", NULL)
 
-gboolean sys_srv_client_new_result_sync(SysSrvClient *self, const gchar *database_path,
-                                        gint data_set, GCancellable *cancellable,
-                                        GError **error) {
-  return f_Void(self, "fnewresult", g_variant_new("(si)", database_path, data_set), cancellable,
-                error);
-}
-void sys_srv_client_new_result(SysSrvClient *self, const gchar *database_path, gint data_set,
-                               GCancellable *cancellable, GAsyncReadyCallback callback,
-                               gpointer user_data) {
-  f_CallTypedAsync(self, "fnewresult", g_variant_new("(si)", database_path, data_set),
-                   cancellable, callback, user_data, sys_srv_client_new_result);
-}
-gboolean sys_srv_client_new_result_finish(SysSrvClient *self, GAsyncResult *result,
-                                          GError **error) {
-  return f_VoidFinish(self, result, sys_srv_client_new_result, error);
-}
+F_VOID_METHOD(new_result, "fnewresult", g_variant_new("(si)", database_path, data_set),
+              const gchar* database_path, gint data_set)
 
-gboolean sys_srv_client_new_id_code_sync(SysSrvClient *self, gint device, gint device_active,
-                                         const gchar *id_code, GCancellable *cancellable,
-                                         GError **error) {
-  return f_Void(self, "fnewidcode", g_variant_new("(iis)", device, device_active, id_code),
-                cancellable, error);
-}
-void sys_srv_client_new_id_code(SysSrvClient *self, gint device, gint device_active,
-                                const gchar *id_code, GCancellable *cancellable,
-                                GAsyncReadyCallback callback, gpointer user_data) {
-  f_CallTypedAsync(self, "fnewidcode", g_variant_new("(iis)", device, device_active, id_code),
-                   cancellable, callback, user_data, sys_srv_client_new_id_code);
-}
-gboolean sys_srv_client_new_id_code_finish(SysSrvClient *self, GAsyncResult *result,
-                                           GError **error) {
-  return f_VoidFinish(self, result, sys_srv_client_new_id_code, error);
-}
+F_VOID_METHOD(new_id_code, "fnewidcode", g_variant_new("(iis)", device, device_active, id_code),
+              gint device, gint device_active, const gchar* id_code)
 
-gboolean sys_srv_client_program_changed_sync(SysSrvClient *self, gint program,
-                                             GCancellable *cancellable, GError **error) {
-  return f_Void(self, "fprgchanged", g_variant_new("(i)", program), cancellable, error);
-}
-void sys_srv_client_program_changed(SysSrvClient *self, gint program, GCancellable *cancellable,
-                                    GAsyncReadyCallback callback, gpointer user_data) {
-  f_CallTypedAsync(self, "fprgchanged", g_variant_new("(i)", program), cancellable, callback,
-                   user_data, sys_srv_client_program_changed);
-}
-gboolean sys_srv_client_program_changed_finish(SysSrvClient *self, GAsyncResult *result,
-                                               GError **error) {
-  return f_VoidFinish(self, result, sys_srv_client_program_changed, error);
-}
+F_VOID_METHOD(program_changed, "fprgchanged", g_variant_new("(i)", program), gint program)
 
-gboolean sys_srv_client_set_batch_counter_sync(SysSrvClient *self, gboolean job,
-                                               const gchar *config, GCancellable *cancellable,
-                                               GError **error) {
-  return f_Void(self, "fbatchcntrset", g_variant_new("(is)", job ? 1 : 0, config), cancellable,
-                error);
-}
-void sys_srv_client_set_batch_counter(SysSrvClient *self, gboolean job, const gchar *config,
-                                      GCancellable *cancellable, GAsyncReadyCallback callback,
-                                      gpointer user_data) {
-  f_CallTypedAsync(self, "fbatchcntrset", g_variant_new("(is)", job ? 1 : 0, config),
-                   cancellable, callback, user_data, sys_srv_client_set_batch_counter);
-}
-gboolean sys_srv_client_set_batch_counter_finish(SysSrvClient *self, GAsyncResult *result,
-                                                 GError **error) {
-  return f_VoidFinish(self, result, sys_srv_client_set_batch_counter, error);
-}
+F_VOID_METHOD(set_batch_counter, "fbatchcntrset", g_variant_new("(is)", job ? 1 : 0, config),
+              gboolean job, const gchar* config)
 
-gboolean sys_srv_client_clear_batch_counter_sync(SysSrvClient *self, gint program,
-                                                 GCancellable *cancellable, GError **error) {
-  return f_Void(self, "fbatchcntrclear", g_variant_new("(i)", program), cancellable, error);
-}
-void sys_srv_client_clear_batch_counter(SysSrvClient *self, gint program,
-                                        GCancellable *cancellable, GAsyncReadyCallback callback,
-                                        gpointer user_data) {
-  f_CallTypedAsync(self, "fbatchcntrclear", g_variant_new("(i)", program), cancellable,
-                   callback, user_data, sys_srv_client_clear_batch_counter);
-}
-gboolean sys_srv_client_clear_batch_counter_finish(SysSrvClient *self, GAsyncResult *result,
-                                                   GError **error) {
-  return f_VoidFinish(self, result, sys_srv_client_clear_batch_counter, error);
-}
+F_VOID_METHOD(clear_batch_counter, "fbatchcntrclear", g_variant_new("(i)", program), gint program)
 
-gboolean sys_srv_client_delete_batch_counter_sync(SysSrvClient *self, gint program,
-                                                  GCancellable *cancellable, GError **error) {
-  return f_Void(self, "fbatchcntrdel", g_variant_new("(i)", program), cancellable, error);
-}
-void sys_srv_client_delete_batch_counter(SysSrvClient *self, gint program,
-                                         GCancellable *cancellable, GAsyncReadyCallback callback,
-                                         gpointer user_data) {
-  f_CallTypedAsync(self, "fbatchcntrdel", g_variant_new("(i)", program), cancellable, callback,
-                   user_data, sys_srv_client_delete_batch_counter);
-}
-gboolean sys_srv_client_delete_batch_counter_finish(SysSrvClient *self, GAsyncResult *result,
-                                                    GError **error) {
-  return f_VoidFinish(self, result, sys_srv_client_delete_batch_counter, error);
-}
+F_VOID_METHOD(delete_batch_counter, "fbatchcntrdel", g_variant_new("(i)", program), gint program)
 
-static GBytes *f_TakeBytes(GVariant *o_Reply) {
+static GBytes* f_TakeBytes(GVariant* o_Reply) {
   if (o_Reply == NULL) return NULL;
-  GVariant *o_Array = g_variant_get_child_value(o_Reply, 0);
-  GBytes *z_o_Bytes = g_variant_get_data_as_bytes(o_Array);
+  GVariant* o_Array = g_variant_get_child_value(o_Reply, 0);
+  GBytes* z_o_Bytes = g_variant_get_data_as_bytes(o_Array);
   g_variant_unref(o_Array);
   g_variant_unref(o_Reply);
   return z_o_Bytes;
 }
 
-GBytes *sys_srv_client_fetch_batch_counters_sync(SysSrvClient *self, GCancellable *cancellable,
-                                                 GError **error) {
+GBytes* sys_srv_client_fetch_batch_counters_sync(SysSrvClient* self, GCancellable* cancellable,
+                                                 GError** error) {
   return f_TakeBytes(f_CallTyped(self, "fbatchcntrget", NULL, cancellable, error));
 }
-void sys_srv_client_fetch_batch_counters(SysSrvClient *self, GCancellable *cancellable,
+void sys_srv_client_fetch_batch_counters(SysSrvClient* self, GCancellable* cancellable,
                                          GAsyncReadyCallback callback, gpointer user_data) {
   f_CallTypedAsync(self, "fbatchcntrget", NULL, cancellable, callback, user_data,
                    sys_srv_client_fetch_batch_counters);
 }
-GBytes *sys_srv_client_fetch_batch_counters_finish(SysSrvClient *self, GAsyncResult *result,
-                                                   GError **error) {
+GBytes* sys_srv_client_fetch_batch_counters_finish(SysSrvClient* self, GAsyncResult* result,
+                                                   GError** error) {
   return f_TakeBytes(f_CallTypedFinish(self, result, sys_srv_client_fetch_batch_counters, error));
 }
 
-gboolean sys_srv_client_set_id_code_source_sync(SysSrvClient *self, gint source,
-                                                gint delete_after_start,
-                                                GCancellable *cancellable, GError **error) {
-  return f_Void(self, "fidcodesrcset", g_variant_new("(ii)", source, delete_after_start),
-                cancellable, error);
-}
-void sys_srv_client_set_id_code_source(SysSrvClient *self, gint source, gint delete_after_start,
-                                       GCancellable *cancellable, GAsyncReadyCallback callback,
-                                       gpointer user_data) {
-  f_CallTypedAsync(self, "fidcodesrcset", g_variant_new("(ii)", source, delete_after_start),
-                   cancellable, callback, user_data, sys_srv_client_set_id_code_source);
-}
-gboolean sys_srv_client_set_id_code_source_finish(SysSrvClient *self, GAsyncResult *result,
-                                                  GError **error) {
-  return f_VoidFinish(self, result, sys_srv_client_set_id_code_source, error);
-}
+F_VOID_METHOD(set_id_code_source, "fidcodesrcset",
+              g_variant_new("(ii)", source, delete_after_start), gint source,
+              gint delete_after_start)
 
-gboolean sys_srv_client_set_job_running_sync(SysSrvClient *self, gint state,
-                                             GCancellable *cancellable, GError **error) {
-  return f_Void(self, "fsetjobrunning", g_variant_new("(i)", state), cancellable, error);
-}
-void sys_srv_client_set_job_running(SysSrvClient *self, gint state, GCancellable *cancellable,
-                                    GAsyncReadyCallback callback, gpointer user_data) {
-  f_CallTypedAsync(self, "fsetjobrunning", g_variant_new("(i)", state), cancellable, callback,
-                   user_data, sys_srv_client_set_job_running);
-}
-gboolean sys_srv_client_set_job_running_finish(SysSrvClient *self, GAsyncResult *result,
-                                               GError **error) {
-  return f_VoidFinish(self, result, sys_srv_client_set_job_running, error);
-}
+F_VOID_METHOD(set_job_running, "fsetjobrunning", g_variant_new("(i)", state), gint state)
 
-gboolean sys_srv_client_request_operation_mode_sync(SysSrvClient *self, gint mode,
-                                                    gint trigger_source, gint trigger_value,
-                                                    GCancellable *cancellable, GError **error) {
-  return f_Void(self, "fsetoperationmode",
-                g_variant_new("(iii)", mode, trigger_source, trigger_value), cancellable, error);
-}
-void sys_srv_client_request_operation_mode(SysSrvClient *self, gint mode, gint trigger_source,
-                                           gint trigger_value, GCancellable *cancellable,
-                                           GAsyncReadyCallback callback, gpointer user_data) {
-  f_CallTypedAsync(self, "fsetoperationmode",
-                   g_variant_new("(iii)", mode, trigger_source, trigger_value), cancellable,
-                   callback, user_data, sys_srv_client_request_operation_mode);
-}
-gboolean sys_srv_client_request_operation_mode_finish(SysSrvClient *self, GAsyncResult *result,
-                                                      GError **error) {
-  return f_VoidFinish(self, result, sys_srv_client_request_operation_mode, error);
-}
+F_VOID_METHOD(request_operation_mode, "fsetoperationmode",
+              g_variant_new("(iii)", mode, trigger_source, trigger_value), gint mode,
+              gint trigger_source, gint trigger_value)
 
-gboolean sys_srv_client_new_operation_mode_sync(SysSrvClient *self, gint mode,
-                                                GCancellable *cancellable, GError **error) {
-  return f_Void(self, "fnewoperationmode", g_variant_new("(i)", mode), cancellable, error);
-}
-void sys_srv_client_new_operation_mode(SysSrvClient *self, gint mode, GCancellable *cancellable,
-                                       GAsyncReadyCallback callback, gpointer user_data) {
-  f_CallTypedAsync(self, "fnewoperationmode", g_variant_new("(i)", mode), cancellable, callback,
-                   user_data, sys_srv_client_new_operation_mode);
-}
-gboolean sys_srv_client_new_operation_mode_finish(SysSrvClient *self, GAsyncResult *result,
-                                                  GError **error) {
-  return f_VoidFinish(self, result, sys_srv_client_new_operation_mode, error);
-}
+F_VOID_METHOD(new_operation_mode, "fnewoperationmode", g_variant_new("(i)", mode), gint mode)

@@ -60,7 +60,7 @@ SYSSRV_API GType sys_srv_client_error_get_type(void);
  *
  * Returns: the code that describes @error
  */
-SYSSRV_API SysSrvClientError sys_srv_client_error_classify(const GError *error);
+SYSSRV_API SysSrvClientError sys_srv_client_error_classify(const GError* error);
 
 /**
  * SysSrvBatteryStatus:
@@ -126,8 +126,8 @@ typedef struct {
 
 #define SYS_SRV_TYPE_ERROR_ENTRY (sys_srv_error_entry_get_type())
 SYSSRV_API GType sys_srv_error_entry_get_type(void);
-SYSSRV_API SysSrvErrorEntry *sys_srv_error_entry_copy(const SysSrvErrorEntry *entry);
-SYSSRV_API void sys_srv_error_entry_free(SysSrvErrorEntry *entry);
+SYSSRV_API SysSrvErrorEntry* sys_srv_error_entry_copy(const SysSrvErrorEntry* entry);
+SYSSRV_API void sys_srv_error_entry_free(SysSrvErrorEntry* entry);
 
 /* --- the client object ------------------------------------------------------------------ */
 
@@ -146,7 +146,7 @@ SYSSRV_API G_DECLARE_FINAL_TYPE(SysSrvClient, sys_srv_client, SYS_SRV, CLIENT, G
  *
  * Returns: (transfer full): a new client, or %NULL when there is no bus
  */
-SYSSRV_API SysSrvClient *sys_srv_client_new_sync(GCancellable *cancellable, GError **error);
+SYSSRV_API SysSrvClient* sys_srv_client_new_sync(GCancellable* cancellable, GError** error);
 
 /**
  * sys_srv_client_new_for_address_sync:
@@ -158,9 +158,9 @@ SYSSRV_API SysSrvClient *sys_srv_client_new_sync(GCancellable *cancellable, GErr
  *
  * Returns: (transfer full): a new client, or %NULL when the bus cannot be reached
  */
-SYSSRV_API SysSrvClient *sys_srv_client_new_for_address_sync(const gchar *address,
-                                                             GCancellable *cancellable,
-                                                             GError **error);
+SYSSRV_API SysSrvClient* sys_srv_client_new_for_address_sync(const gchar* address,
+                                                             GCancellable* cancellable,
+                                                             GError** error);
 
 /**
  * sys_srv_client_get_address:
@@ -168,20 +168,20 @@ SYSSRV_API SysSrvClient *sys_srv_client_new_for_address_sync(const gchar *addres
  *
  * Returns: the address of the bus the client is connected to
  */
-SYSSRV_API const gchar *sys_srv_client_get_address(SysSrvClient *self);
+SYSSRV_API const gchar* sys_srv_client_get_address(SysSrvClient* self);
 /**
  * sys_srv_client_get_connection:
  * @self: a #SysSrvClient
  *
  * Returns: (transfer none): the client's own bus connection
  */
-SYSSRV_API GDBusConnection *sys_srv_client_get_connection(SysSrvClient *self);
+SYSSRV_API GDBusConnection* sys_srv_client_get_connection(SysSrvClient* self);
 /**
  * sys_srv_client_set_timeout:
  * @self: a #SysSrvClient
  * @timeout_ms: reply timeout of the typed calls in milliseconds; -1 for the bus default
  */
-SYSSRV_API void sys_srv_client_set_timeout(SysSrvClient *self, gint timeout_ms);
+SYSSRV_API void sys_srv_client_set_timeout(SysSrvClient* self, gint timeout_ms);
 
 /**
  * sys_srv_client_lookup_owner_sync:
@@ -195,8 +195,8 @@ SYSSRV_API void sys_srv_client_set_timeout(SysSrvClient *self, gint timeout_ms);
  * Returns: (transfer full) (nullable): the owner's unique bus name; %NULL with @error unset
  *   when nobody owns the name, %NULL with @error set when the bus did not answer
  */
-SYSSRV_API gchar *sys_srv_client_lookup_owner_sync(SysSrvClient *self, GCancellable *cancellable,
-                                                   GError **error);
+SYSSRV_API gchar* sys_srv_client_lookup_owner_sync(SysSrvClient* self, GCancellable* cancellable,
+                                                   GError** error);
 
 /**
  * sys_srv_client_get_service_running:
@@ -204,28 +204,28 @@ SYSSRV_API gchar *sys_srv_client_lookup_owner_sync(SysSrvClient *self, GCancella
  *
  * Returns: %TRUE while the service owns its bus name and the client has loaded its state
  */
-SYSSRV_API gboolean sys_srv_client_get_service_running(SysSrvClient *self);
+SYSSRV_API gboolean sys_srv_client_get_service_running(SysSrvClient* self);
 /**
  * sys_srv_client_get_battery_charge:
  * @self: a #SysSrvClient
  *
  * Returns: the last published battery charge in percent
  */
-SYSSRV_API gint sys_srv_client_get_battery_charge(SysSrvClient *self);
+SYSSRV_API gint sys_srv_client_get_battery_charge(SysSrvClient* self);
 /**
  * sys_srv_client_get_battery_status:
  * @self: a #SysSrvClient
  *
  * Returns: the last published battery status
  */
-SYSSRV_API SysSrvBatteryStatus sys_srv_client_get_battery_status(SysSrvClient *self);
+SYSSRV_API SysSrvBatteryStatus sys_srv_client_get_battery_status(SysSrvClient* self);
 /**
  * sys_srv_client_get_ready:
  * @self: a #SysSrvClient
  *
  * Returns: %TRUE when every required readiness flag is set
  */
-SYSSRV_API gboolean sys_srv_client_get_ready(SysSrvClient *self);
+SYSSRV_API gboolean sys_srv_client_get_ready(SysSrvClient* self);
 /**
  * sys_srv_client_get_readiness:
  * @self: a #SysSrvClient
@@ -236,7 +236,7 @@ SYSSRV_API gboolean sys_srv_client_get_ready(SysSrvClient *self);
  * the "ready" state changes, so between changes they may lag behind single flags; the
  * "ready" state itself is always current.
  */
-SYSSRV_API void sys_srv_client_get_readiness(SysSrvClient *self, guint *actual, guint *required);
+SYSSRV_API void sys_srv_client_get_readiness(SysSrvClient* self, guint* actual, guint* required);
 /**
  * sys_srv_client_get_current_error:
  * @self: a #SysSrvClient
@@ -244,15 +244,15 @@ SYSSRV_API void sys_srv_client_get_readiness(SysSrvClient *self, guint *actual, 
  * @error_class: (out) (optional): its class
  * @date: (out) (optional): when it was raised, seconds since the epoch
  */
-SYSSRV_API void sys_srv_client_get_current_error(SysSrvClient *self, gint *code, gint *error_class,
-                                                 gint64 *date);
+SYSSRV_API void sys_srv_client_get_current_error(SysSrvClient* self, gint* code, gint* error_class,
+                                                 gint64* date);
 /**
  * sys_srv_client_get_tool_enabled:
  * @self: a #SysSrvClient
  *
  * Returns: whether the tool is enabled
  */
-SYSSRV_API gboolean sys_srv_client_get_tool_enabled(SysSrvClient *self);
+SYSSRV_API gboolean sys_srv_client_get_tool_enabled(SysSrvClient* self);
 
 /* --- wire-level access, for tools that forward method names or inspect the wire -------- */
 
@@ -273,11 +273,10 @@ SYSSRV_API gboolean sys_srv_client_get_tool_enabled(SysSrvClient *self);
  *
  * Returns: (transfer full): the reply, or %NULL on failure
  */
-SYSSRV_API GVariant *sys_srv_client_call_sync(SysSrvClient *self, const gchar *method,
-                                              GVariant *parameters,
-                                              const GVariantType *reply_type,
+SYSSRV_API GVariant* sys_srv_client_call_sync(SysSrvClient* self, const gchar* method,
+                                              GVariant* parameters, const GVariantType* reply_type,
                                               GDBusCallFlags flags, gint timeout_ms,
-                                              GCancellable *cancellable, GError **error);
+                                              GCancellable* cancellable, GError** error);
 /**
  * sys_srv_client_send:
  * @self: a #SysSrvClient
@@ -290,9 +289,8 @@ SYSSRV_API GVariant *sys_srv_client_call_sync(SysSrvClient *self, const gchar *m
  *
  * Returns: %TRUE when the message was handed to the bus
  */
-SYSSRV_API gboolean sys_srv_client_send(SysSrvClient *self, const gchar *method,
-                                        GVariant *parameters, guint32 *out_serial,
-                                        GError **error);
+SYSSRV_API gboolean sys_srv_client_send(SysSrvClient* self, const gchar* method,
+                                        GVariant* parameters, guint32* out_serial, GError** error);
 
 /* --- typed methods -------------------------------------------------------------------
  * Every method comes as NAME_sync, and as NAME with NAME_finish for its asynchronous form.
@@ -312,14 +310,14 @@ SYSSRV_API gboolean sys_srv_client_send(SysSrvClient *self, const gchar *method,
  *
  * Returns: %TRUE on success
  */
-SYSSRV_API gboolean sys_srv_client_report_error_sync(SysSrvClient *self, const gchar *process,
+SYSSRV_API gboolean sys_srv_client_report_error_sync(SysSrvClient* self, const gchar* process,
                                                      gint code, gint error_class,
-                                                     GCancellable *cancellable, GError **error);
-SYSSRV_API void sys_srv_client_report_error(SysSrvClient *self, const gchar *process, gint code,
-                                            gint error_class, GCancellable *cancellable,
+                                                     GCancellable* cancellable, GError** error);
+SYSSRV_API void sys_srv_client_report_error(SysSrvClient* self, const gchar* process, gint code,
+                                            gint error_class, GCancellable* cancellable,
                                             GAsyncReadyCallback callback, gpointer user_data);
-SYSSRV_API gboolean sys_srv_client_report_error_finish(SysSrvClient *self, GAsyncResult *result,
-                                                       GError **error);
+SYSSRV_API gboolean sys_srv_client_report_error_finish(SysSrvClient* self, GAsyncResult* result,
+                                                       GError** error);
 
 /**
  * sys_srv_client_ack_error_sync:
@@ -335,14 +333,14 @@ SYSSRV_API gboolean sys_srv_client_report_error_finish(SysSrvClient *self, GAsyn
  *
  * Returns: %TRUE on success
  */
-SYSSRV_API gboolean sys_srv_client_ack_error_sync(SysSrvClient *self, const gchar *process,
+SYSSRV_API gboolean sys_srv_client_ack_error_sync(SysSrvClient* self, const gchar* process,
                                                   gint code, gint error_class,
-                                                  GCancellable *cancellable, GError **error);
-SYSSRV_API void sys_srv_client_ack_error(SysSrvClient *self, const gchar *process, gint code,
-                                         gint error_class, GCancellable *cancellable,
+                                                  GCancellable* cancellable, GError** error);
+SYSSRV_API void sys_srv_client_ack_error(SysSrvClient* self, const gchar* process, gint code,
+                                         gint error_class, GCancellable* cancellable,
                                          GAsyncReadyCallback callback, gpointer user_data);
-SYSSRV_API gboolean sys_srv_client_ack_error_finish(SysSrvClient *self, GAsyncResult *result,
-                                                    GError **error);
+SYSSRV_API gboolean sys_srv_client_ack_error_finish(SysSrvClient* self, GAsyncResult* result,
+                                                    GError** error);
 
 /**
  * sys_srv_client_ack_error_list_sync:
@@ -354,12 +352,12 @@ SYSSRV_API gboolean sys_srv_client_ack_error_finish(SysSrvClient *self, GAsyncRe
  *
  * Returns: %TRUE on success
  */
-SYSSRV_API gboolean sys_srv_client_ack_error_list_sync(SysSrvClient *self,
-                                                       GCancellable *cancellable, GError **error);
-SYSSRV_API void sys_srv_client_ack_error_list(SysSrvClient *self, GCancellable *cancellable,
+SYSSRV_API gboolean sys_srv_client_ack_error_list_sync(SysSrvClient* self,
+                                                       GCancellable* cancellable, GError** error);
+SYSSRV_API void sys_srv_client_ack_error_list(SysSrvClient* self, GCancellable* cancellable,
                                               GAsyncReadyCallback callback, gpointer user_data);
-SYSSRV_API gboolean sys_srv_client_ack_error_list_finish(SysSrvClient *self, GAsyncResult *result,
-                                                         GError **error);
+SYSSRV_API gboolean sys_srv_client_ack_error_list_finish(SysSrvClient* self, GAsyncResult* result,
+                                                         GError** error);
 
 /**
  * sys_srv_client_delete_error_list_sync:
@@ -371,13 +369,13 @@ SYSSRV_API gboolean sys_srv_client_ack_error_list_finish(SysSrvClient *self, GAs
  *
  * Returns: %TRUE on success
  */
-SYSSRV_API gboolean sys_srv_client_delete_error_list_sync(SysSrvClient *self,
-                                                          GCancellable *cancellable,
-                                                          GError **error);
-SYSSRV_API void sys_srv_client_delete_error_list(SysSrvClient *self, GCancellable *cancellable,
+SYSSRV_API gboolean sys_srv_client_delete_error_list_sync(SysSrvClient* self,
+                                                          GCancellable* cancellable,
+                                                          GError** error);
+SYSSRV_API void sys_srv_client_delete_error_list(SysSrvClient* self, GCancellable* cancellable,
                                                  GAsyncReadyCallback callback, gpointer user_data);
-SYSSRV_API gboolean sys_srv_client_delete_error_list_finish(SysSrvClient *self,
-                                                            GAsyncResult *result, GError **error);
+SYSSRV_API gboolean sys_srv_client_delete_error_list_finish(SysSrvClient* self,
+                                                            GAsyncResult* result, GError** error);
 
 /**
  * sys_srv_client_fetch_current_error_sync:
@@ -392,11 +390,11 @@ SYSSRV_API gboolean sys_srv_client_delete_error_list_finish(SysSrvClient *self,
  *
  * Returns: %TRUE on success
  */
-SYSSRV_API gboolean sys_srv_client_fetch_current_error_sync(SysSrvClient *self, gint *code,
-                                                            gint *error_class, gint64 *date,
-                                                            GCancellable *cancellable,
-                                                            GError **error);
-SYSSRV_API void sys_srv_client_fetch_current_error(SysSrvClient *self, GCancellable *cancellable,
+SYSSRV_API gboolean sys_srv_client_fetch_current_error_sync(SysSrvClient* self, gint* code,
+                                                            gint* error_class, gint64* date,
+                                                            GCancellable* cancellable,
+                                                            GError** error);
+SYSSRV_API void sys_srv_client_fetch_current_error(SysSrvClient* self, GCancellable* cancellable,
                                                    GAsyncReadyCallback callback,
                                                    gpointer user_data);
 /**
@@ -410,10 +408,10 @@ SYSSRV_API void sys_srv_client_fetch_current_error(SysSrvClient *self, GCancella
  *
  * Returns: %TRUE on success
  */
-SYSSRV_API gboolean sys_srv_client_fetch_current_error_finish(SysSrvClient *self,
-                                                              GAsyncResult *result, gint *code,
-                                                              gint *error_class, gint64 *date,
-                                                              GError **error);
+SYSSRV_API gboolean sys_srv_client_fetch_current_error_finish(SysSrvClient* self,
+                                                              GAsyncResult* result, gint* code,
+                                                              gint* error_class, gint64* date,
+                                                              GError** error);
 
 /**
  * sys_srv_client_fetch_active_errors_sync:
@@ -425,10 +423,10 @@ SYSSRV_API gboolean sys_srv_client_fetch_current_error_finish(SysSrvClient *self
  *
  * Returns: (transfer container) (element-type SysSrvErrorEntry): the errors, or %NULL
  */
-SYSSRV_API GPtrArray *sys_srv_client_fetch_active_errors_sync(SysSrvClient *self,
-                                                              GCancellable *cancellable,
-                                                              GError **error);
-SYSSRV_API void sys_srv_client_fetch_active_errors(SysSrvClient *self, GCancellable *cancellable,
+SYSSRV_API GPtrArray* sys_srv_client_fetch_active_errors_sync(SysSrvClient* self,
+                                                              GCancellable* cancellable,
+                                                              GError** error);
+SYSSRV_API void sys_srv_client_fetch_active_errors(SysSrvClient* self, GCancellable* cancellable,
                                                    GAsyncReadyCallback callback,
                                                    gpointer user_data);
 /**
@@ -439,9 +437,9 @@ SYSSRV_API void sys_srv_client_fetch_active_errors(SysSrvClient *self, GCancella
  *
  * Returns: (transfer container) (element-type SysSrvErrorEntry): the errors, or %NULL
  */
-SYSSRV_API GPtrArray *sys_srv_client_fetch_active_errors_finish(SysSrvClient *self,
-                                                                GAsyncResult *result,
-                                                                GError **error);
+SYSSRV_API GPtrArray* sys_srv_client_fetch_active_errors_finish(SysSrvClient* self,
+                                                                GAsyncResult* result,
+                                                                GError** error);
 
 /**
  * sys_srv_client_fetch_readiness_sync:
@@ -456,11 +454,10 @@ SYSSRV_API GPtrArray *sys_srv_client_fetch_active_errors_finish(SysSrvClient *se
  *
  * Returns: %TRUE on success
  */
-SYSSRV_API gboolean sys_srv_client_fetch_readiness_sync(SysSrvClient *self, guint *actual,
-                                                        guint *required,
-                                                        GCancellable *cancellable,
-                                                        GError **error);
-SYSSRV_API void sys_srv_client_fetch_readiness(SysSrvClient *self, GCancellable *cancellable,
+SYSSRV_API gboolean sys_srv_client_fetch_readiness_sync(SysSrvClient* self, guint* actual,
+                                                        guint* required, GCancellable* cancellable,
+                                                        GError** error);
+SYSSRV_API void sys_srv_client_fetch_readiness(SysSrvClient* self, GCancellable* cancellable,
                                                GAsyncReadyCallback callback, gpointer user_data);
 /**
  * sys_srv_client_fetch_readiness_finish:
@@ -472,9 +469,9 @@ SYSSRV_API void sys_srv_client_fetch_readiness(SysSrvClient *self, GCancellable 
  *
  * Returns: %TRUE on success
  */
-SYSSRV_API gboolean sys_srv_client_fetch_readiness_finish(SysSrvClient *self,
-                                                          GAsyncResult *result, guint *actual,
-                                                          guint *required, GError **error);
+SYSSRV_API gboolean sys_srv_client_fetch_readiness_finish(SysSrvClient* self, GAsyncResult* result,
+                                                          guint* actual, guint* required,
+                                                          GError** error);
 
 /**
  * sys_srv_client_set_ready_flag_sync:
@@ -486,14 +483,13 @@ SYSSRV_API gboolean sys_srv_client_fetch_readiness_finish(SysSrvClient *self,
  *
  * Returns: %TRUE on success
  */
-SYSSRV_API gboolean sys_srv_client_set_ready_flag_sync(SysSrvClient *self, gint flag,
-                                                       gboolean set, GCancellable *cancellable,
-                                                       GError **error);
-SYSSRV_API void sys_srv_client_set_ready_flag(SysSrvClient *self, gint flag, gboolean set,
-                                              GCancellable *cancellable,
+SYSSRV_API gboolean sys_srv_client_set_ready_flag_sync(SysSrvClient* self, gint flag, gboolean set,
+                                                       GCancellable* cancellable, GError** error);
+SYSSRV_API void sys_srv_client_set_ready_flag(SysSrvClient* self, gint flag, gboolean set,
+                                              GCancellable* cancellable,
                                               GAsyncReadyCallback callback, gpointer user_data);
-SYSSRV_API gboolean sys_srv_client_set_ready_flag_finish(SysSrvClient *self, GAsyncResult *result,
-                                                         GError **error);
+SYSSRV_API gboolean sys_srv_client_set_ready_flag_finish(SysSrvClient* self, GAsyncResult* result,
+                                                         GError** error);
 
 /**
  * sys_srv_client_dump_readiness_sync:
@@ -505,12 +501,12 @@ SYSSRV_API gboolean sys_srv_client_set_ready_flag_finish(SysSrvClient *self, GAs
  *
  * Returns: %TRUE on success
  */
-SYSSRV_API gboolean sys_srv_client_dump_readiness_sync(SysSrvClient *self,
-                                                       GCancellable *cancellable, GError **error);
-SYSSRV_API void sys_srv_client_dump_readiness(SysSrvClient *self, GCancellable *cancellable,
+SYSSRV_API gboolean sys_srv_client_dump_readiness_sync(SysSrvClient* self,
+                                                       GCancellable* cancellable, GError** error);
+SYSSRV_API void sys_srv_client_dump_readiness(SysSrvClient* self, GCancellable* cancellable,
                                               GAsyncReadyCallback callback, gpointer user_data);
-SYSSRV_API gboolean sys_srv_client_dump_readiness_finish(SysSrvClient *self, GAsyncResult *result,
-                                                         GError **error);
+SYSSRV_API gboolean sys_srv_client_dump_readiness_finish(SysSrvClient* self, GAsyncResult* result,
+                                                         GError** error);
 
 /**
  * sys_srv_client_fetch_battery_charge_sync:
@@ -521,10 +517,10 @@ SYSSRV_API gboolean sys_srv_client_dump_readiness_finish(SysSrvClient *self, GAs
  *
  * Returns: %TRUE on success
  */
-SYSSRV_API gboolean sys_srv_client_fetch_battery_charge_sync(SysSrvClient *self, gint *charge,
-                                                             GCancellable *cancellable,
-                                                             GError **error);
-SYSSRV_API void sys_srv_client_fetch_battery_charge(SysSrvClient *self, GCancellable *cancellable,
+SYSSRV_API gboolean sys_srv_client_fetch_battery_charge_sync(SysSrvClient* self, gint* charge,
+                                                             GCancellable* cancellable,
+                                                             GError** error);
+SYSSRV_API void sys_srv_client_fetch_battery_charge(SysSrvClient* self, GCancellable* cancellable,
                                                     GAsyncReadyCallback callback,
                                                     gpointer user_data);
 /**
@@ -536,9 +532,9 @@ SYSSRV_API void sys_srv_client_fetch_battery_charge(SysSrvClient *self, GCancell
  *
  * Returns: %TRUE on success
  */
-SYSSRV_API gboolean sys_srv_client_fetch_battery_charge_finish(SysSrvClient *self,
-                                                               GAsyncResult *result, gint *charge,
-                                                               GError **error);
+SYSSRV_API gboolean sys_srv_client_fetch_battery_charge_finish(SysSrvClient* self,
+                                                               GAsyncResult* result, gint* charge,
+                                                               GError** error);
 
 /**
  * sys_srv_client_set_battery_charge_sync:
@@ -551,15 +547,14 @@ SYSSRV_API gboolean sys_srv_client_fetch_battery_charge_finish(SysSrvClient *sel
  *
  * Returns: %TRUE on success
  */
-SYSSRV_API gboolean sys_srv_client_set_battery_charge_sync(SysSrvClient *self, gint charge,
-                                                           GCancellable *cancellable,
-                                                           GError **error);
-SYSSRV_API void sys_srv_client_set_battery_charge(SysSrvClient *self, gint charge,
-                                                  GCancellable *cancellable,
-                                                  GAsyncReadyCallback callback,
-                                                  gpointer user_data);
-SYSSRV_API gboolean sys_srv_client_set_battery_charge_finish(SysSrvClient *self,
-                                                             GAsyncResult *result, GError **error);
+SYSSRV_API gboolean sys_srv_client_set_battery_charge_sync(SysSrvClient* self, gint charge,
+                                                           GCancellable* cancellable,
+                                                           GError** error);
+SYSSRV_API void sys_srv_client_set_battery_charge(SysSrvClient* self, gint charge,
+                                                  GCancellable* cancellable,
+                                                  GAsyncReadyCallback callback, gpointer user_data);
+SYSSRV_API gboolean sys_srv_client_set_battery_charge_finish(SysSrvClient* self,
+                                                             GAsyncResult* result, GError** error);
 
 /**
  * sys_srv_client_fetch_battery_status_sync:
@@ -570,11 +565,11 @@ SYSSRV_API gboolean sys_srv_client_set_battery_charge_finish(SysSrvClient *self,
  *
  * Returns: %TRUE on success
  */
-SYSSRV_API gboolean sys_srv_client_fetch_battery_status_sync(SysSrvClient *self,
-                                                             SysSrvBatteryStatus *status,
-                                                             GCancellable *cancellable,
-                                                             GError **error);
-SYSSRV_API void sys_srv_client_fetch_battery_status(SysSrvClient *self, GCancellable *cancellable,
+SYSSRV_API gboolean sys_srv_client_fetch_battery_status_sync(SysSrvClient* self,
+                                                             SysSrvBatteryStatus* status,
+                                                             GCancellable* cancellable,
+                                                             GError** error);
+SYSSRV_API void sys_srv_client_fetch_battery_status(SysSrvClient* self, GCancellable* cancellable,
                                                     GAsyncReadyCallback callback,
                                                     gpointer user_data);
 /**
@@ -586,10 +581,10 @@ SYSSRV_API void sys_srv_client_fetch_battery_status(SysSrvClient *self, GCancell
  *
  * Returns: %TRUE on success
  */
-SYSSRV_API gboolean sys_srv_client_fetch_battery_status_finish(SysSrvClient *self,
-                                                               GAsyncResult *result,
-                                                               SysSrvBatteryStatus *status,
-                                                               GError **error);
+SYSSRV_API gboolean sys_srv_client_fetch_battery_status_finish(SysSrvClient* self,
+                                                               GAsyncResult* result,
+                                                               SysSrvBatteryStatus* status,
+                                                               GError** error);
 
 /**
  * sys_srv_client_set_battery_status_sync:
@@ -604,16 +599,15 @@ SYSSRV_API gboolean sys_srv_client_fetch_battery_status_finish(SysSrvClient *sel
  *
  * Returns: %TRUE when the call was sent
  */
-SYSSRV_API gboolean sys_srv_client_set_battery_status_sync(SysSrvClient *self,
+SYSSRV_API gboolean sys_srv_client_set_battery_status_sync(SysSrvClient* self,
                                                            SysSrvBatteryStatus status,
-                                                           GCancellable *cancellable,
-                                                           GError **error);
-SYSSRV_API void sys_srv_client_set_battery_status(SysSrvClient *self, SysSrvBatteryStatus status,
-                                                  GCancellable *cancellable,
-                                                  GAsyncReadyCallback callback,
-                                                  gpointer user_data);
-SYSSRV_API gboolean sys_srv_client_set_battery_status_finish(SysSrvClient *self,
-                                                             GAsyncResult *result, GError **error);
+                                                           GCancellable* cancellable,
+                                                           GError** error);
+SYSSRV_API void sys_srv_client_set_battery_status(SysSrvClient* self, SysSrvBatteryStatus status,
+                                                  GCancellable* cancellable,
+                                                  GAsyncReadyCallback callback, gpointer user_data);
+SYSSRV_API gboolean sys_srv_client_set_battery_status_finish(SysSrvClient* self,
+                                                             GAsyncResult* result, GError** error);
 
 /**
  * sys_srv_client_fetch_tool_enable_sync:
@@ -624,10 +618,10 @@ SYSSRV_API gboolean sys_srv_client_set_battery_status_finish(SysSrvClient *self,
  *
  * Returns: %TRUE on success
  */
-SYSSRV_API gboolean sys_srv_client_fetch_tool_enable_sync(SysSrvClient *self, gboolean *enabled,
-                                                          GCancellable *cancellable,
-                                                          GError **error);
-SYSSRV_API void sys_srv_client_fetch_tool_enable(SysSrvClient *self, GCancellable *cancellable,
+SYSSRV_API gboolean sys_srv_client_fetch_tool_enable_sync(SysSrvClient* self, gboolean* enabled,
+                                                          GCancellable* cancellable,
+                                                          GError** error);
+SYSSRV_API void sys_srv_client_fetch_tool_enable(SysSrvClient* self, GCancellable* cancellable,
                                                  GAsyncReadyCallback callback, gpointer user_data);
 /**
  * sys_srv_client_fetch_tool_enable_finish:
@@ -638,9 +632,9 @@ SYSSRV_API void sys_srv_client_fetch_tool_enable(SysSrvClient *self, GCancellabl
  *
  * Returns: %TRUE on success
  */
-SYSSRV_API gboolean sys_srv_client_fetch_tool_enable_finish(SysSrvClient *self,
-                                                            GAsyncResult *result,
-                                                            gboolean *enabled, GError **error);
+SYSSRV_API gboolean sys_srv_client_fetch_tool_enable_finish(SysSrvClient* self,
+                                                            GAsyncResult* result, gboolean* enabled,
+                                                            GError** error);
 
 /**
  * sys_srv_client_set_tool_enable_sync:
@@ -651,14 +645,13 @@ SYSSRV_API gboolean sys_srv_client_fetch_tool_enable_finish(SysSrvClient *self,
  *
  * Returns: %TRUE on success
  */
-SYSSRV_API gboolean sys_srv_client_set_tool_enable_sync(SysSrvClient *self, gboolean enabled,
-                                                        GCancellable *cancellable,
-                                                        GError **error);
-SYSSRV_API void sys_srv_client_set_tool_enable(SysSrvClient *self, gboolean enabled,
-                                               GCancellable *cancellable,
+SYSSRV_API gboolean sys_srv_client_set_tool_enable_sync(SysSrvClient* self, gboolean enabled,
+                                                        GCancellable* cancellable, GError** error);
+SYSSRV_API void sys_srv_client_set_tool_enable(SysSrvClient* self, gboolean enabled,
+                                               GCancellable* cancellable,
                                                GAsyncReadyCallback callback, gpointer user_data);
-SYSSRV_API gboolean sys_srv_client_set_tool_enable_finish(SysSrvClient *self, GAsyncResult *result,
-                                                          GError **error);
+SYSSRV_API gboolean sys_srv_client_set_tool_enable_finish(SysSrvClient* self, GAsyncResult* result,
+                                                          GError** error);
 
 /**
  * sys_srv_client_fetch_mfu_sync:
@@ -672,9 +665,9 @@ SYSSRV_API gboolean sys_srv_client_set_tool_enable_finish(SysSrvClient *self, GA
  *
  * Returns: %TRUE on success
  */
-SYSSRV_API gboolean sys_srv_client_fetch_mfu_sync(SysSrvClient *self, gint *mfu,
-                                                  GCancellable *cancellable, GError **error);
-SYSSRV_API void sys_srv_client_fetch_mfu(SysSrvClient *self, GCancellable *cancellable,
+SYSSRV_API gboolean sys_srv_client_fetch_mfu_sync(SysSrvClient* self, gint* mfu,
+                                                  GCancellable* cancellable, GError** error);
+SYSSRV_API void sys_srv_client_fetch_mfu(SysSrvClient* self, GCancellable* cancellable,
                                          GAsyncReadyCallback callback, gpointer user_data);
 /**
  * sys_srv_client_fetch_mfu_finish:
@@ -685,8 +678,8 @@ SYSSRV_API void sys_srv_client_fetch_mfu(SysSrvClient *self, GCancellable *cance
  *
  * Returns: %TRUE on success
  */
-SYSSRV_API gboolean sys_srv_client_fetch_mfu_finish(SysSrvClient *self, GAsyncResult *result,
-                                                    gint *mfu, GError **error);
+SYSSRV_API gboolean sys_srv_client_fetch_mfu_finish(SysSrvClient* self, GAsyncResult* result,
+                                                    gint* mfu, GError** error);
 
 /**
  * sys_srv_client_set_mfu_sync:
@@ -699,12 +692,12 @@ SYSSRV_API gboolean sys_srv_client_fetch_mfu_finish(SysSrvClient *self, GAsyncRe
  *
  * Returns: %TRUE on success
  */
-SYSSRV_API gboolean sys_srv_client_set_mfu_sync(SysSrvClient *self, gint mfu,
-                                                GCancellable *cancellable, GError **error);
-SYSSRV_API void sys_srv_client_set_mfu(SysSrvClient *self, gint mfu, GCancellable *cancellable,
+SYSSRV_API gboolean sys_srv_client_set_mfu_sync(SysSrvClient* self, gint mfu,
+                                                GCancellable* cancellable, GError** error);
+SYSSRV_API void sys_srv_client_set_mfu(SysSrvClient* self, gint mfu, GCancellable* cancellable,
                                        GAsyncReadyCallback callback, gpointer user_data);
-SYSSRV_API gboolean sys_srv_client_set_mfu_finish(SysSrvClient *self, GAsyncResult *result,
-                                                  GError **error);
+SYSSRV_API gboolean sys_srv_client_set_mfu_finish(SysSrvClient* self, GAsyncResult* result,
+                                                  GError** error);
 
 /**
  * sys_srv_client_config_file_changed_sync:
@@ -717,16 +710,15 @@ SYSSRV_API gboolean sys_srv_client_set_mfu_finish(SysSrvClient *self, GAsyncResu
  *
  * Returns: %TRUE on success
  */
-SYSSRV_API gboolean sys_srv_client_config_file_changed_sync(SysSrvClient *self, const gchar *path,
-                                                            GCancellable *cancellable,
-                                                            GError **error);
-SYSSRV_API void sys_srv_client_config_file_changed(SysSrvClient *self, const gchar *path,
-                                                   GCancellable *cancellable,
+SYSSRV_API gboolean sys_srv_client_config_file_changed_sync(SysSrvClient* self, const gchar* path,
+                                                            GCancellable* cancellable,
+                                                            GError** error);
+SYSSRV_API void sys_srv_client_config_file_changed(SysSrvClient* self, const gchar* path,
+                                                   GCancellable* cancellable,
                                                    GAsyncReadyCallback callback,
                                                    gpointer user_data);
-SYSSRV_API gboolean sys_srv_client_config_file_changed_finish(SysSrvClient *self,
-                                                              GAsyncResult *result,
-                                                              GError **error);
+SYSSRV_API gboolean sys_srv_client_config_file_changed_finish(SysSrvClient* self,
+                                                              GAsyncResult* result, GError** error);
 
 /**
  * sys_srv_client_cycle_complete_sync:
@@ -738,12 +730,12 @@ SYSSRV_API gboolean sys_srv_client_config_file_changed_finish(SysSrvClient *self
  *
  * Returns: %TRUE on success
  */
-SYSSRV_API gboolean sys_srv_client_cycle_complete_sync(SysSrvClient *self,
-                                                       GCancellable *cancellable, GError **error);
-SYSSRV_API void sys_srv_client_cycle_complete(SysSrvClient *self, GCancellable *cancellable,
+SYSSRV_API gboolean sys_srv_client_cycle_complete_sync(SysSrvClient* self,
+                                                       GCancellable* cancellable, GError** error);
+SYSSRV_API void sys_srv_client_cycle_complete(SysSrvClient* self, GCancellable* cancellable,
                                               GAsyncReadyCallback callback, gpointer user_data);
-SYSSRV_API gboolean sys_srv_client_cycle_complete_finish(SysSrvClient *self, GAsyncResult *result,
-                                                         GError **error);
+SYSSRV_API gboolean sys_srv_client_cycle_complete_finish(SysSrvClient* self, GAsyncResult* result,
+                                                         GError** error);
 
 /**
  * sys_srv_client_abort_start_sync:
@@ -755,12 +747,12 @@ SYSSRV_API gboolean sys_srv_client_cycle_complete_finish(SysSrvClient *self, GAs
  *
  * Returns: %TRUE on success
  */
-SYSSRV_API gboolean sys_srv_client_abort_start_sync(SysSrvClient *self, GCancellable *cancellable,
-                                                    GError **error);
-SYSSRV_API void sys_srv_client_abort_start(SysSrvClient *self, GCancellable *cancellable,
+SYSSRV_API gboolean sys_srv_client_abort_start_sync(SysSrvClient* self, GCancellable* cancellable,
+                                                    GError** error);
+SYSSRV_API void sys_srv_client_abort_start(SysSrvClient* self, GCancellable* cancellable,
                                            GAsyncReadyCallback callback, gpointer user_data);
-SYSSRV_API gboolean sys_srv_client_abort_start_finish(SysSrvClient *self, GAsyncResult *result,
-                                                      GError **error);
+SYSSRV_API gboolean sys_srv_client_abort_start_finish(SysSrvClient* self, GAsyncResult* result,
+                                                      GError** error);
 
 /**
  * sys_srv_client_new_result_sync:
@@ -774,14 +766,14 @@ SYSSRV_API gboolean sys_srv_client_abort_start_finish(SysSrvClient *self, GAsync
  *
  * Returns: %TRUE on success
  */
-SYSSRV_API gboolean sys_srv_client_new_result_sync(SysSrvClient *self, const gchar *database_path,
-                                                   gint data_set, GCancellable *cancellable,
-                                                   GError **error);
-SYSSRV_API void sys_srv_client_new_result(SysSrvClient *self, const gchar *database_path,
-                                          gint data_set, GCancellable *cancellable,
+SYSSRV_API gboolean sys_srv_client_new_result_sync(SysSrvClient* self, const gchar* database_path,
+                                                   gint data_set, GCancellable* cancellable,
+                                                   GError** error);
+SYSSRV_API void sys_srv_client_new_result(SysSrvClient* self, const gchar* database_path,
+                                          gint data_set, GCancellable* cancellable,
                                           GAsyncReadyCallback callback, gpointer user_data);
-SYSSRV_API gboolean sys_srv_client_new_result_finish(SysSrvClient *self, GAsyncResult *result,
-                                                     GError **error);
+SYSSRV_API gboolean sys_srv_client_new_result_finish(SysSrvClient* self, GAsyncResult* result,
+                                                     GError** error);
 
 /**
  * sys_srv_client_new_id_code_sync:
@@ -794,14 +786,14 @@ SYSSRV_API gboolean sys_srv_client_new_result_finish(SysSrvClient *self, GAsyncR
  *
  * Returns: %TRUE on success
  */
-SYSSRV_API gboolean sys_srv_client_new_id_code_sync(SysSrvClient *self, gint device,
-                                                    gint device_active, const gchar *id_code,
-                                                    GCancellable *cancellable, GError **error);
-SYSSRV_API void sys_srv_client_new_id_code(SysSrvClient *self, gint device, gint device_active,
-                                           const gchar *id_code, GCancellable *cancellable,
+SYSSRV_API gboolean sys_srv_client_new_id_code_sync(SysSrvClient* self, gint device,
+                                                    gint device_active, const gchar* id_code,
+                                                    GCancellable* cancellable, GError** error);
+SYSSRV_API void sys_srv_client_new_id_code(SysSrvClient* self, gint device, gint device_active,
+                                           const gchar* id_code, GCancellable* cancellable,
                                            GAsyncReadyCallback callback, gpointer user_data);
-SYSSRV_API gboolean sys_srv_client_new_id_code_finish(SysSrvClient *self, GAsyncResult *result,
-                                                      GError **error);
+SYSSRV_API gboolean sys_srv_client_new_id_code_finish(SysSrvClient* self, GAsyncResult* result,
+                                                      GError** error);
 
 /**
  * sys_srv_client_program_changed_sync:
@@ -812,14 +804,13 @@ SYSSRV_API gboolean sys_srv_client_new_id_code_finish(SysSrvClient *self, GAsync
  *
  * Returns: %TRUE on success
  */
-SYSSRV_API gboolean sys_srv_client_program_changed_sync(SysSrvClient *self, gint program,
-                                                        GCancellable *cancellable,
-                                                        GError **error);
-SYSSRV_API void sys_srv_client_program_changed(SysSrvClient *self, gint program,
-                                               GCancellable *cancellable,
+SYSSRV_API gboolean sys_srv_client_program_changed_sync(SysSrvClient* self, gint program,
+                                                        GCancellable* cancellable, GError** error);
+SYSSRV_API void sys_srv_client_program_changed(SysSrvClient* self, gint program,
+                                               GCancellable* cancellable,
                                                GAsyncReadyCallback callback, gpointer user_data);
-SYSSRV_API gboolean sys_srv_client_program_changed_finish(SysSrvClient *self, GAsyncResult *result,
-                                                          GError **error);
+SYSSRV_API gboolean sys_srv_client_program_changed_finish(SysSrvClient* self, GAsyncResult* result,
+                                                          GError** error);
 
 /**
  * sys_srv_client_set_batch_counter_sync:
@@ -831,15 +822,15 @@ SYSSRV_API gboolean sys_srv_client_program_changed_finish(SysSrvClient *self, GA
  *
  * Returns: %TRUE on success
  */
-SYSSRV_API gboolean sys_srv_client_set_batch_counter_sync(SysSrvClient *self, gboolean job,
-                                                          const gchar *config,
-                                                          GCancellable *cancellable,
-                                                          GError **error);
-SYSSRV_API void sys_srv_client_set_batch_counter(SysSrvClient *self, gboolean job,
-                                                 const gchar *config, GCancellable *cancellable,
+SYSSRV_API gboolean sys_srv_client_set_batch_counter_sync(SysSrvClient* self, gboolean job,
+                                                          const gchar* config,
+                                                          GCancellable* cancellable,
+                                                          GError** error);
+SYSSRV_API void sys_srv_client_set_batch_counter(SysSrvClient* self, gboolean job,
+                                                 const gchar* config, GCancellable* cancellable,
                                                  GAsyncReadyCallback callback, gpointer user_data);
-SYSSRV_API gboolean sys_srv_client_set_batch_counter_finish(SysSrvClient *self,
-                                                            GAsyncResult *result, GError **error);
+SYSSRV_API gboolean sys_srv_client_set_batch_counter_finish(SysSrvClient* self,
+                                                            GAsyncResult* result, GError** error);
 
 /**
  * sys_srv_client_clear_batch_counter_sync:
@@ -850,16 +841,15 @@ SYSSRV_API gboolean sys_srv_client_set_batch_counter_finish(SysSrvClient *self,
  *
  * Returns: %TRUE on success
  */
-SYSSRV_API gboolean sys_srv_client_clear_batch_counter_sync(SysSrvClient *self, gint program,
-                                                            GCancellable *cancellable,
-                                                            GError **error);
-SYSSRV_API void sys_srv_client_clear_batch_counter(SysSrvClient *self, gint program,
-                                                   GCancellable *cancellable,
+SYSSRV_API gboolean sys_srv_client_clear_batch_counter_sync(SysSrvClient* self, gint program,
+                                                            GCancellable* cancellable,
+                                                            GError** error);
+SYSSRV_API void sys_srv_client_clear_batch_counter(SysSrvClient* self, gint program,
+                                                   GCancellable* cancellable,
                                                    GAsyncReadyCallback callback,
                                                    gpointer user_data);
-SYSSRV_API gboolean sys_srv_client_clear_batch_counter_finish(SysSrvClient *self,
-                                                              GAsyncResult *result,
-                                                              GError **error);
+SYSSRV_API gboolean sys_srv_client_clear_batch_counter_finish(SysSrvClient* self,
+                                                              GAsyncResult* result, GError** error);
 
 /**
  * sys_srv_client_delete_batch_counter_sync:
@@ -870,16 +860,16 @@ SYSSRV_API gboolean sys_srv_client_clear_batch_counter_finish(SysSrvClient *self
  *
  * Returns: %TRUE on success
  */
-SYSSRV_API gboolean sys_srv_client_delete_batch_counter_sync(SysSrvClient *self, gint program,
-                                                             GCancellable *cancellable,
-                                                             GError **error);
-SYSSRV_API void sys_srv_client_delete_batch_counter(SysSrvClient *self, gint program,
-                                                    GCancellable *cancellable,
+SYSSRV_API gboolean sys_srv_client_delete_batch_counter_sync(SysSrvClient* self, gint program,
+                                                             GCancellable* cancellable,
+                                                             GError** error);
+SYSSRV_API void sys_srv_client_delete_batch_counter(SysSrvClient* self, gint program,
+                                                    GCancellable* cancellable,
                                                     GAsyncReadyCallback callback,
                                                     gpointer user_data);
-SYSSRV_API gboolean sys_srv_client_delete_batch_counter_finish(SysSrvClient *self,
-                                                               GAsyncResult *result,
-                                                               GError **error);
+SYSSRV_API gboolean sys_srv_client_delete_batch_counter_finish(SysSrvClient* self,
+                                                               GAsyncResult* result,
+                                                               GError** error);
 
 /**
  * sys_srv_client_fetch_batch_counters_sync:
@@ -890,10 +880,10 @@ SYSSRV_API gboolean sys_srv_client_delete_batch_counter_finish(SysSrvClient *sel
  * Returns: (transfer full): the numbers of the configured program counters, one byte
  *   each, ascending; %NULL on failure
  */
-SYSSRV_API GBytes *sys_srv_client_fetch_batch_counters_sync(SysSrvClient *self,
-                                                            GCancellable *cancellable,
-                                                            GError **error);
-SYSSRV_API void sys_srv_client_fetch_batch_counters(SysSrvClient *self, GCancellable *cancellable,
+SYSSRV_API GBytes* sys_srv_client_fetch_batch_counters_sync(SysSrvClient* self,
+                                                            GCancellable* cancellable,
+                                                            GError** error);
+SYSSRV_API void sys_srv_client_fetch_batch_counters(SysSrvClient* self, GCancellable* cancellable,
                                                     GAsyncReadyCallback callback,
                                                     gpointer user_data);
 /**
@@ -904,9 +894,8 @@ SYSSRV_API void sys_srv_client_fetch_batch_counters(SysSrvClient *self, GCancell
  *
  * Returns: (transfer full): the numbers of the configured counters; %NULL on failure
  */
-SYSSRV_API GBytes *sys_srv_client_fetch_batch_counters_finish(SysSrvClient *self,
-                                                              GAsyncResult *result,
-                                                              GError **error);
+SYSSRV_API GBytes* sys_srv_client_fetch_batch_counters_finish(SysSrvClient* self,
+                                                              GAsyncResult* result, GError** error);
 
 /**
  * sys_srv_client_set_id_code_source_sync:
@@ -918,17 +907,16 @@ SYSSRV_API GBytes *sys_srv_client_fetch_batch_counters_finish(SysSrvClient *self
  *
  * Returns: %TRUE on success
  */
-SYSSRV_API gboolean sys_srv_client_set_id_code_source_sync(SysSrvClient *self, gint source,
+SYSSRV_API gboolean sys_srv_client_set_id_code_source_sync(SysSrvClient* self, gint source,
                                                            gint delete_after_start,
-                                                           GCancellable *cancellable,
-                                                           GError **error);
-SYSSRV_API void sys_srv_client_set_id_code_source(SysSrvClient *self, gint source,
+                                                           GCancellable* cancellable,
+                                                           GError** error);
+SYSSRV_API void sys_srv_client_set_id_code_source(SysSrvClient* self, gint source,
                                                   gint delete_after_start,
-                                                  GCancellable *cancellable,
-                                                  GAsyncReadyCallback callback,
-                                                  gpointer user_data);
-SYSSRV_API gboolean sys_srv_client_set_id_code_source_finish(SysSrvClient *self,
-                                                             GAsyncResult *result, GError **error);
+                                                  GCancellable* cancellable,
+                                                  GAsyncReadyCallback callback, gpointer user_data);
+SYSSRV_API gboolean sys_srv_client_set_id_code_source_finish(SysSrvClient* self,
+                                                             GAsyncResult* result, GError** error);
 
 /**
  * sys_srv_client_set_job_running_sync:
@@ -939,14 +927,13 @@ SYSSRV_API gboolean sys_srv_client_set_id_code_source_finish(SysSrvClient *self,
  *
  * Returns: %TRUE on success
  */
-SYSSRV_API gboolean sys_srv_client_set_job_running_sync(SysSrvClient *self, gint state,
-                                                        GCancellable *cancellable,
-                                                        GError **error);
-SYSSRV_API void sys_srv_client_set_job_running(SysSrvClient *self, gint state,
-                                               GCancellable *cancellable,
+SYSSRV_API gboolean sys_srv_client_set_job_running_sync(SysSrvClient* self, gint state,
+                                                        GCancellable* cancellable, GError** error);
+SYSSRV_API void sys_srv_client_set_job_running(SysSrvClient* self, gint state,
+                                               GCancellable* cancellable,
                                                GAsyncReadyCallback callback, gpointer user_data);
-SYSSRV_API gboolean sys_srv_client_set_job_running_finish(SysSrvClient *self, GAsyncResult *result,
-                                                          GError **error);
+SYSSRV_API gboolean sys_srv_client_set_job_running_finish(SysSrvClient* self, GAsyncResult* result,
+                                                          GError** error);
 
 /**
  * sys_srv_client_request_operation_mode_sync:
@@ -961,19 +948,19 @@ SYSSRV_API gboolean sys_srv_client_set_job_running_finish(SysSrvClient *self, GA
  *
  * Returns: %TRUE on success
  */
-SYSSRV_API gboolean sys_srv_client_request_operation_mode_sync(SysSrvClient *self, gint mode,
+SYSSRV_API gboolean sys_srv_client_request_operation_mode_sync(SysSrvClient* self, gint mode,
                                                                gint trigger_source,
                                                                gint trigger_value,
-                                                               GCancellable *cancellable,
-                                                               GError **error);
-SYSSRV_API void sys_srv_client_request_operation_mode(SysSrvClient *self, gint mode,
+                                                               GCancellable* cancellable,
+                                                               GError** error);
+SYSSRV_API void sys_srv_client_request_operation_mode(SysSrvClient* self, gint mode,
                                                       gint trigger_source, gint trigger_value,
-                                                      GCancellable *cancellable,
+                                                      GCancellable* cancellable,
                                                       GAsyncReadyCallback callback,
                                                       gpointer user_data);
-SYSSRV_API gboolean sys_srv_client_request_operation_mode_finish(SysSrvClient *self,
-                                                                 GAsyncResult *result,
-                                                                 GError **error);
+SYSSRV_API gboolean sys_srv_client_request_operation_mode_finish(SysSrvClient* self,
+                                                                 GAsyncResult* result,
+                                                                 GError** error);
 
 /**
  * sys_srv_client_new_operation_mode_sync:
@@ -986,15 +973,14 @@ SYSSRV_API gboolean sys_srv_client_request_operation_mode_finish(SysSrvClient *s
  *
  * Returns: %TRUE on success
  */
-SYSSRV_API gboolean sys_srv_client_new_operation_mode_sync(SysSrvClient *self, gint mode,
-                                                           GCancellable *cancellable,
-                                                           GError **error);
-SYSSRV_API void sys_srv_client_new_operation_mode(SysSrvClient *self, gint mode,
-                                                  GCancellable *cancellable,
-                                                  GAsyncReadyCallback callback,
-                                                  gpointer user_data);
-SYSSRV_API gboolean sys_srv_client_new_operation_mode_finish(SysSrvClient *self,
-                                                             GAsyncResult *result, GError **error);
+SYSSRV_API gboolean sys_srv_client_new_operation_mode_sync(SysSrvClient* self, gint mode,
+                                                           GCancellable* cancellable,
+                                                           GError** error);
+SYSSRV_API void sys_srv_client_new_operation_mode(SysSrvClient* self, gint mode,
+                                                  GCancellable* cancellable,
+                                                  GAsyncReadyCallback callback, gpointer user_data);
+SYSSRV_API gboolean sys_srv_client_new_operation_mode_finish(SysSrvClient* self,
+                                                             GAsyncResult* result, GError** error);
 
 G_END_DECLS
 

@@ -123,9 +123,10 @@ Variant_T CtlBus_CL::f_DoCall(const char* z_c_Method, GVariant* o_Params, const 
           z_c_Method);
       break;
     case SYS_SRV_CLIENT_ERROR_INCOMPATIBLE:
-      str_Msg = f_Format("the running service does not know %s, or answered it unexpectedly "
-                         "(another version?)",
-                         z_c_Method);
+      str_Msg = f_Format(
+          "the running service does not know %s, or answered it unexpectedly "
+          "(another version?)",
+          z_c_Method);
       break;
     case SYS_SRV_CLIENT_ERROR_DISCONNECTED:
       i_Exit = I_EXIT_NO_SERVICE;

@@ -21,11 +21,21 @@ const char* A_C_RDY = R"({"flags":[{"nr":3,"state":1,"name":"SysSrv"},)"
 constexpr guint UI_SOLL = (1u << 3) | (1u << 5);
 constexpr const char* A_C_CHAN_CFG = "/home/tool/config/ChanCfg.json";
 
-const char* const A_Z_C_SIGNALS[] = {
-    "config-file-changed", "error-raised",     "error-acknowledged",     "battery-charge-changed",
-    "battery-status-changed", "battery-countdown", "new-result",       "tool-enable-changed",
-    "program-changed",     "new-id-code",      "readiness-changed",      "start-aborted",
-    "job-running-changed", "operation-mode-changed", "operation-mode-requested"};
+const char* const A_Z_C_SIGNALS[] = {"config-file-changed",
+                                     "error-raised",
+                                     "error-acknowledged",
+                                     "battery-charge-changed",
+                                     "battery-status-changed",
+                                     "battery-countdown",
+                                     "new-result",
+                                     "tool-enable-changed",
+                                     "program-changed",
+                                     "new-id-code",
+                                     "readiness-changed",
+                                     "start-aborted",
+                                     "job-running-changed",
+                                     "operation-mode-changed",
+                                     "operation-mode-requested"};
 
 struct Emission_ST {
   std::string str_Name;
@@ -97,8 +107,9 @@ class TypedRecorder {
 class ClientLib : public ::testing::Test {
  protected:
   static void SetUpTestSuite() {
-    z_o_Svc = new Service(
-        [](const Sandbox& o_Box) { o_Box.f_Write("/home/tool/config/log/rdystatus.json", A_C_RDY); });
+    z_o_Svc = new Service([](const Sandbox& o_Box) {
+      o_Box.f_Write("/home/tool/config/log/rdystatus.json", A_C_RDY);
+    });
     GError* z_o_Err = nullptr;
     z_o_Client =
         sys_srv_client_new_for_address_sync(z_o_Svc->o_Bus.f_Address().c_str(), nullptr, &z_o_Err);
@@ -149,7 +160,8 @@ TEST_F(ClientLib, StateIsLoadedWhenTheServiceAppears) {
   ASSERT_TRUE(sys_srv_client_fetch_battery_status_sync(z_o_Client, &e_Status, nullptr, &z_o_Err))
       << f_Msg(z_o_Err);
   ASSERT_TRUE(sys_srv_client_fetch_tool_enable_sync(z_o_Client, &b_Enabled, nullptr, &z_o_Err));
-  ASSERT_TRUE(sys_srv_client_fetch_readiness_sync(z_o_Client, &ui_Ist, &ui_Soll, nullptr, &z_o_Err));
+  ASSERT_TRUE(
+      sys_srv_client_fetch_readiness_sync(z_o_Client, &ui_Ist, &ui_Soll, nullptr, &z_o_Err));
   ASSERT_TRUE(sys_srv_client_fetch_current_error_sync(z_o_Client, &i_Code, &i_Class, &i_Date,
                                                       nullptr, &z_o_Err));
   EXPECT_EQ(sys_srv_client_get_battery_charge(z_o_Client), i_Charge);
@@ -177,58 +189,119 @@ TEST_F(ClientLib, EveryMethodAndItsSignal) {
   };
   const std::string str_Cfg = std::string("\"") + A_C_CHAN_CFG + "\"";
   const Case_ST a_o_Cases[] = {
-      {"report", [&](GError** e) { return sys_srv_client_report_error_sync(c, "test", 500, 2, nullptr, e); },
-       "error-raised", {"500", "2"}},
-      {"ack by code", [&](GError** e) { return sys_srv_client_ack_error_sync(c, "test", 500, 2, nullptr, e); },
-       "error-acknowledged", {"500", "0", "0"}},
-      {"report class 0", [&](GError** e) { return sys_srv_client_report_error_sync(c, "test", 501, 0, nullptr, e); },
-       "error-raised", {"501", "0"}},
-      {"ack list", [&](GError** e) { return sys_srv_client_ack_error_list_sync(c, nullptr, e); },
-       "error-acknowledged", {"501"}},
-      {"delete list", [&](GError** e) { return sys_srv_client_delete_error_list_sync(c, nullptr, e); },
-       nullptr, {}},
-      {"peer ready", [&](GError** e) { return sys_srv_client_set_ready_flag_sync(c, 5, TRUE, nullptr, e); },
-       "readiness-changed", {"40", "40"}},
-      {"peer not ready", [&](GError** e) { return sys_srv_client_set_ready_flag_sync(c, 5, FALSE, nullptr, e); },
-       "readiness-changed", {"8", "40"}},
-      {"peer ready again", [&](GError** e) { return sys_srv_client_set_ready_flag_sync(c, 5, TRUE, nullptr, e); },
-       "readiness-changed", {"40", "40"}},
-      {"dump readiness", [&](GError** e) { return sys_srv_client_dump_readiness_sync(c, nullptr, e); },
-       nullptr, {}},
-      {"charge", [&](GError** e) { return sys_srv_client_set_battery_charge_sync(c, 42, nullptr, e); },
-       "battery-charge-changed", {"42"}},
+      {"report",
+       [&](GError** e) { return sys_srv_client_report_error_sync(c, "test", 500, 2, nullptr, e); },
+       "error-raised",
+       {"500", "2"}},
+      {"ack by code",
+       [&](GError** e) { return sys_srv_client_ack_error_sync(c, "test", 500, 2, nullptr, e); },
+       "error-acknowledged",
+       {"500", "0", "0"}},
+      {"report class 0",
+       [&](GError** e) { return sys_srv_client_report_error_sync(c, "test", 501, 0, nullptr, e); },
+       "error-raised",
+       {"501", "0"}},
+      {"ack list",
+       [&](GError** e) { return sys_srv_client_ack_error_list_sync(c, nullptr, e); },
+       "error-acknowledged",
+       {"501"}},
+      {"delete list",
+       [&](GError** e) { return sys_srv_client_delete_error_list_sync(c, nullptr, e); },
+       nullptr,
+       {}},
+      {"peer ready",
+       [&](GError** e) { return sys_srv_client_set_ready_flag_sync(c, 5, TRUE, nullptr, e); },
+       "readiness-changed",
+       {"40", "40"}},
+      {"peer not ready",
+       [&](GError** e) { return sys_srv_client_set_ready_flag_sync(c, 5, FALSE, nullptr, e); },
+       "readiness-changed",
+       {"8", "40"}},
+      {"peer ready again",
+       [&](GError** e) { return sys_srv_client_set_ready_flag_sync(c, 5, TRUE, nullptr, e); },
+       "readiness-changed",
+       {"40", "40"}},
+      {"dump readiness",
+       [&](GError** e) { return sys_srv_client_dump_readiness_sync(c, nullptr, e); },
+       nullptr,
+       {}},
+      {"charge",
+       [&](GError** e) { return sys_srv_client_set_battery_charge_sync(c, 42, nullptr, e); },
+       "battery-charge-changed",
+       {"42"}},
       {"status (never answered)",
-       [&](GError** e) { return sys_srv_client_set_battery_status_sync(c, SYS_SRV_BATTERY_STATUS_LOW, nullptr, e); },
-       nullptr, {}},
-      {"tool off", [&](GError** e) { return sys_srv_client_set_tool_enable_sync(c, FALSE, nullptr, e); },
-       "tool-enable-changed", {"FALSE"}},
-      {"tool on", [&](GError** e) { return sys_srv_client_set_tool_enable_sync(c, TRUE, nullptr, e); },
-       "tool-enable-changed", {"TRUE"}},
-      {"mfu", [&](GError** e) { return sys_srv_client_set_mfu_sync(c, 1250, nullptr, e); },
-       "config-file-changed", {str_Cfg}},
-      {"file announced", [&](GError** e) { return sys_srv_client_config_file_changed_sync(c, "/home/tool/config/ResSrv.json", nullptr, e); },
-       nullptr, {}},
-      {"cycle", [&](GError** e) { return sys_srv_client_cycle_complete_sync(c, nullptr, e); }, nullptr, {}},
-      {"abort", [&](GError** e) { return sys_srv_client_abort_start_sync(c, nullptr, e); },
-       "start-aborted", {}},
-      {"result", [&](GError** e) { return sys_srv_client_new_result_sync(c, "/mnt/res.db", 7, nullptr, e); },
-       "new-result", {"\"/mnt/res.db\"", "7"}},
-      {"id code", [&](GError** e) { return sys_srv_client_new_id_code_sync(c, 1, 0, "ID-1", nullptr, e); },
-       "new-id-code", {"1", "0", "\"ID-1\""}},
-      {"program", [&](GError** e) { return sys_srv_client_program_changed_sync(c, 3, nullptr, e); },
-       "program-changed", {"3"}},
-      {"job", [&](GError** e) { return sys_srv_client_set_job_running_sync(c, 1, nullptr, e); },
-       "job-running-changed", {"1"}},
-      {"mode request", [&](GError** e) { return sys_srv_client_request_operation_mode_sync(c, 2, 3, 4, nullptr, e); },
-       "operation-mode-requested", {"2", "3", "4"}},
-      {"mode taken", [&](GError** e) { return sys_srv_client_new_operation_mode_sync(c, 5, nullptr, e); },
-       "operation-mode-changed", {"5"}},
-      {"counter set", [&](GError** e) { return sys_srv_client_set_batch_counter_sync(c, FALSE, R"({"Id":4})", nullptr, e); },
-       nullptr, {}},
-      {"counter cleared", [&](GError** e) { return sys_srv_client_clear_batch_counter_sync(c, 4, nullptr, e); },
-       nullptr, {}},
-      {"id code source", [&](GError** e) { return sys_srv_client_set_id_code_source_sync(c, 1, 0, nullptr, e); },
-       nullptr, {}},
+       [&](GError** e) {
+         return sys_srv_client_set_battery_status_sync(c, SYS_SRV_BATTERY_STATUS_LOW, nullptr, e);
+       },
+       nullptr,
+       {}},
+      {"tool off",
+       [&](GError** e) { return sys_srv_client_set_tool_enable_sync(c, FALSE, nullptr, e); },
+       "tool-enable-changed",
+       {"FALSE"}},
+      {"tool on",
+       [&](GError** e) { return sys_srv_client_set_tool_enable_sync(c, TRUE, nullptr, e); },
+       "tool-enable-changed",
+       {"TRUE"}},
+      {"mfu",
+       [&](GError** e) { return sys_srv_client_set_mfu_sync(c, 1250, nullptr, e); },
+       "config-file-changed",
+       {str_Cfg}},
+      {"file announced",
+       [&](GError** e) {
+         return sys_srv_client_config_file_changed_sync(c, "/home/tool/config/ResSrv.json", nullptr,
+                                                        e);
+       },
+       nullptr,
+       {}},
+      {"cycle",
+       [&](GError** e) { return sys_srv_client_cycle_complete_sync(c, nullptr, e); },
+       nullptr,
+       {}},
+      {"abort",
+       [&](GError** e) { return sys_srv_client_abort_start_sync(c, nullptr, e); },
+       "start-aborted",
+       {}},
+      {"result",
+       [&](GError** e) { return sys_srv_client_new_result_sync(c, "/mnt/res.db", 7, nullptr, e); },
+       "new-result",
+       {"\"/mnt/res.db\"", "7"}},
+      {"id code",
+       [&](GError** e) { return sys_srv_client_new_id_code_sync(c, 1, 0, "ID-1", nullptr, e); },
+       "new-id-code",
+       {"1", "0", "\"ID-1\""}},
+      {"program",
+       [&](GError** e) { return sys_srv_client_program_changed_sync(c, 3, nullptr, e); },
+       "program-changed",
+       {"3"}},
+      {"job",
+       [&](GError** e) { return sys_srv_client_set_job_running_sync(c, 1, nullptr, e); },
+       "job-running-changed",
+       {"1"}},
+      {"mode request",
+       [&](GError** e) {
+         return sys_srv_client_request_operation_mode_sync(c, 2, 3, 4, nullptr, e);
+       },
+       "operation-mode-requested",
+       {"2", "3", "4"}},
+      {"mode taken",
+       [&](GError** e) { return sys_srv_client_new_operation_mode_sync(c, 5, nullptr, e); },
+       "operation-mode-changed",
+       {"5"}},
+      {"counter set",
+       [&](GError** e) {
+         return sys_srv_client_set_batch_counter_sync(c, FALSE, R"({"Id":4})", nullptr, e);
+       },
+       nullptr,
+       {}},
+      {"counter cleared",
+       [&](GError** e) { return sys_srv_client_clear_batch_counter_sync(c, 4, nullptr, e); },
+       nullptr,
+       {}},
+      {"id code source",
+       [&](GError** e) { return sys_srv_client_set_id_code_source_sync(c, 1, 0, nullptr, e); },
+       nullptr,
+       {}},
   };
   for (const Case_ST& o_C : a_o_Cases) {
     GError* z_o_Err = nullptr;
@@ -248,7 +321,7 @@ TEST_F(ClientLib, PropertiesFollowTheSignals) {
     const char* z_c_Value;
   };
   const Case_ST a_o_Cases[] = {
-      {"battery-charge", "42"}, {"tool-enabled", "TRUE"}, {"ready", "TRUE"},
+      {"battery-charge", "42"},   {"tool-enabled", "TRUE"},     {"ready", "TRUE"},
       {"readiness-actual", "40"}, {"readiness-required", "40"}, {"error-code", "0"},
   };
   for (const Case_ST& o_C : a_o_Cases)
@@ -272,7 +345,8 @@ TEST_F(ClientLib, GettersAndTheWiresExceptions) {
   GError* z_o_Err = nullptr;
   // The factor as set in thousandths, although the service's own getter says 100.
   gint i_Mfu = 0;
-  ASSERT_TRUE(sys_srv_client_fetch_mfu_sync(z_o_Client, &i_Mfu, nullptr, &z_o_Err)) << f_Msg(z_o_Err);
+  ASSERT_TRUE(sys_srv_client_fetch_mfu_sync(z_o_Client, &i_Mfu, nullptr, &z_o_Err))
+      << f_Msg(z_o_Err);
   EXPECT_EQ(i_Mfu, 1250);
   GVariant* o_Raw = sys_srv_client_call_sync(z_o_Client, "fmfuget", nullptr, G_VARIANT_TYPE("(i)"),
                                              G_DBUS_CALL_FLAGS_NONE, -1, nullptr, nullptr);
@@ -322,20 +396,46 @@ TEST_F(ClientLib, AsyncCallsReturnThroughTheMainContext) {
     gint i_Expect;  // -1: any value
   };
   const Case_ST a_o_Cases[] = {
-      {"charge", [&](GAsyncReadyCallback f, gpointer d) { sys_srv_client_fetch_battery_charge(c, nullptr, f, d); },
-       [&](GAsyncResult* r, gint* v, GError** e) { return sys_srv_client_fetch_battery_charge_finish(c, r, v, e); }, 42},
-      {"mfu", [&](GAsyncReadyCallback f, gpointer d) { sys_srv_client_fetch_mfu(c, nullptr, f, d); },
-       [&](GAsyncResult* r, gint* v, GError** e) { return sys_srv_client_fetch_mfu_finish(c, r, v, e); }, 1250},
+      {"charge",
+       [&](GAsyncReadyCallback f, gpointer d) {
+         sys_srv_client_fetch_battery_charge(c, nullptr, f, d);
+       },
+       [&](GAsyncResult* r, gint* v, GError** e) {
+         return sys_srv_client_fetch_battery_charge_finish(c, r, v, e);
+       },
+       42},
+      {"mfu",
+       [&](GAsyncReadyCallback f, gpointer d) { sys_srv_client_fetch_mfu(c, nullptr, f, d); },
+       [&](GAsyncResult* r, gint* v, GError** e) {
+         return sys_srv_client_fetch_mfu_finish(c, r, v, e);
+       },
+       1250},
       {"current error",
-       [&](GAsyncReadyCallback f, gpointer d) { sys_srv_client_fetch_current_error(c, nullptr, f, d); },
+       [&](GAsyncReadyCallback f, gpointer d) {
+         sys_srv_client_fetch_current_error(c, nullptr, f, d);
+       },
        [&](GAsyncResult* r, gint* v, GError** e) {
          return sys_srv_client_fetch_current_error_finish(c, r, v, nullptr, nullptr, e);
-       }, 403},
-      {"ack", [&](GAsyncReadyCallback f, gpointer d) { sys_srv_client_ack_error(c, "test", 403, 4, nullptr, f, d); },
-       [&](GAsyncResult* r, gint* v, GError** e) { *v = 0; return sys_srv_client_ack_error_finish(c, r, e); }, 0},
+       },
+       403},
+      {"ack",
+       [&](GAsyncReadyCallback f, gpointer d) {
+         sys_srv_client_ack_error(c, "test", 403, 4, nullptr, f, d);
+       },
+       [&](GAsyncResult* r, gint* v, GError** e) {
+         *v = 0;
+         return sys_srv_client_ack_error_finish(c, r, e);
+       },
+       0},
       {"status setter",
-       [&](GAsyncReadyCallback f, gpointer d) { sys_srv_client_set_battery_status(c, SYS_SRV_BATTERY_STATUS_LOW, nullptr, f, d); },
-       [&](GAsyncResult* r, gint* v, GError** e) { *v = 0; return sys_srv_client_set_battery_status_finish(c, r, e); }, 0},
+       [&](GAsyncReadyCallback f, gpointer d) {
+         sys_srv_client_set_battery_status(c, SYS_SRV_BATTERY_STATUS_LOW, nullptr, f, d);
+       },
+       [&](GAsyncResult* r, gint* v, GError** e) {
+         *v = 0;
+         return sys_srv_client_set_battery_status_finish(c, r, e);
+       },
+       0},
   };
   for (const Case_ST& o_C : a_o_Cases) {
     struct Pending_ST {
@@ -404,12 +504,14 @@ TEST_F(ClientLib, FailuresAreCoded) {
 // The battery count-down and its end, driven by the power controller's signals.
 TEST_F(ClientLib, BatteryOffAndOn) {
   z_o_Svc->o_Daemon.f_Signal(SIGUSR1);
-  EXPECT_TRUE(z_o_Typed->f_WaitFor("battery-status-changed", {"((SysSrvBatteryStatus) SYS_SRV_BATTERY_STATUS_OFF)"}))
+  EXPECT_TRUE(z_o_Typed->f_WaitFor("battery-status-changed",
+                                   {"((SysSrvBatteryStatus) SYS_SRV_BATTERY_STATUS_OFF)"}))
       << z_o_Typed->f_Dump();
   EXPECT_TRUE(z_o_Typed->f_WaitFor("battery-countdown", {"20"})) << z_o_Typed->f_Dump();
   EXPECT_EQ(sys_srv_client_get_battery_status(z_o_Client), SYS_SRV_BATTERY_STATUS_OFF);
   z_o_Svc->o_Daemon.f_Signal(SIGUSR2);
-  EXPECT_TRUE(z_o_Typed->f_WaitFor("battery-status-changed", {"((SysSrvBatteryStatus) SYS_SRV_BATTERY_STATUS_UNKNOWN)"}))
+  EXPECT_TRUE(z_o_Typed->f_WaitFor("battery-status-changed",
+                                   {"((SysSrvBatteryStatus) SYS_SRV_BATTERY_STATUS_UNKNOWN)"}))
       << z_o_Typed->f_Dump();
 }
 
@@ -465,13 +567,12 @@ TEST(ClientWire, OtherShapesAreNotReadWrongly) {
   ASSERT_NE(z_o_Srv, nullptr) << f_Msg(z_o_Err);
   GDBusNodeInfo* z_o_Node = g_dbus_node_info_new_for_xml(A_C_STANDIN_XML, nullptr);
   const GDBusInterfaceVTable o_VTable = {f_StandInCall, nullptr, nullptr, {nullptr}};
-  guint ui_Obj = g_dbus_connection_register_object(z_o_Srv, SYS_SRV_OBJECT_PATH,
-                                                   z_o_Node->interfaces[0], &o_VTable, nullptr,
-                                                   nullptr, nullptr);
+  guint ui_Obj = g_dbus_connection_register_object(
+      z_o_Srv, SYS_SRV_OBJECT_PATH, z_o_Node->interfaces[0], &o_VTable, nullptr, nullptr, nullptr);
   GVariant* o_Owned = g_dbus_connection_call_sync(
       z_o_Srv, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
-      "RequestName", g_variant_new("(su)", SYS_SRV_BUS_NAME, 0u), nullptr,
-      G_DBUS_CALL_FLAGS_NONE, 5000, nullptr, nullptr);
+      "RequestName", g_variant_new("(su)", SYS_SRV_BUS_NAME, 0u), nullptr, G_DBUS_CALL_FLAGS_NONE,
+      5000, nullptr, nullptr);
   ASSERT_NE(o_Owned, nullptr);
   g_variant_unref(o_Owned);
 
@@ -480,15 +581,15 @@ TEST(ClientWire, OtherShapesAreNotReadWrongly) {
   ASSERT_NE(z_o_C, nullptr) << f_Msg(z_o_Err);
   TypedRecorder o_Typed(z_o_C);
   std::vector<std::string> o_Untyped;
-  g_signal_connect(z_o_C, "bus-signal",
-                   G_CALLBACK(+[](SysSrvClient*, const gchar* z_c_Name, GVariant* o_Args,
-                                  gpointer z_v) {
-                     static_cast<std::vector<std::string>*>(z_v)->push_back(
-                         std::string(z_c_Name) + g_variant_get_type_string(o_Args));
-                   }),
-                   &o_Untyped);
-  ASSERT_TRUE(f_WaitUntil([&] { return sys_srv_client_get_service_running(z_o_C) != FALSE; },
-                          10000));
+  g_signal_connect(
+      z_o_C, "bus-signal",
+      G_CALLBACK(+[](SysSrvClient*, const gchar* z_c_Name, GVariant* o_Args, gpointer z_v) {
+        static_cast<std::vector<std::string>*>(z_v)->push_back(std::string(z_c_Name) +
+                                                               g_variant_get_type_string(o_Args));
+      }),
+      &o_Untyped);
+  ASSERT_TRUE(
+      f_WaitUntil([&] { return sys_srv_client_get_service_running(z_o_C) != FALSE; }, 10000));
 
   // The stand-in answers from this thread's main context, so the call must not block it.
   struct Fetch_ST {
@@ -515,9 +616,9 @@ TEST(ClientWire, OtherShapesAreNotReadWrongly) {
     GVariant* o_Args;
   };
   const Case_ST a_o_Cases[] = {
-      {"cfgfilechanged", g_variant_new("(i)", 5)},          // as declared, not as sent
+      {"cfgfilechanged", g_variant_new("(i)", 5)},  // as declared, not as sent
       {"battpowerchanged", g_variant_new("(s)", "full")},
-      {"rdychanged", g_variant_new("(ii)", 8, 8)},          // a fitting one, last
+      {"rdychanged", g_variant_new("(ii)", 8, 8)},  // a fitting one, last
   };
   for (const Case_ST& o_C : a_o_Cases)
     g_dbus_connection_emit_signal(z_o_Srv, nullptr, SYS_SRV_OBJECT_PATH, SYS_SRV_INTERFACE,

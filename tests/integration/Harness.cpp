@@ -363,8 +363,8 @@ bool BusClient::f_HasOwner(const char* z_c_Name) {
   // Any other name is a question to the bus itself.
   GVariant* o_R = g_dbus_connection_call_sync(
       z_o_Conn, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
-      "NameHasOwner", g_variant_new("(s)", z_c_Name), G_VARIANT_TYPE("(b)"),
-      G_DBUS_CALL_FLAGS_NONE, 2000, nullptr, nullptr);
+      "NameHasOwner", g_variant_new("(s)", z_c_Name), G_VARIANT_TYPE("(b)"), G_DBUS_CALL_FLAGS_NONE,
+      2000, nullptr, nullptr);
   if (o_R == nullptr) return false;
   gboolean b_Has = FALSE;
   g_variant_get(o_R, "(b)", &b_Has);
