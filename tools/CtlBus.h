@@ -22,6 +22,8 @@ class CtlBus_CL {
   CtlBus_CL& operator=(const CtlBus_CL&) = delete;
 
   GDBusConnection* f_Conn() const;
+  // The client itself, for subcommands that follow the service's signals and presence.
+  SysSrvClient* f_Client() const { return z_o_Client; }
   const std::string& f_Address() const { return str_Address; }
 
   // Calls a method of the service interface (o_Params floating or null) and checks the
