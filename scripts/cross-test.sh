@@ -25,7 +25,9 @@ BUILD=${BUILD_DIR:-build-arm}
 BUILD_TYPE=${CROSS_BUILD_TYPE:-RelWithDebInfo}
 SYSROOT=${SYSSRV_ARM_SYSROOT:-${XDG_CACHE_HOME:-${HOME:-/tmp}/.cache}/syssrv/armhf-sysroot}
 
-HOST_PACKAGES=(cmake make pkg-config file g++-arm-linux-gnueabihf qemu-user dbus-daemon)
+# gdbus-codegen (libglib2.0-dev-bin) runs on the build machine for the client library.
+HOST_PACKAGES=(cmake make pkg-config file g++-arm-linux-gnueabihf qemu-user dbus-daemon
+               libglib2.0-dev-bin)
 TARGET_PACKAGES=(libglib2.0-dev libsqlite3-dev libcjson-dev libgtest-dev libstdc++6)
 
 SUDO=""
