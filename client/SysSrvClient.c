@@ -116,22 +116,21 @@ SysSrvClientError sys_srv_client_error_classify(const GError* error) {
   /* The service's only error reply: GIO's code 30 with an empty text. */
   if (g_error_matches(error, G_IO_ERROR, G_IO_ERROR_FAILED_HANDLED))
     return SYS_SRV_CLIENT_ERROR_REFUSED;
+  /* An activation that could not start the service is, for the caller, a service that does
+   * not run: the bus daemon's spawn errors, or systemd's reply when the unit behind the
+   * activation file cannot start. */
+  gchar* z_c_Remote = g_dbus_error_get_remote_error(error);
+  gboolean b_Systemd =
+      z_c_Remote != NULL && g_str_has_prefix(z_c_Remote, "org.freedesktop.systemd1.");
+  g_free(z_c_Remote);
+  if (b_Systemd ||
+      (error->domain == G_DBUS_ERROR && error->code >= G_DBUS_ERROR_SPAWN_EXEC_FAILED &&
+       error->code <= G_DBUS_ERROR_SPAWN_NO_MEMORY))
+    return SYS_SRV_CLIENT_ERROR_NOT_RUNNING;
   if (error->domain == G_DBUS_ERROR) {
     switch (error->code) {
       case G_DBUS_ERROR_SERVICE_UNKNOWN:
       case G_DBUS_ERROR_NAME_HAS_NO_OWNER:
-      /* An activation that could not start the service is, for the caller, a service
-       * that does not run. */
-      case G_DBUS_ERROR_SPAWN_EXEC_FAILED:
-      case G_DBUS_ERROR_SPAWN_FORK_FAILED:
-      case G_DBUS_ERROR_SPAWN_CHILD_EXITED:
-      case G_DBUS_ERROR_SPAWN_CHILD_SIGNALED:
-      case G_DBUS_ERROR_SPAWN_FAILED:
-      case G_DBUS_ERROR_SPAWN_SERVICE_INVALID:
-      case G_DBUS_ERROR_SPAWN_SERVICE_NOT_FOUND:
-      case G_DBUS_ERROR_SPAWN_PERMISSIONS_INVALID:
-      case G_DBUS_ERROR_SPAWN_FILE_INVALID:
-      case G_DBUS_ERROR_SPAWN_NO_MEMORY:
         return SYS_SRV_CLIENT_ERROR_NOT_RUNNING;
       case G_DBUS_ERROR_NO_REPLY:
       case G_DBUS_ERROR_TIMEOUT:

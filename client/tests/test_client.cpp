@@ -496,6 +496,10 @@ TEST_F(ClientLib, FailuresAreCoded) {
         << g_quark_to_string(o_C.ui_Domain) << " " << o_C.i_Code;
     g_error_free(z_o_E);
   }
+  // systemd's answer when the unit behind the activation file cannot start.
+  GError* z_o_Sd = g_dbus_error_new_for_dbus_error("org.freedesktop.systemd1.UnitMasked", "x");
+  EXPECT_EQ(sys_srv_client_error_classify(z_o_Sd), SYS_SRV_CLIENT_ERROR_NOT_RUNNING);
+  g_error_free(z_o_Sd);
   EXPECT_EQ(sys_srv_error_encode(403, 4), 3228);
   EXPECT_EQ(sys_srv_error_code(3233), 404);
   EXPECT_EQ(sys_srv_error_class(3233), 1);
