@@ -1,10 +1,10 @@
 #!/usr/bin/env bash
-# Builds the Debian packages (syssrv, syssrv-tools) for the PC (amd64) and for the tool's
-# controller (armhf) into dist/, checks them with lintian, then tries the amd64 ones as a
-# user would: installs them on this machine, verifies the installed unit, rates its
-# confinement, runs the installed service on a private bus against a simulated tool made by
-# the installed syssrv-sim, asks the installed syssrvctl for the status, and removes the
-# packages again.
+# Builds the Debian packages (syssrv, syssrv-tools, the client library's three) for the PC
+# (amd64) and for the tool's controller (armhf) into dist/, checks them with lintian, then
+# tries the amd64 ones as a user would: installs them on this machine, verifies the
+# installed unit, rates its confinement, runs the installed service on a private bus
+# against a simulated tool made by the installed syssrv-sim, asks the installed syssrvctl
+# for the status, and removes the packages again.
 #
 # Installs what it needs first with scripts/deps.sh (no-op when present). The armhf build
 # uses the sysroot of scripts/cross-test.sh (SYSSRV_ARM_SYSROOT, default
@@ -118,7 +118,7 @@ build_arch() {
     export SYSSRV_SHLIBDEPS_OPTIONS="--admindir=$WORK/armhf-dpkg \
 -l$SYSROOT/lib/arm-linux-gnueabihf -l$SYSROOT/usr/lib/arm-linux-gnueabihf"
   fi
-  # The four packages only: no debug-symbol packages beside them in dist/.
+  # The packages only: no debug-symbol packages beside them in dist/.
   (cd "$src" && DEB_BUILD_OPTIONS="noddebs nocheck ${DEB_BUILD_OPTIONS:-}" dpkg-buildpackage "${opts[@]}" >"$dir/build.log" 2>&1) || {
     tail -40 "$dir/build.log" >&2
     die "dpkg-buildpackage for $arch failed (log: $dir/build.log)"
@@ -151,7 +151,9 @@ trap cleanup EXIT
 
 remove_packages() {
   local installed
-  installed=$(dpkg-query -W -f='${Package} ${Status}\n' syssrv syssrv-tools 2>/dev/null |
+  # dpkg-query fails for a name dpkg has never seen; what it lists is still right.
+  installed=$({ dpkg-query -W -f='${Package} ${Status}\n' syssrv syssrv-tools libsyssrv-client0 \
+    libsyssrv-client-dev gir1.2-syssrv-1.0 2>/dev/null || true; } |
     awk '$NF != "not-installed" { print $1 }')
   [[ -z "$installed" ]] ||
     DEBIAN_FRONTEND=noninteractive $SUDO apt-get purge -y -qq $installed >/dev/null
@@ -160,7 +162,8 @@ remove_packages() {
 try_installed() {
   local arch debs unit=/lib/systemd/system/syssrv.service
   arch=$(dpkg --print-architecture)
-  debs=("$DIST"/syssrv_"$VERSION"_"$arch".deb "$DIST"/syssrv-tools_"$VERSION"_"$arch".deb)
+  debs=("$DIST"/syssrv_"$VERSION"_"$arch".deb "$DIST"/syssrv-tools_"$VERSION"_"$arch".deb
+        "$DIST"/libsyssrv-client0_"$VERSION"_"$arch".deb)
   say "installing ${debs[*]##*/}"
   if [[ ! -e $POLICY_RC ]]; then
     printf '#!/bin/sh\nexit 101\n' | $SUDO tee "$POLICY_RC" >/dev/null
