@@ -528,7 +528,9 @@ TEST(Faults, HangingToolProgramsDoNotStopTheTicks) {
   EXPECT_EQ("(100,)", f_Answer(o_Rig.o_Client, "fmfuget"));
   const long l_Gap = o_Alive->f_MaxGapMs(i_From);
   std::cout << "[ figure ] hanging dmesg/hwclock/dbus-send: longest tick gap " << l_Gap << " ms\n";
-  EXPECT_LT(l_Gap, 20000);
+  // Each hanging command holds the loop for its 10 s; the flash check's dmesg and the clock
+  // write of SIGUSR1 can come back to back, never more.
+  EXPECT_LT(l_Gap, 25000);
   EXPECT_EQ(0, o_Daemon.f_Stop(30000)) << o_Daemon.f_Log();
 }
 
