@@ -29,8 +29,7 @@ void f_PrintEvent(const Monitor_ST& o_M, const char* z_c_Event, const char* z_c_
   }
 }
 
-void f_OnSignal(GDBusConnection*, const gchar*, const gchar*, const gchar*, const gchar* z_c_Name,
-                GVariant* o_Params, gpointer z_v_Monitor) {
+void f_OnSignal(SysSrvClient*, const gchar* z_c_Name, GVariant* o_Params, gpointer z_v_Monitor) {
   const Monitor_ST& o_M = *static_cast<const Monitor_ST*>(z_v_Monitor);
   SignalView_ST o_View = f_DecodeSignal(z_c_Name, o_Params, o_M.o_Names);
   if (o_M.e_Json != en_JsonOff) {
@@ -45,16 +44,20 @@ void f_OnSignal(GDBusConnection*, const gchar*, const gchar*, const gchar*, cons
   }
 }
 
-void f_OnAppeared(GDBusConnection*, const gchar*, const gchar* z_c_Owner, gpointer z_v_Monitor) {
-  f_PrintEvent(*static_cast<Monitor_ST*>(z_v_Monitor), "service-appeared", z_c_Owner,
-               f_Format("SysSrv is on the bus (%s)", z_c_Owner));
-}
-
-void f_OnVanished(GDBusConnection* z_o_Conn, const gchar*, gpointer z_v_Monitor) {
-  // Also called once at the start when the service is not there yet.
-  if (z_o_Conn == nullptr || g_dbus_connection_is_closed(z_o_Conn)) return;
-  f_PrintEvent(*static_cast<Monitor_ST*>(z_v_Monitor), "service-vanished", nullptr,
-               "SysSrv is not on the bus (waiting for it)");
+// The client follows the service's name; its "service-running" tells when it comes and goes.
+void f_OnPresence(SysSrvClient* z_o_Client, GParamSpec*, gpointer z_v_Monitor) {
+  Monitor_ST& o_M = *static_cast<Monitor_ST*>(z_v_Monitor);
+  gboolean b_Running = FALSE;
+  g_object_get(z_o_Client, "service-running", &b_Running, nullptr);
+  if (!b_Running) {
+    f_PrintEvent(o_M, "service-vanished", nullptr, "SysSrv is not on the bus (waiting for it)");
+    return;
+  }
+  gchar* z_c_Owner = sys_srv_client_lookup_owner_sync(z_o_Client, nullptr, nullptr);
+  const std::string str_Owner = z_c_Owner != nullptr ? z_c_Owner : "?";
+  g_free(z_c_Owner);
+  f_PrintEvent(o_M, "service-appeared", str_Owner.c_str(),
+               f_Format("SysSrv is on the bus (%s)", str_Owner.c_str()));
 }
 
 void f_OnClosed(GDBusConnection*, gboolean, GError* z_o_Err, gpointer z_v_Monitor) {
@@ -90,14 +93,11 @@ int f_CmdMonitor(int i_Argc, char** a_z_c_Argv) {
   // The service reads the flag names once at its start; so do we.
   o_M.o_Names = f_ReadFlagNames();
   o_M.z_o_Loop = g_main_loop_new(nullptr, FALSE);
+  SysSrvClient* z_o_Client = o_Bus.f_Client();
   GDBusConnection* z_o_Conn = o_Bus.f_Conn();
-
-  guint ui_Sub = g_dbus_connection_signal_subscribe(z_o_Conn, A_C_SRV_NAME, A_C_SRV_IFACE, nullptr,
-                                                    A_C_SRV_PATH, nullptr, G_DBUS_SIGNAL_FLAGS_NONE,
-                                                    f_OnSignal, &o_M, nullptr);
-  guint ui_Watch =
-      g_bus_watch_name_on_connection(z_o_Conn, A_C_SRV_NAME, G_BUS_NAME_WATCHER_FLAGS_NONE,
-                                     f_OnAppeared, f_OnVanished, &o_M, nullptr);
+  gulong ul_Signal = g_signal_connect(z_o_Client, "bus-signal", G_CALLBACK(f_OnSignal), &o_M);
+  gulong ul_Presence =
+      g_signal_connect(z_o_Client, "notify::service-running", G_CALLBACK(f_OnPresence), &o_M);
   gulong ul_Closed = g_signal_connect(z_o_Conn, "closed", G_CALLBACK(f_OnClosed), &o_M);
   guint ui_Int = g_unix_signal_add(SIGINT, f_OnStop, &o_M);
   guint ui_Term = g_unix_signal_add(SIGTERM, f_OnStop, &o_M);
@@ -107,14 +107,16 @@ int f_CmdMonitor(int i_Argc, char** a_z_c_Argv) {
   o_Bus.f_ServiceRunning();
   std::fprintf(stderr, "Listening to SysSrv's signals on %s (Ctrl-C ends).\n",
                o_Bus.f_Address().c_str());
+  // The client knew the service's presence before we listened: say it once, as it is now.
+  f_OnPresence(z_o_Client, nullptr, &o_M);
 
   g_main_loop_run(o_M.z_o_Loop);
 
   g_source_remove(ui_Int);
   g_source_remove(ui_Term);
   g_signal_handler_disconnect(z_o_Conn, ul_Closed);
-  g_bus_unwatch_name(ui_Watch);
-  g_dbus_connection_signal_unsubscribe(z_o_Conn, ui_Sub);
+  g_signal_handler_disconnect(z_o_Client, ul_Presence);
+  g_signal_handler_disconnect(z_o_Client, ul_Signal);
   g_main_loop_unref(o_M.z_o_Loop);
   return o_M.i_Exit;
 }
