@@ -138,8 +138,10 @@ int ChanCfg_CL::f_RefreshData(bool b_Full) {
   o_Motor.fl_Moment = f_ToFloatChecked(o_Stat.d_Motornennmoment);
   o_Motor.i_Winkelsensoren = o_Stat.i_ImpulseProUmdrehung;
   f_UpdateToolLimits(true);
-  o_Welle.str_SerienNr = z_o_TypschildWelle->f_GetSerNr();
-  o_Welle.str_Mnr = z_o_TypschildWelle->f_GetMnr();
+  // The record pads its texts with zero bytes; the file cannot carry them, so the service
+  // keeps the texts as every reader of the file will see them.
+  o_Welle.str_SerienNr = z_o_TypschildWelle->f_GetSerNr().c_str();
+  o_Welle.str_Mnr = z_o_TypschildWelle->f_GetMnr().c_str();
   o_Welle.fl_Moment = z_o_TypschildWelle->f_GetMoment();
   // A new motor unit starts a new maintenance history.
   b_WartungAktiv = false;

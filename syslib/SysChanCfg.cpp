@@ -86,7 +86,11 @@ void f_UInt(const cJSON* z_o_Parent, const char* z_c_Key, unsigned int& ui_Out) 
 
 void f_Float(const cJSON* z_o_Parent, const char* z_c_Key, float& fl_Out) {
   double d_Value = 0.0;
-  if (f_Number(z_o_Parent, z_c_Key, d_Value)) fl_Out = f_ToFloatChecked(d_Value);
+  if (!f_Number(z_o_Parent, z_c_Key, d_Value)) return;
+  // A number beyond the float range would become an infinity, which no JSON file can
+  // carry: the service would hold one value and write another. It counts as absent.
+  float fl_Value = f_ToFloatChecked(d_Value);
+  if (std::isfinite(fl_Value)) fl_Out = fl_Value;
 }
 
 void f_Bool(const cJSON* z_o_Parent, const char* z_c_Key, bool& b_Out) {
@@ -165,7 +169,10 @@ int SysChanCfg_CL::f_ReadFile() {
   f_Float(z_o_Mfu, "MfuFaktor", fl_MfuFaktor);
   f_Int(z_o_Mfu, "Datum", i_MfuDatum);
   f_UInt(z_o_Mfu, "Zyklus", ui_MfuZyklus);
-  f_Number(z_o_Root, "Wirkungsgrad", d_Wirkungsgrad);
+  double d_Wirkung = 0.0;
+  // Like the floats: an infinity cannot be written back, so it counts as absent.
+  if (f_Number(z_o_Root, "Wirkungsgrad", d_Wirkung) && std::isfinite(d_Wirkung))
+    d_Wirkungsgrad = d_Wirkung;
   f_Int(z_o_Root, "Einheit", i_Einheit);
   f_UInt(f_Item(z_o_Root, "EinheitDrehmoment"), "Aktiv", ui_EinheitDrehmoment);
   f_Text(z_o_Root, "IdentNr", str_IdentNr);
