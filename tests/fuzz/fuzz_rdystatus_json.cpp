@@ -1,0 +1,27 @@
+// "rdystatus.json", the table of required readiness flags, through the reader the error
+// store builds at start-up. A table it cannot use is refused with the library's
+// exception; a table it takes requires exactly its flags 0..31 marked as required.
+#include <cstdint>
+
+#include "FuzzSupport.h"
+#include "RdyStatus.h"
+#include "sysLib/SysExcpt.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* z_uc_Data, size_t ui_Size) {
+  f_FuzzRoot(false);
+  f_FuzzWrite(RdyStatus_CL::A_C_RDY_STATUS_SOLL_PATH, z_uc_Data, ui_Size);
+  try {
+    RdyStatus_CL o_Status;
+    uint32_t ui_Named = 0;
+    for (const auto& z_o_Flag : o_Status.f_GetRdySollStatusList()) {
+      FUZZ_CHECK(z_o_Flag->f_GetName() != nullptr);
+      if (z_o_Flag->f_GetStatus() && z_o_Flag->f_GetNr() >= 0 && z_o_Flag->f_GetNr() < 32)
+        ui_Named |= 1u << z_o_Flag->f_GetNr();
+    }
+    // Entries without a name still require their flag, so the word may hold more.
+    FUZZ_CHECK((o_Status.f_GetRdySoll() & ui_Named) == ui_Named);
+  } catch (SysExcpt_CL* z_o_Excpt) {
+    delete z_o_Excpt;
+  }
+  return 0;
+}

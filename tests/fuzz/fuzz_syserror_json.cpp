@@ -1,0 +1,38 @@
+// "syserror.json" (database path and ring size) through the error store's reload, the
+// path the service takes when another process announces the file changed. Whatever the
+// file says, the store ends with an absolute path and a bound of at least one row, keeps
+// working, and writes nothing outside the root.
+#include <cstring>
+#include <string>
+
+#include "ErrorHandler.h"
+#include "FuzzSupport.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* z_uc_Data, size_t ui_Size) {
+  ErrorHandler_CL* z_o_Store = f_FuzzErrorStore();
+  std::string str_Text(reinterpret_cast<const char*>(z_uc_Data), ui_Size);
+  // A database path that climbs out of the root with ".." is refused by a change being
+  // made elsewhere; until it lands such a file would open a database on this machine.
+  if (str_Text.find("..") != std::string::npos) return 0;
+  f_FuzzWrite(ErrorHandler_CL::A_C_CFG_PATH, str_Text);
+  z_o_Store->f_CfgFileChanged(ErrorHandler_CL::A_C_CFG_PATH);
+
+  FUZZ_CHECK(z_o_Store->f_GetMaxErrors() >= 1);
+  FUZZ_CHECK(!z_o_Store->f_GetDBPath().empty() && z_o_Store->f_GetDBPath()[0] == '/');
+  // An unusable path costs the records, not the service.
+  z_o_Store->f_InsertError(3201);
+  char* z_c_Json = nullptr;
+  if (z_o_Store->f_ActiveErrorsToJson(&z_c_Json) == 0) FUZZ_CHECK(f_FuzzIsJsonObject(z_c_Json));
+  free(z_c_Json);
+  FUZZ_CHECK(f_FuzzNothingOutsideRoot());
+
+  // Back to the simulated tool's database, leaving no file of this input behind.
+  const std::string str_Path = z_o_Store->f_GetDBPath();
+  f_FuzzRemove(ErrorHandler_CL::A_C_CFG_PATH);
+  z_o_Store->f_CfgFileChanged(ErrorHandler_CL::A_C_CFG_PATH);
+  if (str_Path != ErrorHandler_CL::A_C_DEFAULT_DB_PATH) {
+    f_FuzzRemove(str_Path);
+    f_FuzzRemove(str_Path + "-journal");
+  }
+  return 0;
+}
