@@ -24,25 +24,12 @@ NICE=${NICE:-19}
 # Absolute: the targets change their working directory into their sandbox.
 BUILD=$PWD/build-fuzz
 
+# The build's packages, Debian's clang, and the compiler runtime of that version, which
+# holds libFuzzer and the sanitizers.
 scripts/deps.sh
-
-# Debian's clang, and the compiler runtime that holds libFuzzer and the sanitizers.
-install_missing() {
-  local missing=() pkg status
-  for pkg in "$@"; do
-    status=$(dpkg-query -W -f='${Status}' "$pkg" 2>/dev/null || true)
-    [[ "$status" == "install ok installed" ]] || missing+=("$pkg")
-  done
-  ((${#missing[@]} == 0)) && return 0
-  echo "fuzz: installing ${missing[*]}"
-  local sudo=""
-  [[ $(id -u) -ne 0 ]] && sudo="sudo"
-  $sudo apt-get update -qq
-  DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -qq --no-install-recommends "${missing[@]}"
-}
-install_missing clang
+scripts/deps.sh clang
 CLANG_MAJOR=$(clang --version | sed -n 's/.*clang version \([0-9]*\).*/\1/p' | head -1)
-install_missing "libclang-rt-${CLANG_MAJOR}-dev"
+scripts/deps.sh "libclang-rt-${CLANG_MAJOR}-dev"
 
 FLAGS="-g -O1 -fno-omit-frame-pointer -fsanitize=fuzzer-no-link,address,undefined"
 FLAGS+=" -fno-sanitize-recover=undefined"
