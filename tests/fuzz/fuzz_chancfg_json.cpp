@@ -10,12 +10,14 @@
 
 #include "ChanCfg.h"
 #include "FuzzSupport.h"
+#include "TypschildKiro.h"
 
 namespace {
 template <typename Base>
 class Members_CL : public Base {
  public:
   using Base::Base;
+  const std::string& f_Crc() const { return this->str_TypschildCrc; }
   // Every value as text; floats in hexadecimal so that no rounding hides a change. The
   // flags that say which sections the last file read had are no values of their own.
   std::string f_Snapshot() const {
@@ -51,6 +53,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* z_uc_Data, size_t ui_Size) 
   f_FuzzCatchErrors();
   // Made once from the simulated tool's good file: the "last good" state of a reader.
   static Members_CL<SysChanCfg_CL> o_Reader(false);
+  static const std::string str_NameplateCrc = TypschildKiro_CL().f_GetCrcText();
   f_FuzzWrite(SysChanCfg_CL::A_C_CHAN_CFG_PATH, z_uc_Data, ui_Size);
 
   std::string str_Before = o_Reader.f_Snapshot();
@@ -63,6 +66,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* z_uc_Data, size_t ui_Size) 
     Members_CL<ChanCfg_CL> o_Service(nullptr);
     Members_CL<SysChanCfg_CL> o_After(false);
     FUZZ_CHECK(o_After.f_IsConfigValid());
+    // Kept or rebuilt, the file now belongs to the fitted motor unit.
+    FUZZ_CHECK(o_After.f_Crc() == str_NameplateCrc);
     if (o_After.f_Snapshot() != o_Service.f_Snapshot())
       std::fprintf(stderr, "file:    %s\nservice: %s\n", o_After.f_Snapshot().c_str(),
                    o_Service.f_Snapshot().c_str());
