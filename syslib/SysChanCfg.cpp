@@ -69,7 +69,10 @@ bool f_Text(const cJSON* z_o_Parent, const char* z_c_Key, std::string& str_Out) 
 
 bool f_Number(const cJSON* z_o_Parent, const char* z_c_Key, double& d_Out) {
   const cJSON* z_o_Item = f_Item(z_o_Parent, z_c_Key);
-  if (!cJSON_IsNumber(z_o_Item)) return false;
+  // A number too large for a double parses as an infinity, which the file cannot carry
+  // back (it is written as null): the service would hold one value and every reader of
+  // the file it writes another. It counts as absent, like a member of the wrong type.
+  if (!cJSON_IsNumber(z_o_Item) || !std::isfinite(z_o_Item->valuedouble)) return false;
   d_Out = z_o_Item->valuedouble;
   return true;
 }
@@ -87,8 +90,7 @@ void f_UInt(const cJSON* z_o_Parent, const char* z_c_Key, unsigned int& ui_Out) 
 void f_Float(const cJSON* z_o_Parent, const char* z_c_Key, float& fl_Out) {
   double d_Value = 0.0;
   if (!f_Number(z_o_Parent, z_c_Key, d_Value)) return;
-  // A number beyond the float range would become an infinity, which no JSON file can
-  // carry: the service would hold one value and write another. It counts as absent.
+  // A double beyond the float range would become an infinity: absent as well.
   float fl_Value = f_ToFloatChecked(d_Value);
   if (std::isfinite(fl_Value)) fl_Out = fl_Value;
 }
@@ -169,10 +171,7 @@ int SysChanCfg_CL::f_ReadFile() {
   f_Float(z_o_Mfu, "MfuFaktor", fl_MfuFaktor);
   f_Int(z_o_Mfu, "Datum", i_MfuDatum);
   f_UInt(z_o_Mfu, "Zyklus", ui_MfuZyklus);
-  double d_Wirkung = 0.0;
-  // Like the floats: an infinity cannot be written back, so it counts as absent.
-  if (f_Number(z_o_Root, "Wirkungsgrad", d_Wirkung) && std::isfinite(d_Wirkung))
-    d_Wirkungsgrad = d_Wirkung;
+  f_Number(z_o_Root, "Wirkungsgrad", d_Wirkungsgrad);
   f_Int(z_o_Root, "Einheit", i_Einheit);
   f_UInt(f_Item(z_o_Root, "EinheitDrehmoment"), "Aktiv", ui_EinheitDrehmoment);
   f_Text(z_o_Root, "IdentNr", str_IdentNr);
