@@ -9,6 +9,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <fcntl.h>
+#include <filesystem>
 #include <memory>
 #include <new>
 #include <sqlite3.h>
@@ -109,6 +111,43 @@ int f_CodedNr(int i_Code, int i_Class) {
 int f_CodedFromText(const char* z_c_Text) {
   const long long ll_Value = std::strtoll(z_c_Text != nullptr ? z_c_Text : "", nullptr, 10);
   return static_cast<int>(static_cast<uint32_t>(static_cast<unsigned long long>(ll_Value)));
+}
+
+// Trees where other files of the tool or the system live. A list in there could be moved
+// aside by the recovery below and take a configuration or a system file with it.
+bool f_IsForeignTree(const std::string& str_Path) {
+  static const char* const A_Z_C_TREES[] = {"/home/tool/config", "/etc", "/proc", "/sys",
+                                            "/dev", "/bin", "/sbin", "/lib", "/usr", "/boot",
+                                            "/run", "/var/run", "/var/sysdiag"};
+  for (const char* z_c_Tree : A_Z_C_TREES) {
+    const size_t ui_Len = std::strlen(z_c_Tree);
+    if (str_Path.compare(0, ui_Len, z_c_Tree) == 0 &&
+        (str_Path.size() == ui_Len || str_Path[ui_Len] == '/'))
+      return true;
+  }
+  // A list needs a directory of its own below the top level.
+  return str_Path.find('/', 1) == std::string::npos;
+}
+
+// What the recovery may move aside: only what can be nothing but a (damaged) list - a file
+// with SQLite's header or a database name, an empty file, an empty directory. Anything else
+// is somebody's file, and the list goes to memory instead.
+bool f_IsOurs(const std::string& str_File, const struct stat& o_St) {
+  if (S_ISDIR(o_St.st_mode)) {
+    std::error_code o_Ec;
+    return std::filesystem::is_empty(str_File, o_Ec) && !o_Ec;
+  }
+  if (!S_ISREG(o_St.st_mode)) return false;
+  if (o_St.st_size == 0) return true;
+  for (const char* z_c_Ext : {".sq3", ".db", ".sqlite", ".sqlite3"}) {
+    const size_t ui_Len = std::strlen(z_c_Ext);
+    if (str_File.size() > ui_Len && str_File.compare(str_File.size() - ui_Len, ui_Len, z_c_Ext) == 0)
+      return true;
+  }
+  char a_c_Head[16] = {};
+  UniqueFd_CL o_Fd(open(str_File.c_str(), O_RDONLY | O_CLOEXEC));
+  return o_Fd.f_IsOpen() && read(o_Fd.f_Get(), a_c_Head, sizeof(a_c_Head)) == 16 &&
+         std::memcmp(a_c_Head, "SQLite format 3", 16) == 0;
 }
 
 // True when another process holds the file's lock: the file itself may be fine.
@@ -224,6 +263,10 @@ int ErrorHandler_CL::f_ReadCfg() {
     if (f_HasDotDot(z_o_Path->valuestring)) {
       syslog(LOG_WARNING, "ErrorHandler_CL::f_ReadCfg key <%s> climbs with '..', not used",
              "DbFilePath");
+      f_UseDefaultDBPath();
+    } else if (f_IsForeignTree(z_o_Path->valuestring)) {
+      syslog(LOG_WARNING, "ErrorHandler_CL::f_ReadCfg key <%s> <%s> is among other files, not used",
+             "DbFilePath", z_o_Path->valuestring);
       f_UseDefaultDBPath();
     } else {
       str_DBPath = z_o_Path->valuestring;
@@ -405,7 +448,10 @@ int ErrorHandler_CL::f_DBRecover() {
   f_DBClose();
   const std::string str_File = f_SysPath(str_DBPath);
   struct stat o_St {};
-  if (lstat(str_File.c_str(), &o_St) == 0) {
+  if (lstat(str_File.c_str(), &o_St) == 0 && !f_IsOurs(str_File, o_St)) {
+    syslog(LOG_CRIT, "ErrorHandler_CL::f_DBRecover <%s> is not an error list, left as it is",
+           str_File.c_str());
+  } else if (lstat(str_File.c_str(), &o_St) == 0) {
     // Kept for whoever wants to look at it; a power cut on a battery tool is the usual way
     // there, and the list must go on at once.
     const std::string str_Aside = str_File + ".corrupt-" + std::to_string(std::time(nullptr));

@@ -5,7 +5,6 @@
 #include <cjson/cJSON.h>
 #include <sys/stat.h>
 
-#include <cstring>
 #include <string>
 
 #include "ErrorHandler.h"
@@ -15,18 +14,6 @@
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* z_uc_Data, size_t ui_Size) {
   ErrorHandler_CL* z_o_Store = f_FuzzErrorStore();
   std::string str_Text(reinterpret_cast<const char*>(z_uc_Data), ui_Size);
-  // Known fault, left to the error store's own work: a database path naming something
-  // that exists but is no database (a directory, another configuration file) is moved
-  // aside as a corrupt list. Such inputs are skipped until the store checks what it moves.
-  cJSON* z_o_Tree = cJSON_Parse(str_Text.c_str());
-  const cJSON* z_o_Path = cJSON_GetObjectItem(z_o_Tree, "DbFilePath");
-  struct stat o_St {};
-  bool b_MovesForeign =
-      cJSON_IsString(z_o_Path) && z_o_Path->valuestring[0] == '/' &&
-      std::strcmp(z_o_Path->valuestring, ErrorHandler_CL::A_C_DEFAULT_DB_PATH) != 0 &&
-      lstat(f_SysPath(z_o_Path->valuestring).c_str(), &o_St) == 0;
-  cJSON_Delete(z_o_Tree);
-  if (b_MovesForeign) return 0;
   f_FuzzWrite(ErrorHandler_CL::A_C_CFG_PATH, str_Text);
   z_o_Store->f_CfgFileChanged(ErrorHandler_CL::A_C_CFG_PATH);
 
@@ -38,6 +25,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* z_uc_Data, size_t ui_Size) 
   if (z_o_Store->f_ActiveErrorsToJson(&z_c_Json) == 0) FUZZ_CHECK(f_FuzzIsJsonObject(z_c_Json));
   free(z_c_Json);
   FUZZ_CHECK(f_FuzzNothingOutsideRoot());
+  // The recovery of an unusable list never moves another file of the tool away.
+  struct stat o_St {};
+  for (const char* z_c_Kept : {"/home/tool/config", "/home/tool/config/log/rdystatus.json", "/etc/hostname"})
+    FUZZ_CHECK(stat(f_SysPath(z_c_Kept).c_str(), &o_St) == 0);
 
   // Back to the simulated tool's database, leaving no file of this input behind.
   const std::string str_Path = z_o_Store->f_GetDBPath();

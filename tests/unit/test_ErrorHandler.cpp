@@ -307,6 +307,8 @@ TEST_F(ErrorStoreTest, UnusableDatabaseIsMovedAsideAndTheStoreGoesOn) {
       {"/mnt/log/garbage.sq3", [](TempRoot& o_R) { o_R.f_Write("/mnt/log/garbage.sq3", std::string(4096, 'x')); }, true},
       {"/mnt/log/empty-dir.sq3", [](TempRoot& o_R) { std::filesystem::create_directories(o_R.f_Path("/mnt/log/empty-dir.sq3")); }, true},
       {"/mnt/missing/dir/errors.sq3", [](TempRoot&) {}, false},
+      // Somebody else's file is never moved: the list goes to memory instead.
+      {"/mnt/log/notes.txt", [](TempRoot& o_R) { o_R.f_Write("/mnt/log/notes.txt", "keep me"); }, false},
   };
   for (const auto& o_C : a_o_Cases) {
     o_C.f_Damage(o_Root);
@@ -324,6 +326,7 @@ TEST_F(ErrorStoreTest, UnusableDatabaseIsMovedAsideAndTheStoreGoesOn) {
                      std::filesystem::path(o_C.z_c_Db).filename().string() + ".corrupt-", 0) == 0;
     EXPECT_EQ(o_C.b_MovedAside, b_Aside) << o_C.z_c_Db;
   }
+  EXPECT_EQ("keep me", o_Root.f_Read("/mnt/log/notes.txt"));
   // A reload that points a running store at a damaged file recovers the same way.
   f_Cfg(A_C_DB, 512);
   auto o_H = f_Make();
@@ -340,6 +343,10 @@ TEST_F(ErrorStoreTest, UnusableDatabaseIsMovedAsideAndTheStoreGoesOn) {
 TEST_F(ErrorStoreTest, ReportTextsReadTheSameOnEveryTarget) {
   // The board's long is 32 bits: the code text is read as 64 bits everywhere, the process
   // name is cut at 1024 bytes before a character, and a database path may not climb.
+  for (const char* z_c_Db : {"/home/tool/config/ChanCfg.json", "/etc", "/errors.sq3", "/sys/x.sq3"}) {
+    f_Cfg(z_c_Db, 512);
+    EXPECT_EQ(ErrorHandler_CL::A_C_DEFAULT_DB_PATH, f_Make()->f_GetDBPath()) << z_c_Db;
+  }
   f_Cfg("/mnt/log/../../../outside.sq3", 512);
   auto o_H = f_Make();
   EXPECT_EQ(ErrorHandler_CL::A_C_DEFAULT_DB_PATH, o_H->f_GetDBPath());
