@@ -28,7 +28,7 @@ SYSROOT=${SYSSRV_ARM_SYSROOT:-${XDG_CACHE_HOME:-${HOME:-/tmp}/.cache}/syssrv/arm
 # gdbus-codegen (libglib2.0-dev-bin) runs on the build machine for the client library.
 HOST_PACKAGES=(cmake make pkg-config file g++-arm-linux-gnueabihf qemu-user dbus-daemon
                libglib2.0-dev-bin)
-TARGET_PACKAGES=(libglib2.0-dev libsqlite3-dev libcjson-dev libgtest-dev libstdc++6)
+TARGET_PACKAGES=(libglib2.0-dev libsqlite3-dev libcjson-dev libgtest-dev libstdc++6 libmosquitto-dev)
 
 SUDO=""
 if [[ $(id -u) -ne 0 ]]; then SUDO="sudo"; fi

@@ -16,6 +16,9 @@ PACKAGES=(
   gobject-introspection libgirepository1.0-dev  # the client library's .gir and .typelib
   python3-gi gir1.2-glib-2.0      # the client library from Python, and its example's test
   gi-docgen                       # the client library's API reference
+  libmosquitto-dev                # syssrv-bridge, the plant feed's MQTT client
+  mosquitto mosquitto-clients     # the broker and mosquitto_sub of the bridge's tests
+  openssl                         # certificates of the bridge's TLS test
 )
 
 if (($# > 0)); then PACKAGES=("$@"); fi

@@ -1,0 +1,532 @@
+// The plant feed end to end: the real service on the simulated tool, syssrv-bridge, and a
+// real mosquitto broker on the loopback that the tests stop and start by pid.
+#include <arpa/inet.h>
+#include <cjson/cJSON.h>
+#include <gtest/gtest.h>
+#include <mosquitto.h>
+#include <netinet/in.h>
+#include <sqlite3.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <fcntl.h>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "Harness.h"
+#include "sysLib/ConfigFile.h"
+
+using namespace it;
+
+namespace {
+
+int f_FreePort() {
+  int i_Fd = socket(AF_INET, SOCK_STREAM, 0);
+  sockaddr_in o_Addr{};
+  o_Addr.sin_family = AF_INET;
+  o_Addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  bind(i_Fd, reinterpret_cast<sockaddr*>(&o_Addr), sizeof(o_Addr));
+  socklen_t ui_Len = sizeof(o_Addr);
+  getsockname(i_Fd, reinterpret_cast<sockaddr*>(&o_Addr), &ui_Len);
+  close(i_Fd);
+  return ntohs(o_Addr.sin_port);
+}
+
+bool f_PortOpen(int i_Port) {
+  int i_Fd = socket(AF_INET, SOCK_STREAM, 0);
+  sockaddr_in o_Addr{};
+  o_Addr.sin_family = AF_INET;
+  o_Addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  o_Addr.sin_port = htons(static_cast<uint16_t>(i_Port));
+  bool b_Open = connect(i_Fd, reinterpret_cast<sockaddr*>(&o_Addr), sizeof(o_Addr)) == 0;
+  close(i_Fd);
+  return b_Open;
+}
+
+// A program of the test, started by fork/exec, its stderr in a file, stopped by its pid.
+class Process {
+ public:
+  Process(std::vector<std::string> o_Argv, std::string str_LogPath,
+          std::vector<std::string> o_Env = {})
+      : o_Argv(std::move(o_Argv)), str_LogPath(std::move(str_LogPath)), o_Env(std::move(o_Env)) {}
+  ~Process() { f_Stop(SIGKILL); }
+  void f_Start() {
+    i_Pid = fork();
+    if (i_Pid == 0) {
+      int i_Fd = open(str_LogPath.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
+      dup2(i_Fd, 2);
+      dup2(i_Fd, 1);
+      for (const std::string& str_E : o_Env) putenv(strdup(str_E.c_str()));
+      std::vector<char*> a_z_c_Args;
+      for (std::string& str_A : o_Argv) a_z_c_Args.push_back(str_A.data());
+      a_z_c_Args.push_back(nullptr);
+      execv(a_z_c_Args[0], a_z_c_Args.data());
+      _exit(127);
+    }
+  }
+  // Signals the process and waits for its end; its exit status, or -1.
+  int f_Stop(int i_Sig = SIGTERM) {
+    if (i_Pid <= 0) return -1;
+    kill(i_Pid, i_Sig);
+    int i_Status = 0;
+    bool b_Ended = f_WaitUntil([&] { return waitpid(i_Pid, &i_Status, WNOHANG) == i_Pid; }, 15000);
+    if (!b_Ended) {
+      kill(i_Pid, SIGKILL);
+      waitpid(i_Pid, &i_Status, 0);
+    }
+    i_Pid = -1;
+    return b_Ended && WIFEXITED(i_Status) ? WEXITSTATUS(i_Status) : -1;
+  }
+  bool f_Running() const { return i_Pid > 0 && waitpid(i_Pid, nullptr, WNOHANG) == 0; }
+  std::string f_Log() const { return f_ReadFile(str_LogPath); }
+  bool f_WaitLog(const std::string& str_Text, int i_TimeoutMs) const {
+    return f_WaitUntil([&] { return f_Log().find(str_Text) != std::string::npos; }, i_TimeoutMs);
+  }
+
+ private:
+  std::vector<std::string> o_Argv;
+  std::string str_LogPath;
+  std::vector<std::string> o_Env;
+  pid_t i_Pid = -1;
+};
+
+struct Tls_ST {
+  std::string str_Ca, str_User, str_Password;
+};
+
+// A mosquitto broker on a free loopback port. It keeps sessions on disk, so a subscriber's
+// queued messages survive the broker's restart the way they do on a plant's broker.
+class Broker {
+ public:
+  explicit Broker(const std::string& str_Extra = "")
+      : str_Dir(f_MakeTempDir("it-broker")),
+        i_Port(f_FreePort()),
+        o_Proc({"/usr/sbin/mosquitto", "-c", str_Dir + "/mosquitto.conf"}, str_Dir + "/log") {
+    std::string str_Conf = "listener " + std::to_string(i_Port) + " 127.0.0.1\n" +
+                           "persistence true\npersistence_location " + str_Dir + "/\n" +
+                           "max_queued_messages 0\nlog_dest stderr\n" + str_Extra;
+    if (str_Extra.find("password_file") == std::string::npos) str_Conf += "allow_anonymous true\n";
+    FILE* z_o_F = fopen((str_Dir + "/mosquitto.conf").c_str(), "w");
+    fputs(str_Conf.c_str(), z_o_F);
+    fclose(z_o_F);
+  }
+  ~Broker() {
+    o_Proc.f_Stop();
+    f_RemoveTree(str_Dir);
+  }
+  bool f_Start() {
+    o_Proc.f_Start();
+    return f_WaitUntil([&] { return f_PortOpen(i_Port); }, 15000);
+  }
+  void f_Stop() { o_Proc.f_Stop(SIGTERM); }
+  int f_Port() const { return i_Port; }
+  const std::string& f_Dir() const { return str_Dir; }
+
+ private:
+  std::string str_Dir;
+  int i_Port;
+  Process o_Proc;
+};
+
+struct Msg_ST {
+  std::string str_Topic, str_Payload;
+  bool b_Retained;
+};
+
+// A subscriber on its own thread (the library's), as a plant dashboard would be: QoS 1 and,
+// when persistent, a session the broker keeps while it is away.
+class Collector {
+ public:
+  Collector(int i_Port, const std::string& str_Filter, const std::string& str_Id, bool b_Persistent,
+            const Tls_ST* z_o_Tls = nullptr)
+      : str_Filter(str_Filter) {
+    mosquitto_lib_init();
+    z_o_Mosq = mosquitto_new(str_Id.c_str(), !b_Persistent, this);
+    if (z_o_Tls != nullptr) {
+      mosquitto_tls_set(z_o_Mosq, z_o_Tls->str_Ca.c_str(), nullptr, nullptr, nullptr, nullptr);
+      mosquitto_username_pw_set(z_o_Mosq, z_o_Tls->str_User.c_str(), z_o_Tls->str_Password.c_str());
+    }
+    mosquitto_reconnect_delay_set(z_o_Mosq, 1, 1, false);
+    mosquitto_connect_callback_set(z_o_Mosq, [](mosquitto* z_o_M, void* z_v_Self, int i_Rc) {
+      if (i_Rc == 0)
+        mosquitto_subscribe(z_o_M, nullptr, static_cast<Collector*>(z_v_Self)->str_Filter.c_str(),
+                            1);
+    });
+    mosquitto_message_callback_set(
+        z_o_Mosq, [](mosquitto*, void* z_v_Self, const mosquitto_message* z_o_Msg) {
+          auto* z_o_Self = static_cast<Collector*>(z_v_Self);
+          std::lock_guard<std::mutex> o_Lock(z_o_Self->o_Mutex);
+          z_o_Self->o_Msgs.push_back(
+              {z_o_Msg->topic,
+               std::string(static_cast<const char*>(z_o_Msg->payload),
+                           static_cast<size_t>(z_o_Msg->payloadlen)),
+               z_o_Msg->retain});
+        });
+    EXPECT_EQ(mosquitto_connect(z_o_Mosq, "127.0.0.1", i_Port, 10), MOSQ_ERR_SUCCESS);
+    mosquitto_loop_start(z_o_Mosq);
+  }
+  ~Collector() {
+    mosquitto_disconnect(z_o_Mosq);
+    mosquitto_loop_stop(z_o_Mosq, true);
+    mosquitto_destroy(z_o_Mosq);
+  }
+  std::vector<Msg_ST> f_Msgs() {
+    std::lock_guard<std::mutex> o_Lock(o_Mutex);
+    return o_Msgs;
+  }
+  // The last payload seen on a topic ending in str_Suffix that satisfies f_Pred.
+  std::string f_WaitLast(const std::string& str_Suffix, int i_TimeoutMs,
+                         const std::function<bool(const std::string&)>& f_Pred = {}) {
+    std::string str_Found;
+    f_WaitUntil(
+        [&] {
+          for (const Msg_ST& o_M : f_Msgs())
+            if (f_EndsWith(o_M.str_Topic, str_Suffix)) str_Found = o_M.str_Payload;
+          return !str_Found.empty() && (!f_Pred || f_Pred(str_Found));
+        },
+        i_TimeoutMs);
+    return str_Found;
+  }
+  void f_Publish(const std::string& str_Topic, const std::string& str_Payload) {
+    mosquitto_publish(z_o_Mosq, nullptr, str_Topic.c_str(), static_cast<int>(str_Payload.size()),
+                      str_Payload.data(), 1, false);
+  }
+  static bool f_EndsWith(const std::string& str_S, const std::string& str_End) {
+    return str_S.size() >= str_End.size() &&
+           str_S.compare(str_S.size() - str_End.size(), str_End.size(), str_End) == 0;
+  }
+
+ private:
+  std::string str_Filter;
+  mosquitto* z_o_Mosq = nullptr;
+  std::mutex o_Mutex;
+  std::vector<Msg_ST> o_Msgs;
+};
+
+using Json_T = std::unique_ptr<cJSON, void (*)(cJSON*)>;
+Json_T f_Parse(const std::string& str_Text) { return Json_T(cJSON_Parse(str_Text.c_str()), cJSON_Delete); }
+double f_Num(const cJSON* z_o_J, const char* z_c_Key) {
+  const cJSON* z_o_V = cJSON_GetObjectItemCaseSensitive(z_o_J, z_c_Key);
+  return cJSON_IsNumber(z_o_V) ? z_o_V->valuedouble : -1;
+}
+std::string f_Text(const cJSON* z_o_J, const char* z_c_Key) {
+  const cJSON* z_o_V = cJSON_GetObjectItemCaseSensitive(z_o_J, z_c_Key);
+  return cJSON_IsString(z_o_V) ? z_o_V->valuestring : std::string();
+}
+
+// An event as a dashboard keeps it: sequence number, name, payload.
+struct Event_ST {
+  long l_Seq;
+  std::string str_Name;
+  std::string str_Payload;
+};
+
+// The events received, copies of the same sequence number removed (QoS 1 may deliver one
+// twice), in the order of their first arrival.
+std::vector<Event_ST> f_Events(Collector& o_Col) {
+  std::vector<Event_ST> o_Out;
+  std::set<long> o_Seen;
+  for (const Msg_ST& o_M : o_Col.f_Msgs()) {
+    if (o_M.str_Topic.find("/event/") == std::string::npos) continue;
+    Json_T o_J = f_Parse(o_M.str_Payload);
+    long l_Seq = static_cast<long>(f_Num(o_J.get(), "seq"));
+    if (!o_Seen.insert(l_Seq).second) continue;
+    o_Out.push_back({l_Seq, f_Text(o_J.get(), "event"), o_M.str_Payload});
+  }
+  return o_Out;
+}
+
+// Every sequence number from the first on, once, ascending: nothing lost, nothing reordered.
+void f_ExpectGapless(const std::vector<Event_ST>& o_Events) {
+  for (size_t i = 1; i < o_Events.size(); i++)
+    if (o_Events[i].l_Seq != o_Events[i - 1].l_Seq + 1) {
+      ADD_FAILURE() << "event " << o_Events[i - 1].l_Seq << " followed by " << o_Events[i].l_Seq;
+      return;
+    }
+}
+
+// The codes of the test's own errors (from 5000 on; the service raises and withdraws lower
+// ones by itself) in events named z_c_Name with a sequence number above l_After, in order.
+std::vector<int> f_FaultCodes(const std::vector<Event_ST>& o_Events, long l_After,
+                              const char* z_c_Name = "sysfault") {
+  std::vector<int> o_Codes;
+  for (const Event_ST& o_E : o_Events) {
+    int i_Code = static_cast<int>(f_Num(f_Parse(o_E.str_Payload).get(), "code"));
+    if (o_E.l_Seq > l_After && o_E.str_Name == z_c_Name && i_Code >= 5000) o_Codes.push_back(i_Code);
+  }
+  return o_Codes;
+}
+
+// syssrv-bridge on the sandbox of a running service; its configuration goes to the default
+// place in the sandbox.
+class BridgeProc {
+ public:
+  BridgeProc(Service& o_Svc, const std::string& str_Config)
+      : o_Proc({SYSSRV_BRIDGE}, o_Svc.o_Box.f_Path("/sim/bridge.log"),
+               {"SYSSRV_ROOT=" + o_Svc.o_Box.f_Dir(),
+                "DBUS_SYSTEM_BUS_ADDRESS=" + o_Svc.o_Bus.f_Address(),
+                "ASAN_OPTIONS=detect_leaks=0"}) {
+    o_Svc.o_Box.f_Write("/etc/syssrv/bridge.conf", str_Config);
+  }
+  Process o_Proc;
+};
+
+std::string f_HostName(const Sandbox& o_Box) {
+  std::string str_Name = o_Box.f_Read("/etc/hostname");
+  while (!str_Name.empty() && isspace(static_cast<unsigned char>(str_Name.back())))
+    str_Name.pop_back();
+  return str_Name;
+}
+
+std::vector<int> f_Range(int i_From, int i_N) {
+  std::vector<int> o_V;
+  for (int i = 0; i < i_N; i++) o_V.push_back(i_From + i);
+  return o_V;
+}
+
+// --- the plain broker: topics, outages, a killed bridge -------------------------------------
+
+class Feed : public ::testing::Test {
+ protected:
+  static void SetUpTestSuite() {
+    z_o_Svc = new Service();
+    z_o_Broker = new Broker();
+    ASSERT_TRUE(z_o_Broker->f_Start()) << "mosquitto did not start";
+    str_Base = "syssrv/" + f_HostName(z_o_Svc->o_Box) + "/";
+    // The persistent subscriber is there before the bridge: it sees every event.
+    z_o_Col = new Collector(z_o_Broker->f_Port(), "syssrv/#", "it-dashboard", true);
+    z_o_Bridge = new BridgeProc(*z_o_Svc, "host = 127.0.0.1\nport = " +
+                                              std::to_string(z_o_Broker->f_Port()) +
+                                              "\nreconnect_max = 2\n");
+    z_o_Bridge->o_Proc.f_Start();
+    // Online and following the service: from here on no announcement passes it by.
+    std::string str_Status = z_o_Col->f_WaitLast(str_Base + "status", 30000, [](const std::string& s) {
+      return s.find(R"("service_running":true)") != std::string::npos;
+    });
+    ASSERT_NE(str_Status.find(R"("status":"online")"), std::string::npos)
+        << str_Status << "\n" << f_Log();
+  }
+  static void TearDownTestSuite() {
+    if (z_o_Bridge != nullptr) {
+      EXPECT_EQ(z_o_Bridge->o_Proc.f_Stop(), 0) << f_Log();
+    }
+    delete z_o_Bridge;
+    delete z_o_Col;
+    delete z_o_Broker;
+    delete z_o_Svc;
+  }
+  static BusClient& C() { return z_o_Svc->o_Client; }
+  static void f_Report(int i_Code, int i_Class) {
+    ASSERT_TRUE(sys_srv_client_report_error_sync(C().f_Client(), "it", i_Code, i_Class, nullptr,
+                                                 nullptr));
+  }
+  static void f_Ack(int i_Code, int i_Class) {
+    ASSERT_TRUE(
+        sys_srv_client_ack_error_sync(C().f_Client(), "it", i_Code, i_Class, nullptr, nullptr));
+  }
+  static long f_LastSeq() {
+    std::vector<Event_ST> o_E = f_Events(*z_o_Col);
+    return o_E.empty() ? 0 : o_E.back().l_Seq;
+  }
+  static std::string f_Log() { return z_o_Bridge->o_Proc.f_Log(); }
+
+  static Service* z_o_Svc;
+  static Broker* z_o_Broker;
+  static Collector* z_o_Col;
+  static BridgeProc* z_o_Bridge;
+  static std::string str_Base;
+};
+Service* Feed::z_o_Svc = nullptr;
+Broker* Feed::z_o_Broker = nullptr;
+Collector* Feed::z_o_Col = nullptr;
+BridgeProc* Feed::z_o_Bridge = nullptr;
+std::string Feed::str_Base;
+
+TEST_F(Feed, EveryTopicCarriesItsDocumentedPayload) {
+  ASSERT_TRUE(z_o_Svc->f_Started());
+  // The retained state, at start.
+  const std::map<std::string, std::vector<const char*>> o_StateKeys = {
+      {"status", {"status", "service_running", "since", "queued"}},
+      {"ready", {"ready", "RdyIst", "RdySoll", "missing"}},
+      {"battery", {"charge", "status", "status_code", "countdown", "countdown_s"}},
+      {"error", {"coded", "code", "class", "date"}},
+      {"errors", {"count", "errors"}},
+      {"maintenance", {"due", "supervised", "next_cycle", "next_date", "last_cycle", "last_date"}},
+  };
+  for (const auto& o_S : o_StateKeys) {
+    std::string str_P = z_o_Col->f_WaitLast(str_Base + o_S.first, 20000);
+    Json_T o_J = f_Parse(str_P);
+    ASSERT_NE(o_J, nullptr) << o_S.first << ": " << str_P;
+    for (const char* z_c_Key : o_S.second)
+      EXPECT_NE(cJSON_GetObjectItemCaseSensitive(o_J.get(), z_c_Key), nullptr)
+          << o_S.first << " lacks " << z_c_Key << ": " << str_P;
+  }
+  EXPECT_EQ(f_Text(f_Parse(z_o_Col->f_WaitLast(str_Base + "status", 1000)).get(), "status"),
+            "online");
+  std::string str_Battery = z_o_Col->f_WaitLast(str_Base + "battery", 10000, [](const std::string& s) {
+    return s.find("\"good\"") != std::string::npos;
+  });
+  EXPECT_EQ(f_Num(f_Parse(str_Battery).get(), "charge"), 100) << str_Battery;
+
+  // Each announcement of the service as its event, numbered, with the values it carried.
+  f_Report(4711, 4);
+  std::string str_Errors = z_o_Col->f_WaitLast(str_Base + "errors", 10000, [](const std::string& s) {
+    return s.find("4711") != std::string::npos;
+  });
+  EXPECT_NE(str_Errors.find(R"({"coded":37692,"code":4711,"class":4,"date":)"), std::string::npos)
+      << str_Errors;
+  EXPECT_NE(z_o_Col->f_WaitLast(str_Base + "error", 5000, [](const std::string& s) {
+    return s.find("4711") != std::string::npos;
+  }), "");
+  f_Ack(4711, 4);
+  // A low battery: its charge, its status, and readiness lost with it.
+  ASSERT_EQ(z_o_Svc->o_Box.f_Sim("battery 19"), 0);
+  ASSERT_TRUE(sys_srv_client_set_mfu_sync(C().f_Client(), 950, nullptr, nullptr));
+
+  struct Expect_ST {
+    const char* z_c_Event;
+    const char* z_c_Key;
+    std::string str_Value;  // the value's JSON text
+  };
+  const Expect_ST a_o_Expect[] = {
+      {"sysfault", "code", "4711"},
+      {"sysfault", "class", "4"},
+      {"sysfault", "coded", "37692"},
+      {"acksysfault", "code", "4711"},
+      {"battpowerchanged", "charge", "0"},
+      {"battstatuschanged", "status", "\"low\""},
+      {"rdychanged", "ready", "false"},
+      {"cfgfilechanged", "path", "\"/home/tool/config/ChanCfg.json\""},
+  };
+  for (const Expect_ST& o_X : a_o_Expect) {
+    std::string str_Field = std::string("\"") + o_X.z_c_Key + "\":" + o_X.str_Value;
+    std::string str_P = z_o_Col->f_WaitLast(
+        str_Base + "event/" + o_X.z_c_Event, 15000,
+        [&](const std::string& s) { return s.find(str_Field) != std::string::npos; });
+    Json_T o_J = f_Parse(str_P);
+    ASSERT_NE(o_J, nullptr) << o_X.z_c_Event << " never came";
+    CJsonText_T o_V(cJSON_PrintUnformatted(cJSON_GetObjectItemCaseSensitive(o_J.get(), o_X.z_c_Key)));
+    EXPECT_EQ(o_V ? std::string(o_V.get()) : "", o_X.str_Value) << str_P;
+    EXPECT_GT(f_Num(o_J.get(), "seq"), 0) << str_P;
+    EXPECT_EQ(f_Text(o_J.get(), "ts").size(), 24u) << str_P;  // 2026-11-24T15:04:05.123Z
+  }
+  // The state topics followed.
+  EXPECT_EQ(z_o_Col->f_WaitLast(str_Base + "errors", 5000, [](const std::string& s) {
+    return s.find("4711") == std::string::npos;
+  }).find("4711"), std::string::npos);
+  EXPECT_NE(z_o_Col->f_WaitLast(str_Base + "battery", 5000, [](const std::string& s) {
+    return s.find("\"low\"") != std::string::npos;
+  }).find("\"low\""), std::string::npos);
+  EXPECT_NE(z_o_Col->f_WaitLast(str_Base + "ready", 5000, [](const std::string& s) {
+    return s.find("\"ready\":false") != std::string::npos;
+  }).find("\"ready\":false"), std::string::npos);
+  // Events never retained, state always retained: a late dashboard gets the state only.
+  Collector o_Late(z_o_Broker->f_Port(), str_Base + "#", "it-late", false);
+  EXPECT_NE(o_Late.f_WaitLast(str_Base + "maintenance", 10000), "");
+  for (const Msg_ST& o_M : o_Late.f_Msgs()) {
+    EXPECT_EQ(o_M.str_Topic.find("/event/"), std::string::npos) << o_M.str_Topic;
+    EXPECT_TRUE(o_M.b_Retained) << o_M.str_Topic;
+  }
+  ASSERT_EQ(z_o_Svc->o_Box.f_Sim("battery 100"), 0);
+  f_ExpectGapless(f_Events(*z_o_Col));
+}
+
+TEST_F(Feed, BrokerOutageLosesNothingAndKeepsTheOrder) {
+  ASSERT_TRUE(z_o_Svc->f_Started());
+  ASSERT_TRUE(f_WaitUntil([] { return f_Events(*z_o_Col).size() > 0; }, 10000));
+  long l_Before = f_LastSeq();
+  z_o_Broker->f_Stop();
+  gint64 i_Down = g_get_monotonic_time();
+  ASSERT_TRUE(z_o_Bridge->o_Proc.f_WaitLog("connection to the broker", 20000)) << f_Log();
+  for (int i_Code : f_Range(5000, 500)) {
+    f_Report(i_Code, 4);
+    f_Ack(i_Code, 4);
+  }
+  // The broker stays away for 30 s in all.
+  f_Pump(static_cast<int>(std::max<gint64>(0, 30000 - (g_get_monotonic_time() - i_Down) / 1000)));
+  ASSERT_TRUE(z_o_Broker->f_Start());
+
+  ASSERT_TRUE(f_WaitUntil([&] { return f_FaultCodes(f_Events(*z_o_Col), l_Before).size() >= 500 &&
+                                       f_FaultCodes(f_Events(*z_o_Col), l_Before, "acksysfault").size() >= 500; },
+                          120000))
+      << f_FaultCodes(f_Events(*z_o_Col), l_Before).size() << " of 500 reports arrived\n"
+      << f_Log();
+  std::vector<Event_ST> o_Events = f_Events(*z_o_Col);
+  EXPECT_EQ(f_FaultCodes(o_Events, l_Before), f_Range(5000, 500));
+  EXPECT_EQ(f_FaultCodes(o_Events, l_Before, "acksysfault"), f_Range(5000, 500));
+  f_ExpectGapless(o_Events);
+  // Each report came before its acknowledgement, and that before the next report.
+  std::vector<std::string> o_Steps;
+  for (const Event_ST& o_E : o_Events)
+    if (o_E.l_Seq > l_Before && f_Num(f_Parse(o_E.str_Payload).get(), "code") >= 5000)
+      o_Steps.push_back(o_E.str_Name + " " +
+                        std::to_string(int(f_Num(f_Parse(o_E.str_Payload).get(), "code"))));
+  ASSERT_EQ(o_Steps.size(), 1000u);
+  for (size_t i = 0; i < 500; i++) {
+    ASSERT_EQ(o_Steps[2 * i], "sysfault " + std::to_string(5000 + i));
+    ASSERT_EQ(o_Steps[2 * i + 1], "acksysfault " + std::to_string(5000 + i));
+  }
+
+  // The retained state is the state after the outage, for anyone who asks now.
+  Collector o_Late(z_o_Broker->f_Port(), str_Base + "#", "it-after-outage", false);
+  EXPECT_NE(o_Late.f_WaitLast(str_Base + "errors", 10000, [](const std::string& s) {
+    return s.find("\"count\":0") != std::string::npos;
+  }).find("\"count\":0"), std::string::npos);
+  EXPECT_NE(o_Late.f_WaitLast(str_Base + "error", 10000).find("\"code\":0"), std::string::npos);
+  EXPECT_NE(o_Late.f_WaitLast(str_Base + "status", 10000).find("\"online\""), std::string::npos);
+}
+
+TEST_F(Feed, BridgeKilledMidQueueLosesNothing) {
+  ASSERT_TRUE(z_o_Svc->f_Started());
+  long l_Before = f_LastSeq();
+  z_o_Broker->f_Stop();
+  for (int i_Code : f_Range(7000, 300)) f_Report(i_Code, 4);
+  // All 300 are on disk before the broker comes back.
+  std::string str_Queue = z_o_Svc->o_Box.f_Path("/mnt/log/syssrv-bridge.sq3");
+  ASSERT_TRUE(f_WaitUntil(
+      [&] {
+        sqlite3* z_o_Db = nullptr;
+        sqlite3_open_v2(str_Queue.c_str(), &z_o_Db, SQLITE_OPEN_READONLY, nullptr);
+        sqlite3_stmt* z_o_St = nullptr;
+        long l_N = 0;
+        if (sqlite3_prepare_v2(z_o_Db, "SELECT COUNT(*) FROM events WHERE topic LIKE '%/sysfault'",
+                               -1, &z_o_St, nullptr) == SQLITE_OK &&
+            sqlite3_step(z_o_St) == SQLITE_ROW)
+          l_N = sqlite3_column_int64(z_o_St, 0);
+        sqlite3_finalize(z_o_St);
+        sqlite3_close(z_o_Db);
+        return l_N >= 300;
+      },
+      30000));
+  ASSERT_TRUE(z_o_Broker->f_Start());
+  // Killed while sending: some have arrived, most have not.
+  ASSERT_TRUE(f_WaitUntil([&] { return !f_FaultCodes(f_Events(*z_o_Col), l_Before).empty(); },
+                          60000));
+  z_o_Bridge->o_Proc.f_Stop(SIGKILL);
+  size_t ui_Sent = f_FaultCodes(f_Events(*z_o_Col), l_Before).size();
+  EXPECT_LT(ui_Sent, 300u) << "the bridge was not killed mid-queue";
+  std::printf("killed after %zu of 300 events\n", ui_Sent);
+  // The broker says so for the vanished bridge.
+  EXPECT_NE(z_o_Col->f_WaitLast(str_Base + "status", 15000, [](const std::string& s) {
+    return s.find("\"offline\"") != std::string::npos;
+  }).find(R"("reason":"lost")"), std::string::npos);
+  z_o_Bridge->o_Proc.f_Start();
+  ASSERT_TRUE(f_WaitUntil([&] { return f_FaultCodes(f_Events(*z_o_Col), l_Before).size() >= 300; },
+                          120000))
+      << f_FaultCodes(f_Events(*z_o_Col), l_Before).size() << " of 300 arrived\n" << f_Log();
+  std::vector<Event_ST> o_Events = f_Events(*z_o_Col);
+  EXPECT_EQ(f_FaultCodes(o_Events, l_Before), f_Range(7000, 300)) << ui_Sent << " before the kill";
+  f_ExpectGapless(o_Events);
+  EXPECT_NE(z_o_Col->f_WaitLast(str_Base + "status", 15000, [](const std::string& s) {
+    return s.find("\"online\"") != std::string::npos;
+  }), "");
+  ASSERT_TRUE(sys_srv_client_delete_error_list_sync(C().f_Client(), nullptr, nullptr));
+}
+
+}  // namespace
