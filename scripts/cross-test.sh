@@ -115,7 +115,7 @@ cmake --build "$BUILD" -j"$JOBS"
 echo "==> cross: built in $(elapsed "$t1")"
 
 # What goes onto the board must be 32-bit ARM, hard-float EABI5.
-for bin in SysSrv.elf syssrv-sim syssrvctl; do
+for bin in SysSrv.elf syssrv-sim syssrvctl bridge/syssrv-bridge; do
   desc=$(file -b "$BUILD/$bin" 2>&1 || true)
   echo "    $bin: $desc"
   if [[ "$desc" != *"ELF 32-bit LSB"*"ARM, EABI5"* ]]; then
@@ -137,6 +137,7 @@ echo "==> cross: unit tests took $(elapsed "$t2")"
 
 t3=$SECONDS
 echo "==> cross: integration tests (ARM daemon, simulator and client on a dbus-daemon of this machine)"
-(cd "$BUILD" && ctest -L integration --output-on-failure -j"$JOBS" --timeout 600)
+echo "    not run under emulation (minutes of broker outages): the plant feed tests, label bridge"
+(cd "$BUILD" && ctest -L integration -LE bridge --output-on-failure -j"$JOBS" --timeout 600)
 echo "==> cross: integration tests took $(elapsed "$t3")"
 echo "==> cross: done in $(elapsed "$t0")"

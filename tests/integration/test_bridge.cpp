@@ -112,6 +112,9 @@ class Broker {
                            "persistence true\npersistence_location " + str_Dir + "/\n" +
                            "max_queued_messages 0\nlog_dest stderr\n" + str_Extra;
     if (str_Extra.find("password_file") == std::string::npos) str_Conf += "allow_anonymous true\n";
+    // Started as root, mosquitto would change to its own user, which may not write the
+    // session store in this test's private directory.
+    if (geteuid() == 0) str_Conf += "user root\n";
     FILE* z_o_F = fopen((str_Dir + "/mosquitto.conf").c_str(), "w");
     fputs(str_Conf.c_str(), z_o_F);
     fclose(z_o_F);
@@ -527,6 +530,134 @@ TEST_F(Feed, BridgeKilledMidQueueLosesNothing) {
     return s.find("\"online\"") != std::string::npos;
   }), "");
   ASSERT_TRUE(sys_srv_client_delete_error_list_sync(C().f_Client(), nullptr, nullptr));
+}
+
+}  // namespace
+
+namespace {
+
+// --- a broker with TLS, passwords and an access list; the command topic -------------------
+
+// Users: the bridge "tool", the maintenance user "maint" that may acknowledge, and "mallory".
+// The access list lets each user write commands only under its own name.
+class Secured : public ::testing::Test {
+ protected:
+  static void SetUpTestSuite() {
+    z_o_Svc = new Service();
+    str_Certs = f_MakeTempDir("it-certs");
+    const std::string& d = str_Certs;
+    std::string str_Out;
+    // Short-lived test certificates: a CA and the broker's, valid for localhost.
+    int i_Rc = f_Shell(
+        "(cd " + d + " && printf 'subjectAltName=DNS:localhost,IP:127.0.0.1\\n' > san.ext && " +
+            "openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes "
+            "-keyout ca.key -out ca.crt -days 2 -subj /CN=it-plant-ca && "
+            "openssl req -newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes "
+            "-keyout broker.key -out broker.csr -subj /CN=localhost && "
+            "openssl x509 -req -in broker.csr -CA ca.crt -CAkey ca.key -CAcreateserial "
+            "-out broker.crt -days 2 -extfile san.ext && "
+            "mosquitto_passwd -c -b pw tool tool-secret && mosquitto_passwd -b pw maint maint-pw && "
+            "mosquitto_passwd -b pw mallory mallory-pw && chmod 0644 pw *.key) 2>&1",
+        &str_Out);
+    ASSERT_EQ(i_Rc, 0) << str_Out;
+    FILE* z_o_Acl = fopen((d + "/acl").c_str(), "w");
+    fputs("user tool\ntopic readwrite syssrv/#\n"
+          "user maint\ntopic read syssrv/#\n"
+          "user mallory\ntopic read syssrv/#\n"
+          "pattern write syssrv/+/command/%u/ack\n",
+          z_o_Acl);
+    fclose(z_o_Acl);
+    z_o_Broker = new Broker("cafile " + d + "/ca.crt\ncertfile " + d + "/broker.crt\nkeyfile " + d +
+                            "/broker.key\npassword_file " + d + "/pw\nacl_file " + d + "/acl\n");
+    ASSERT_TRUE(z_o_Broker->f_Start()) << f_ReadFile(z_o_Broker->f_Dir() + "/log");
+    str_Base = "syssrv/" + f_HostName(z_o_Svc->o_Box) + "/";
+    // The bridge's files live on the tool; a wrong password first.
+    const Sandbox& o_Box = z_o_Svc->o_Box;
+    o_Box.f_Write("/etc/syssrv/plant-ca.crt", f_ReadFile(d + "/ca.crt"));
+    o_Box.f_Write("/etc/syssrv/bridge.password", "not-the-password\n");
+    z_o_Bridge = new BridgeProc(
+        *z_o_Svc, "host = localhost\nport = " + std::to_string(z_o_Broker->f_Port()) +
+                      "\nuser = tool\npassword_file = /etc/syssrv/bridge.password\n"
+                      "tls_ca_file = /etc/syssrv/plant-ca.crt\nreconnect_max = 1\n"
+                      "command_enabled = true\ncommand_user = maint\n");
+    z_o_Bridge->o_Proc.f_Start();
+  }
+  static void TearDownTestSuite() {
+    if (z_o_Bridge != nullptr) {
+      EXPECT_EQ(z_o_Bridge->o_Proc.f_Stop(), 0) << f_Log();
+    }
+    delete z_o_Bridge;
+    delete z_o_Broker;
+    delete z_o_Svc;
+    f_RemoveTree(str_Certs);
+  }
+  static std::string f_Log() { return z_o_Bridge->o_Proc.f_Log(); }
+  static Collector* f_User(const char* z_c_User, const char* z_c_Password) {
+    Tls_ST o_Tls{str_Certs + "/ca.crt", z_c_User, z_c_Password};
+    return new Collector(z_o_Broker->f_Port(), str_Base + "#", std::string("it-") + z_c_User,
+                         false, &o_Tls);
+  }
+  static bool f_Active(int i_Code) {
+    GPtrArray* z_o_List = sys_srv_client_fetch_active_errors_sync(z_o_Svc->o_Client.f_Client(),
+                                                                  nullptr, nullptr);
+    bool b_Found = false;
+    for (guint i = 0; z_o_List != nullptr && i < z_o_List->len; i++)
+      b_Found = b_Found || static_cast<SysSrvErrorEntry*>(g_ptr_array_index(z_o_List, i))->code ==
+                               i_Code;
+    if (z_o_List != nullptr) g_ptr_array_unref(z_o_List);
+    return b_Found;
+  }
+
+  static Service* z_o_Svc;
+  static Broker* z_o_Broker;
+  static BridgeProc* z_o_Bridge;
+  static std::string str_Certs, str_Base;
+};
+Service* Secured::z_o_Svc = nullptr;
+Broker* Secured::z_o_Broker = nullptr;
+BridgeProc* Secured::z_o_Bridge = nullptr;
+std::string Secured::str_Certs, Secured::str_Base;
+
+TEST_F(Secured, WrongPasswordIsRefusedWithAClearLineThenTheRightOneConnects) {
+  ASSERT_TRUE(z_o_Svc->f_Started());
+  EXPECT_TRUE(z_o_Bridge->o_Proc.f_WaitLog(
+      "refused the connection as user 'tool': Connection Refused: not authorised", 30000))
+      << f_Log();
+  // The operator fixes the password file; the next attempt reads it.
+  z_o_Svc->o_Box.f_Write("/etc/syssrv/bridge.password", "tool-secret\n");
+  EXPECT_TRUE(z_o_Bridge->o_Proc.f_WaitLog("(TLS)", 30000)) << f_Log();
+  std::unique_ptr<Collector> o_Maint(f_User("maint", "maint-pw"));
+  EXPECT_NE(o_Maint->f_WaitLast(str_Base + "status", 20000, [](const std::string& s) {
+    return s.find(R"("service_running":true)") != std::string::npos;
+  }).find("\"online\""), std::string::npos) << f_Log();
+}
+
+TEST_F(Secured, OnlyTheNamedUserAcknowledgesAndOnlyAnAcknowledgement) {
+  ASSERT_TRUE(z_o_Svc->f_Started());
+  ASSERT_TRUE(z_o_Bridge->o_Proc.f_WaitLog("(TLS)", 60000)) << f_Log();
+  ASSERT_TRUE(sys_srv_client_report_error_sync(z_o_Svc->o_Client.f_Client(), "it", 6001, 4,
+                                               nullptr, nullptr));
+  ASSERT_TRUE(sys_srv_client_report_error_sync(z_o_Svc->o_Client.f_Client(), "it", 6002, 4,
+                                               nullptr, nullptr));
+  std::unique_ptr<Collector> o_Mallory(f_User("mallory", "mallory-pw"));
+  std::unique_ptr<Collector> o_Maint(f_User("maint", "maint-pw"));
+  ASSERT_NE(o_Maint->f_WaitLast(str_Base + "status", 20000), "");
+
+  // Another user, under its own name: the broker lets it through, the bridge does not.
+  o_Mallory->f_Publish(str_Base + "command/mallory/ack", R"({"code":6001})");
+  EXPECT_TRUE(z_o_Bridge->o_Proc.f_WaitLog(
+      "command from broker user 'mallory' ignored: only 'maint' may send commands", 20000))
+      << f_Log();
+  // Anything but an acknowledgement, even from the named user.
+  o_Maint->f_Publish(str_Base + "command/maint/ack", R"({"code":6001,"delete":true})");
+  EXPECT_TRUE(z_o_Bridge->o_Proc.f_WaitLog("command of 'maint' refused", 20000)) << f_Log();
+  // The named user's acknowledgement goes to the service.
+  o_Maint->f_Publish(str_Base + "command/maint/ack", R"({"code":6002})");
+  EXPECT_TRUE(z_o_Bridge->o_Proc.f_WaitLog("error 6002 (class 4) acknowledged by broker user 'maint'",
+                                           20000))
+      << f_Log();
+  EXPECT_TRUE(f_WaitUntil([] { return !f_Active(6002); }, 10000));
+  EXPECT_TRUE(f_Active(6001));
 }
 
 }  // namespace
