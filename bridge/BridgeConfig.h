@@ -14,7 +14,8 @@ struct BridgeConfig_ST {
   std::string str_TlsCaFile;
   std::string str_TlsCertFile;
   std::string str_TlsKeyFile;
-  std::string str_QueueFile = "/mnt/log/syssrv-bridge.sq3";
+  // Its own directory in the tool log directory: the bridge runs as its own user.
+  std::string str_QueueFile = "/mnt/log/syssrv-bridge/queue.sq3";
   long l_QueueMaxEvents = 100000;
   long l_QueueMaxAgeS = 7L * 24 * 3600;
   int i_ReconnectMinS = 1;

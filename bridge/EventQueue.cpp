@@ -1,9 +1,12 @@
 // The bounded SQLite queue of the bridge.
 #include "EventQueue.h"
 
+#include <glib.h>
+#include <glib/gstdio.h>
 #include <sqlite3.h>
 #include <syslog.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <ctime>
 #include <memory>
@@ -53,6 +56,11 @@ bool EventQueue_CL::f_Exec(const char* z_c_Sql) {
 }
 
 bool EventQueue_CL::f_Open(const std::string& str_Path) {
+  // The package makes the directory; a tool image without it still gets a queue.
+  gchar* z_c_Dir = g_path_get_dirname(str_Path.c_str());
+  if (g_mkdir_with_parents(z_c_Dir, 0750) != 0)
+    syslog(LOG_WARNING, "bridge queue: cannot make %s: %s", z_c_Dir, g_strerror(errno));
+  g_free(z_c_Dir);
   if (sqlite3_open(str_Path.c_str(), &z_o_Db) != SQLITE_OK) {
     syslog(LOG_ERR, "bridge queue: cannot open %s: %s", str_Path.c_str(),
            z_o_Db != nullptr ? sqlite3_errmsg(z_o_Db) : "out of memory");

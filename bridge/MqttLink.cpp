@@ -94,6 +94,7 @@ void MqttLink_CL::f_TryConnect() {
   z_o_Source = g_source_new(&o_Funcs, sizeof(LinkSource_ST));
   reinterpret_cast<LinkSource_ST*>(z_o_Source)->z_o_Link = this;
   z_v_FdTag = g_source_add_unix_fd(z_o_Source, mosquitto_socket(z_o_Mosq), G_IO_IN);
+  e_Watched = G_IO_IN;
   g_source_attach(z_o_Source, nullptr);
   // Keep-alive pings, and a limit on a connection attempt that gets no answer (a broker
   // behind a dropped route answers nothing at all).
@@ -182,8 +183,12 @@ gboolean MqttLink_CL::f_Prepare(GSource* z_o_Source, gint* z_i_Timeout) {
   MqttLink_CL* z_o_Self = reinterpret_cast<LinkSource_ST*>(z_o_Source)->z_o_Link;
   *z_i_Timeout = -1;
   bool b_Write = z_o_Self->z_o_Mosq != nullptr && mosquitto_want_write(z_o_Self->z_o_Mosq);
-  g_source_modify_unix_fd(z_o_Source, z_o_Self->z_v_FdTag,
-                          static_cast<GIOCondition>(G_IO_IN | (b_Write ? G_IO_OUT : 0)));
+  auto e_Want = static_cast<GIOCondition>(G_IO_IN | (b_Write ? G_IO_OUT : 0));
+  // Changing the watched events wakes the main loop; doing it on every pass would spin.
+  if (e_Want != z_o_Self->e_Watched) {
+    g_source_modify_unix_fd(z_o_Source, z_o_Self->z_v_FdTag, e_Want);
+    z_o_Self->e_Watched = e_Want;
+  }
   return FALSE;
 }
 

@@ -59,6 +59,7 @@ class MqttLink_CL {
   mosquitto* z_o_Mosq = nullptr;
   GSource* z_o_Source = nullptr;
   gpointer z_v_FdTag = nullptr;
+  GIOCondition e_Watched = G_IO_IN;
   guint ui_RetryTimer = 0;
   guint ui_MiscTimer = 0;
   int i_RetryS = 0;

@@ -39,7 +39,7 @@ void f_MapPath(std::string* z_str_Path) {
 
 int f_Usage(FILE* z_o_Out, int i_Rc) {
   std::fprintf(z_o_Out,
-               "usage: syssrv-bridge [-c FILE]\n"
+               "usage: syssrv-bridge [-c FILE] | --version | --help\n"
                "  -c, --config FILE  configuration file (default %s)\n",
                A_C_DEFAULT_CONFIG);
   return i_Rc;
@@ -57,6 +57,9 @@ int main(int argc, char** argv) {
       b_Explicit = true;
     } else if (std::strcmp(argv[i], "-h") == 0 || std::strcmp(argv[i], "--help") == 0) {
       return f_Usage(stdout, 0);
+    } else if (std::strcmp(argv[i], "--version") == 0) {
+      std::printf("syssrv-bridge %s\n", SYSSRV_BRIDGE_VERSION);
+      return 0;
     } else {
       return f_Usage(stderr, 2);
     }
@@ -98,7 +101,7 @@ int main(int argc, char** argv) {
     o_Feed.f_Start();
     auto f_Quit = [](gpointer z_v_Loop) -> gboolean {
       g_main_loop_quit(static_cast<GMainLoop*>(z_v_Loop));
-      return G_SOURCE_REMOVE;
+      return G_SOURCE_CONTINUE;  // removed below, with the other one
     };
     guint ui_Term = g_unix_signal_add(SIGTERM, f_Quit, z_o_Loop);
     guint ui_Int = g_unix_signal_add(SIGINT, f_Quit, z_o_Loop);

@@ -1,0 +1,235 @@
+#pragma once
+// A real mosquitto broker for the plant feed's tests and benchmark: the broker as a process
+// of the test, a subscriber as a dashboard would run one, and the programs around them.
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <mosquitto.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cctype>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "Harness.h"
+
+namespace it {
+
+inline int f_FreePort() {
+  int i_Fd = socket(AF_INET, SOCK_STREAM, 0);
+  sockaddr_in o_Addr{};
+  o_Addr.sin_family = AF_INET;
+  o_Addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  bind(i_Fd, reinterpret_cast<sockaddr*>(&o_Addr), sizeof(o_Addr));
+  socklen_t ui_Len = sizeof(o_Addr);
+  getsockname(i_Fd, reinterpret_cast<sockaddr*>(&o_Addr), &ui_Len);
+  close(i_Fd);
+  return ntohs(o_Addr.sin_port);
+}
+
+inline bool f_PortOpen(int i_Port) {
+  int i_Fd = socket(AF_INET, SOCK_STREAM, 0);
+  sockaddr_in o_Addr{};
+  o_Addr.sin_family = AF_INET;
+  o_Addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  o_Addr.sin_port = htons(static_cast<uint16_t>(i_Port));
+  bool b_Open = connect(i_Fd, reinterpret_cast<sockaddr*>(&o_Addr), sizeof(o_Addr)) == 0;
+  close(i_Fd);
+  return b_Open;
+}
+
+// A program of the test, started by fork/exec, its stderr in a file, stopped by its pid.
+class Process {
+ public:
+  Process(std::vector<std::string> o_Argv, std::string str_LogPath,
+          std::vector<std::string> o_Env = {})
+      : o_Argv(std::move(o_Argv)), str_LogPath(std::move(str_LogPath)), o_Env(std::move(o_Env)) {}
+  ~Process() { f_Stop(SIGKILL); }
+  void f_Start() {
+    i_Pid = fork();
+    if (i_Pid == 0) {
+      int i_Fd = open(str_LogPath.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
+      dup2(i_Fd, 2);
+      dup2(i_Fd, 1);
+      for (const std::string& str_E : o_Env) putenv(strdup(str_E.c_str()));
+      std::vector<char*> a_z_c_Args;
+      for (std::string& str_A : o_Argv) a_z_c_Args.push_back(str_A.data());
+      a_z_c_Args.push_back(nullptr);
+      execv(a_z_c_Args[0], a_z_c_Args.data());
+      _exit(127);
+    }
+  }
+  // Signals the process and waits for its end; its exit status, or -1.
+  int f_Stop(int i_Sig = SIGTERM) {
+    if (i_Pid <= 0) return -1;
+    kill(i_Pid, i_Sig);
+    int i_Status = 0;
+    bool b_Ended = f_WaitUntil([&] { return waitpid(i_Pid, &i_Status, WNOHANG) == i_Pid; }, 15000);
+    if (!b_Ended) {
+      kill(i_Pid, SIGKILL);
+      waitpid(i_Pid, &i_Status, 0);
+    }
+    i_Pid = -1;
+    return b_Ended && WIFEXITED(i_Status) ? WEXITSTATUS(i_Status) : -1;
+  }
+  bool f_Running() const { return i_Pid > 0 && waitpid(i_Pid, nullptr, WNOHANG) == 0; }
+  pid_t f_Pid() const { return i_Pid; }
+  std::string f_Log() const { return f_ReadFile(str_LogPath); }
+  bool f_WaitLog(const std::string& str_Text, int i_TimeoutMs) const {
+    return f_WaitUntil([&] { return f_Log().find(str_Text) != std::string::npos; }, i_TimeoutMs);
+  }
+
+ private:
+  std::vector<std::string> o_Argv;
+  std::string str_LogPath;
+  std::vector<std::string> o_Env;
+  pid_t i_Pid = -1;
+};
+
+struct Tls_ST {
+  std::string str_Ca, str_User, str_Password;
+};
+
+// A mosquitto broker on a free loopback port. It keeps sessions on disk, so a subscriber's
+// queued messages survive the broker's restart the way they do on a plant's broker.
+class Broker {
+ public:
+  explicit Broker(const std::string& str_Extra = "")
+      : str_Dir(f_MakeTempDir("it-broker")),
+        i_Port(f_FreePort()),
+        o_Proc({"/usr/sbin/mosquitto", "-c", str_Dir + "/mosquitto.conf"}, str_Dir + "/log") {
+    std::string str_Conf = "listener " + std::to_string(i_Port) + " 127.0.0.1\n" +
+                           "persistence true\npersistence_location " + str_Dir + "/\n" +
+                           "max_queued_messages 0\nlog_dest stderr\n" + str_Extra;
+    if (str_Extra.find("password_file") == std::string::npos) str_Conf += "allow_anonymous true\n";
+    // Started as root, mosquitto would change to its own user, which may not write the
+    // session store in this test's private directory.
+    if (geteuid() == 0) str_Conf += "user root\n";
+    FILE* z_o_F = fopen((str_Dir + "/mosquitto.conf").c_str(), "w");
+    fputs(str_Conf.c_str(), z_o_F);
+    fclose(z_o_F);
+  }
+  ~Broker() {
+    o_Proc.f_Stop();
+    f_RemoveTree(str_Dir);
+  }
+  bool f_Start() {
+    o_Proc.f_Start();
+    return f_WaitUntil([&] { return f_PortOpen(i_Port); }, 15000);
+  }
+  void f_Stop() { o_Proc.f_Stop(SIGTERM); }
+  int f_Port() const { return i_Port; }
+  const std::string& f_Dir() const { return str_Dir; }
+
+ private:
+  std::string str_Dir;
+  int i_Port;
+  Process o_Proc;
+};
+
+struct Msg_ST {
+  std::string str_Topic, str_Payload;
+  bool b_Retained;
+};
+
+// A subscriber on its own thread (the library's), as a plant dashboard would be: QoS 1 and,
+// when persistent, a session the broker keeps while it is away.
+class Collector {
+ public:
+  Collector(int i_Port, const std::string& str_Filter, const std::string& str_Id, bool b_Persistent,
+            const Tls_ST* z_o_Tls = nullptr)
+      : str_Filter(str_Filter) {
+    mosquitto_lib_init();
+    z_o_Mosq = mosquitto_new(str_Id.c_str(), !b_Persistent, this);
+    if (z_o_Tls != nullptr) {
+      mosquitto_tls_set(z_o_Mosq, z_o_Tls->str_Ca.c_str(), nullptr, nullptr, nullptr, nullptr);
+      mosquitto_username_pw_set(z_o_Mosq, z_o_Tls->str_User.c_str(), z_o_Tls->str_Password.c_str());
+    }
+    mosquitto_reconnect_delay_set(z_o_Mosq, 1, 1, false);
+    mosquitto_connect_callback_set(z_o_Mosq, [](mosquitto* z_o_M, void* z_v_Self, int i_Rc) {
+      if (i_Rc == 0)
+        mosquitto_subscribe(z_o_M, nullptr, static_cast<Collector*>(z_v_Self)->str_Filter.c_str(),
+                            1);
+    });
+    mosquitto_message_callback_set(
+        z_o_Mosq, [](mosquitto*, void* z_v_Self, const mosquitto_message* z_o_Msg) {
+          auto* z_o_Self = static_cast<Collector*>(z_v_Self);
+          std::lock_guard<std::mutex> o_Lock(z_o_Self->o_Mutex);
+          z_o_Self->o_Msgs.push_back(
+              {z_o_Msg->topic,
+               std::string(static_cast<const char*>(z_o_Msg->payload),
+                           static_cast<size_t>(z_o_Msg->payloadlen)),
+               z_o_Msg->retain});
+        });
+    b_Connected = mosquitto_connect(z_o_Mosq, "127.0.0.1", i_Port, 10) == MOSQ_ERR_SUCCESS;
+    mosquitto_loop_start(z_o_Mosq);
+  }
+  ~Collector() {
+    mosquitto_disconnect(z_o_Mosq);
+    mosquitto_loop_stop(z_o_Mosq, true);
+    mosquitto_destroy(z_o_Mosq);
+  }
+  bool f_Connected() const { return b_Connected; }
+  std::vector<Msg_ST> f_Msgs() {
+    std::lock_guard<std::mutex> o_Lock(o_Mutex);
+    return o_Msgs;
+  }
+  // The last payload seen on a topic ending in str_Suffix that satisfies f_Pred.
+  std::string f_WaitLast(const std::string& str_Suffix, int i_TimeoutMs,
+                         const std::function<bool(const std::string&)>& f_Pred = {}) {
+    std::string str_Found;
+    f_WaitUntil(
+        [&] {
+          for (const Msg_ST& o_M : f_Msgs())
+            if (f_EndsWith(o_M.str_Topic, str_Suffix)) str_Found = o_M.str_Payload;
+          return !str_Found.empty() && (!f_Pred || f_Pred(str_Found));
+        },
+        i_TimeoutMs);
+    return str_Found;
+  }
+  void f_Publish(const std::string& str_Topic, const std::string& str_Payload) {
+    mosquitto_publish(z_o_Mosq, nullptr, str_Topic.c_str(), static_cast<int>(str_Payload.size()),
+                      str_Payload.data(), 1, false);
+  }
+  static bool f_EndsWith(const std::string& str_S, const std::string& str_End) {
+    return str_S.size() >= str_End.size() &&
+           str_S.compare(str_S.size() - str_End.size(), str_End.size(), str_End) == 0;
+  }
+
+ private:
+  std::string str_Filter;
+  mosquitto* z_o_Mosq = nullptr;
+  bool b_Connected = false;
+  std::mutex o_Mutex;
+  std::vector<Msg_ST> o_Msgs;
+};
+
+// syssrv-bridge on the sandbox of a running service; its configuration goes to the default
+// place in the sandbox.
+class BridgeProc {
+ public:
+  BridgeProc(Service& o_Svc, const std::string& str_Config)
+      : o_Proc({SYSSRV_BRIDGE}, o_Svc.o_Box.f_Path("/sim/bridge.log"),
+               {"SYSSRV_ROOT=" + o_Svc.o_Box.f_Dir(),
+                "DBUS_SYSTEM_BUS_ADDRESS=" + o_Svc.o_Bus.f_Address(),
+                "ASAN_OPTIONS=detect_leaks=0"}) {
+    o_Svc.o_Box.f_Write("/etc/syssrv/bridge.conf", str_Config);
+  }
+  Process o_Proc;
+};
+
+inline std::string f_HostName(const Sandbox& o_Box) {
+  std::string str_Name = o_Box.f_Read("/etc/hostname");
+  while (!str_Name.empty() && std::isspace(static_cast<unsigned char>(str_Name.back())))
+    str_Name.pop_back();
+  return str_Name;
+}
+
+}  // namespace it
