@@ -181,7 +181,8 @@ class Collector {
     std::lock_guard<std::mutex> o_Lock(o_Mutex);
     return o_Msgs;
   }
-  // The last payload seen on a topic ending in str_Suffix that satisfies f_Pred.
+  // The last payload seen on a topic ending in str_Suffix, once it satisfies f_Pred (state:
+  // what a subscriber holds now).
   std::string f_WaitLast(const std::string& str_Suffix, int i_TimeoutMs,
                          const std::function<bool(const std::string&)>& f_Pred = {}) {
     std::string str_Found;
@@ -190,6 +191,20 @@ class Collector {
           for (const Msg_ST& o_M : f_Msgs())
             if (f_EndsWith(o_M.str_Topic, str_Suffix)) str_Found = o_M.str_Payload;
           return !str_Found.empty() && (!f_Pred || f_Pred(str_Found));
+        },
+        i_TimeoutMs);
+    return str_Found;
+  }
+  // Any payload on a topic ending in str_Suffix that satisfies f_Pred (events: one of many).
+  std::string f_WaitAny(const std::string& str_Suffix, int i_TimeoutMs,
+                        const std::function<bool(const std::string&)>& f_Pred) {
+    std::string str_Found;
+    f_WaitUntil(
+        [&] {
+          for (const Msg_ST& o_M : f_Msgs())
+            if (f_EndsWith(o_M.str_Topic, str_Suffix) && f_Pred(o_M.str_Payload))
+              str_Found = o_M.str_Payload;
+          return !str_Found.empty();
         },
         i_TimeoutMs);
     return str_Found;
@@ -218,8 +233,7 @@ class BridgeProc {
   BridgeProc(Service& o_Svc, const std::string& str_Config)
       : o_Proc({SYSSRV_BRIDGE}, o_Svc.o_Box.f_Path("/sim/bridge.log"),
                {"SYSSRV_ROOT=" + o_Svc.o_Box.f_Dir(),
-                "DBUS_SYSTEM_BUS_ADDRESS=" + o_Svc.o_Bus.f_Address(),
-                "ASAN_OPTIONS=detect_leaks=0"}) {
+                "DBUS_SYSTEM_BUS_ADDRESS=" + o_Svc.o_Bus.f_Address()}) {
     o_Svc.o_Box.f_Write("/etc/syssrv/bridge.conf", str_Config);
   }
   Process o_Proc;
