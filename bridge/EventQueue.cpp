@@ -127,8 +127,8 @@ int64_t EventQueue_CL::f_Push(const std::string& str_Topic, const std::string& s
 std::vector<QueuedEvent_ST> EventQueue_CL::f_Next(int64_t i_After, size_t ui_Max) {
   std::vector<QueuedEvent_ST> o_Out;
   if (z_o_Db == nullptr) return o_Out;
-  Stmt_T o_Sel =
-      f_Prepare(z_o_Db, "SELECT seq, topic, payload FROM events WHERE seq > ? ORDER BY seq LIMIT ?");
+  Stmt_T o_Sel = f_Prepare(
+      z_o_Db, "SELECT seq, topic, payload FROM events WHERE seq > ? ORDER BY seq LIMIT ?");
   if (!o_Sel) return o_Out;
   sqlite3_bind_int64(o_Sel.get(), 1, i_After);
   sqlite3_bind_int64(o_Sel.get(), 2, static_cast<sqlite3_int64>(ui_Max));
@@ -172,7 +172,6 @@ long EventQueue_CL::f_DropExpired(int64_t i_NowMs) {
   long l_Dropped = sqlite3_changes(z_o_Db);
   l_Count -= l_Dropped;
   if (l_Dropped > 0)
-    syslog(LOG_WARNING, "bridge queue: dropped %ld events older than %ld s", l_Dropped,
-           l_MaxAgeS);
+    syslog(LOG_WARNING, "bridge queue: dropped %ld events older than %ld s", l_Dropped, l_MaxAgeS);
   return l_Dropped;
 }

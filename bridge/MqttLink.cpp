@@ -80,8 +80,8 @@ void MqttLink_CL::f_TryConnect() {
       return;
     }
   }
-  int i_Rc = mosquitto_connect_async(z_o_Mosq, o_Cfg.str_Host.c_str(), o_Cfg.f_Port(),
-                                     o_Cfg.i_KeepAlive);
+  int i_Rc =
+      mosquitto_connect_async(z_o_Mosq, o_Cfg.str_Host.c_str(), o_Cfg.f_Port(), o_Cfg.i_KeepAlive);
   if (i_Rc != MOSQ_ERR_SUCCESS) {
     str_FailReason = i_Rc == MOSQ_ERR_ERRNO ? g_strerror(errno) : mosquitto_strerror(i_Rc);
     syslog(LOG_WARNING, "bridge: cannot reach the broker %s:%d: %s", o_Cfg.str_Host.c_str(),
@@ -154,8 +154,8 @@ void MqttLink_CL::f_Drop(const char* z_c_Why) {
   }
   if (z_c_Why != nullptr) {
     if (b_WasUp)
-      syslog(LOG_WARNING, "bridge: connection to the broker %s:%d lost: %s",
-             o_Cfg.str_Host.c_str(), o_Cfg.f_Port(), z_c_Why);
+      syslog(LOG_WARNING, "bridge: connection to the broker %s:%d lost: %s", o_Cfg.str_Host.c_str(),
+             o_Cfg.f_Port(), z_c_Why);
     else
       syslog(LOG_WARNING, "bridge: cannot connect to the broker %s:%d: %s", o_Cfg.str_Host.c_str(),
              o_Cfg.f_Port(), z_c_Why);
@@ -254,8 +254,9 @@ void MqttLink_CL::f_OnLog(mosquitto*, void*, int i_Level, const char* z_c_Text) 
 bool MqttLink_CL::f_Publish(const std::string& str_Topic, const std::string& str_Payload,
                             bool b_Retain, int* z_i_Mid) {
   if (!b_Connected || z_o_Mosq == nullptr) return false;
-  int i_Rc = mosquitto_publish(z_o_Mosq, z_i_Mid, str_Topic.c_str(),
-                               static_cast<int>(str_Payload.size()), str_Payload.data(), 1, b_Retain);
+  int i_Rc =
+      mosquitto_publish(z_o_Mosq, z_i_Mid, str_Topic.c_str(), static_cast<int>(str_Payload.size()),
+                        str_Payload.data(), 1, b_Retain);
   if (i_Rc != MOSQ_ERR_SUCCESS) {
     syslog(LOG_WARNING, "bridge: cannot publish %s: %s", str_Topic.c_str(),
            mosquitto_strerror(i_Rc));

@@ -11,7 +11,6 @@ namespace {
 constexpr const char* A_C_CHANCFG = "/home/tool/config/ChanCfg.json";
 constexpr int I_MAINTENANCE_DUE = 3216;
 constexpr const char* A_C_PROCESS = "syssrv-bridge";
-const char* const A_C_STATES[] = {"ready", "battery", "error", "errors", "maintenance"};
 
 std::string f_Print(cJSON* z_o_Body) {
   CJsonTree_T o_Tree(z_o_Body);
@@ -109,7 +108,8 @@ void PlantFeed_CL::f_Event(const char* z_c_Name, cJSON* z_o_Body) {
   while (z_o_Body->child != nullptr) {
     const char* z_c_Key = z_o_Body->child->string;
     std::string str_Key = z_c_Key != nullptr ? z_c_Key : "";
-    cJSON_AddItemToObject(z_o_Event, str_Key.c_str(), cJSON_DetachItemViaPointer(z_o_Body, z_o_Body->child));
+    cJSON_AddItemToObject(z_o_Event, str_Key.c_str(),
+                          cJSON_DetachItemViaPointer(z_o_Body, z_o_Body->child));
   }
   cJSON_Delete(z_o_Body);
   // Every event is stored before it is sent: the queue decides the order on the broker.
@@ -146,7 +146,9 @@ void PlantFeed_CL::f_OnConnected() {
   o_Published.clear();
   f_PublishStatus();
   for (const auto& o_S : o_State) {
-    if (o_Link->f_Publish(str_Base + o_S.first, o_S.second, true)) o_Published[o_S.first] = o_S.second;
+    if (o_Published.count(o_S.first) == 0 &&
+        o_Link->f_Publish(str_Base + o_S.first, o_S.second, true))
+      o_Published[o_S.first] = o_S.second;
   }
   if (o_Cfg.b_CommandEnabled) o_Link->f_Subscribe(str_Base + "command/+/ack");
   if (o_Queue.f_Count() > 0)
@@ -307,7 +309,8 @@ void PlantFeed_CL::f_Refresh() {
   cJSON_AddNumberToObject(z_o_Maint, "next_date", f_JsonInt(o_ChanCfg.get(), "Wartung", "Datum"));
   cJSON_AddNumberToObject(z_o_Maint, "last_cycle",
                           f_JsonInt(o_ChanCfg.get(), "LetzteWartung", "Zyklus"));
-  cJSON_AddNumberToObject(z_o_Maint, "last_date", f_JsonInt(o_ChanCfg.get(), "LetzteWartung", "Datum"));
+  cJSON_AddNumberToObject(z_o_Maint, "last_date",
+                          f_JsonInt(o_ChanCfg.get(), "LetzteWartung", "Datum"));
   f_SetState("maintenance", z_o_Maint);
   f_PublishStatus();
 }
@@ -320,13 +323,15 @@ void PlantFeed_CL::f_OnCommand(const std::string& str_Topic, const std::string& 
   // its own name, so the level names who sent it.
   std::string str_Prefix = str_Base + "command/";
   const std::string str_Suffix = "/ack";
-  if (str_Topic.compare(0, str_Prefix.size(), str_Prefix) != 0 || str_Topic.size() <= str_Prefix.size() + str_Suffix.size() ||
+  if (str_Topic.compare(0, str_Prefix.size(), str_Prefix) != 0 ||
+      str_Topic.size() <= str_Prefix.size() + str_Suffix.size() ||
       str_Topic.compare(str_Topic.size() - str_Suffix.size(), str_Suffix.size(), str_Suffix) != 0)
     return;
   std::string str_User =
       str_Topic.substr(str_Prefix.size(), str_Topic.size() - str_Prefix.size() - str_Suffix.size());
   if (str_User != o_Cfg.str_CommandUser) {
-    syslog(LOG_WARNING, "bridge: command from broker user '%s' ignored: only '%s' may send commands",
+    syslog(LOG_WARNING,
+           "bridge: command from broker user '%s' ignored: only '%s' may send commands",
            str_User.c_str(), o_Cfg.str_CommandUser.c_str());
     return;
   }
@@ -344,8 +349,10 @@ void PlantFeed_CL::f_OnCommand(const std::string& str_Topic, const std::string& 
                                            z_o_Class->valueint <= 7)) &&
                  cJSON_GetArraySize(o_Cmd.get()) == (z_o_Class != nullptr ? 2 : 1);
   if (!b_Valid) {
-    syslog(LOG_WARNING, "bridge: command of '%s' refused: expected {\"code\":N} or "
-           "{\"code\":N,\"class\":K}", str_User.c_str());
+    syslog(LOG_WARNING,
+           "bridge: command of '%s' refused: expected {\"code\":N} or "
+           "{\"code\":N,\"class\":K}",
+           str_User.c_str());
     return;
   }
   int i_Code = z_o_Code->valueint;

@@ -69,8 +69,8 @@ void f_Report(Service& o_Svc, int i_First, int i_N) {
   for (int i = 0; i < i_N; i++) {
     while (i_Pending >= 64) g_main_context_iteration(nullptr, TRUE);
     i_Pending++;
-    sys_srv_client_report_error(o_Svc.o_Client.f_Client(), "bench", i_First + i, 4, nullptr,
-                                f_Done, &i_Pending);
+    sys_srv_client_report_error(o_Svc.o_Client.f_Client(), "bench", i_First + i, 4, nullptr, f_Done,
+                                &i_Pending);
   }
   while (i_Pending > 0) g_main_context_iteration(nullptr, TRUE);
 }
@@ -111,9 +111,10 @@ int main(int argc, char** argv) {
     o_Lat.push_back((g_get_monotonic_time() - i_Signal) / 1000.0);
   }
   std::sort(o_Lat.begin(), o_Lat.end());
-  std::printf("single: signal to subscriber median %.1f ms, 95th %.1f ms (50 events, upper "
-              "bounds: polled every few ms)\n",
-              o_Lat[o_Lat.size() / 2], o_Lat[o_Lat.size() * 95 / 100]);
+  std::printf(
+      "single: signal to subscriber median %.1f ms, 95th %.1f ms (50 events, upper "
+      "bounds: polled every few ms)\n",
+      o_Lat[o_Lat.size() / 2], o_Lat[o_Lat.size() * 95 / 100]);
   sys_srv_client_delete_error_list_sync(o_Svc.o_Client.f_Client(), nullptr, nullptr);
 
   // Storm: i_N reports as fast as the service takes them.
@@ -125,10 +126,11 @@ int main(int argc, char** argv) {
   gint64 i_T1 = g_get_monotonic_time();
   o_U1 = f_Usage(i_Pid);
   double d_S = (i_T1 - i_T0) / 1e6;
-  std::printf("storm:  %d events in %.2f s (service took the reports in %.2f s): %.0f events/s "
-              "end to end; bridge CPU %.0f %%, RSS %ld kB, peak %ld kB\n",
-              i_N, d_S, (i_Reported - i_T0) / 1e6, i_N / d_S,
-              100 * (o_U1.d_CpuS - o_U0.d_CpuS) / d_S, o_U1.l_RssKb, o_U1.l_PeakKb);
+  std::printf(
+      "storm:  %d events in %.2f s (service took the reports in %.2f s): %.0f events/s "
+      "end to end; bridge CPU %.0f %%, RSS %ld kB, peak %ld kB\n",
+      i_N, d_S, (i_Reported - i_T0) / 1e6, i_N / d_S, 100 * (o_U1.d_CpuS - o_U0.d_CpuS) / d_S,
+      o_U1.l_RssKb, o_U1.l_PeakKb);
   sys_srv_client_delete_error_list_sync(o_Svc.o_Client.f_Client(), nullptr, nullptr);
 
   // Outage: the reports queue on disk, then the queue goes out in one go.
@@ -143,10 +145,10 @@ int main(int argc, char** argv) {
   i_T1 = g_get_monotonic_time();
   o_U1 = f_Usage(i_Pid);
   d_S = (i_T1 - i_T0) / 1e6;
-  std::printf("drain:  %d queued events delivered %.2f s after the broker started: %.0f events/s; "
-              "bridge CPU %.0f %%, RSS %ld kB, peak %ld kB\n",
-              i_N, d_S, i_N / d_S, 100 * (o_U1.d_CpuS - o_U0.d_CpuS) / d_S, o_U1.l_RssKb,
-              o_U1.l_PeakKb);
+  std::printf(
+      "drain:  %d queued events delivered %.2f s after the broker started: %.0f events/s; "
+      "bridge CPU %.0f %%, RSS %ld kB, peak %ld kB\n",
+      i_N, d_S, i_N / d_S, 100 * (o_U1.d_CpuS - o_U0.d_CpuS) / d_S, o_U1.l_RssKb, o_U1.l_PeakKb);
   sys_srv_client_delete_error_list_sync(o_Svc.o_Client.f_Client(), nullptr, nullptr);
   o_Bridge.o_Proc.f_Stop();
   return 0;

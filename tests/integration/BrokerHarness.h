@@ -162,11 +162,10 @@ class Collector {
         z_o_Mosq, [](mosquitto*, void* z_v_Self, const mosquitto_message* z_o_Msg) {
           auto* z_o_Self = static_cast<Collector*>(z_v_Self);
           std::lock_guard<std::mutex> o_Lock(z_o_Self->o_Mutex);
-          z_o_Self->o_Msgs.push_back(
-              {z_o_Msg->topic,
-               std::string(static_cast<const char*>(z_o_Msg->payload),
-                           static_cast<size_t>(z_o_Msg->payloadlen)),
-               z_o_Msg->retain});
+          z_o_Self->o_Msgs.push_back({z_o_Msg->topic,
+                                      std::string(static_cast<const char*>(z_o_Msg->payload),
+                                                  static_cast<size_t>(z_o_Msg->payloadlen)),
+                                      z_o_Msg->retain});
         });
     b_Connected = mosquitto_connect(z_o_Mosq, "127.0.0.1", i_Port, 10) == MOSQ_ERR_SUCCESS;
     mosquitto_loop_start(z_o_Mosq);

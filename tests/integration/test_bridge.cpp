@@ -19,7 +19,9 @@ using namespace it;
 namespace {
 
 using Json_T = std::unique_ptr<cJSON, void (*)(cJSON*)>;
-Json_T f_Parse(const std::string& str_Text) { return Json_T(cJSON_Parse(str_Text.c_str()), cJSON_Delete); }
+Json_T f_Parse(const std::string& str_Text) {
+  return Json_T(cJSON_Parse(str_Text.c_str()), cJSON_Delete);
+}
 double f_Num(const cJSON* z_o_J, const char* z_c_Key) {
   const cJSON* z_o_V = cJSON_GetObjectItemCaseSensitive(z_o_J, z_c_Key);
   return cJSON_IsNumber(z_o_V) ? z_o_V->valuedouble : -1;
@@ -67,15 +69,16 @@ std::vector<int> f_FaultCodes(const std::vector<Event_ST>& o_Events, long l_Afte
   std::vector<int> o_Codes;
   for (const Event_ST& o_E : o_Events) {
     int i_Code = static_cast<int>(f_Num(f_Parse(o_E.str_Payload).get(), "code"));
-    if (o_E.l_Seq > l_After && o_E.str_Name == z_c_Name && i_Code >= 5000) o_Codes.push_back(i_Code);
+    if (o_E.l_Seq > l_After && o_E.str_Name == z_c_Name && i_Code >= 5000)
+      o_Codes.push_back(i_Code);
   }
   return o_Codes;
 }
 
 // No GLib criticals or warnings, no sanitizer findings, in the bridge's whole life.
 void f_ExpectCleanLog(const std::string& str_Log) {
-  for (const char* z_c_Bad : {"CRITICAL", "GLib-WARNING", "GLib-GIO-WARNING", "runtime error:",
-                              "ERROR: AddressSanitizer", "ERROR: LeakSanitizer"})
+  for (const char* z_c_Bad : {"CRITICAL", "GLib-WARNING", "GLib-GIO-WARNING",
+                              "runtime error:", "ERROR: AddressSanitizer", "ERROR: LeakSanitizer"})
     EXPECT_EQ(str_Log.find(z_c_Bad), std::string::npos) << z_c_Bad << " in\n" << str_Log;
 }
 
@@ -97,16 +100,17 @@ class Feed : public ::testing::Test {
     // The persistent subscriber is there before the bridge: it sees every event.
     z_o_Col = new Collector(z_o_Broker->f_Port(), "syssrv/#", "it-dashboard", true);
     ASSERT_TRUE(z_o_Col->f_Connected());
-    z_o_Bridge = new BridgeProc(*z_o_Svc, "host = 127.0.0.1\nport = " +
-                                              std::to_string(z_o_Broker->f_Port()) +
-                                              "\nreconnect_max = 2\n");
+    z_o_Bridge = new BridgeProc(*z_o_Svc,
+                                "host = 127.0.0.1\nport = " + std::to_string(z_o_Broker->f_Port()) +
+                                    "\nreconnect_max = 2\n");
     z_o_Bridge->o_Proc.f_Start();
     // Online and following the service: from here on no announcement passes it by.
-    std::string str_Status = z_o_Col->f_WaitLast(str_Base + "status", 30000, [](const std::string& s) {
-      return s.find(R"("service_running":true)") != std::string::npos;
-    });
-    ASSERT_NE(str_Status.find(R"("status":"online")"), std::string::npos)
-        << str_Status << "\n" << f_Log();
+    std::string str_Status =
+        z_o_Col->f_WaitLast(str_Base + "status", 30000, [](const std::string& s) {
+          return s.find(R"("service_running":true)") != std::string::npos;
+        });
+    ASSERT_NE(str_Status.find(R"("status":"online")"), std::string::npos) << str_Status << "\n"
+                                                                          << f_Log();
   }
   static void TearDownTestSuite() {
     if (z_o_Bridge != nullptr) {
@@ -120,8 +124,8 @@ class Feed : public ::testing::Test {
   }
   static BusClient& C() { return z_o_Svc->o_Client; }
   static void f_Report(int i_Code, int i_Class) {
-    ASSERT_TRUE(sys_srv_client_report_error_sync(C().f_Client(), "it", i_Code, i_Class, nullptr,
-                                                 nullptr));
+    ASSERT_TRUE(
+        sys_srv_client_report_error_sync(C().f_Client(), "it", i_Code, i_Class, nullptr, nullptr));
   }
   static void f_Ack(int i_Code, int i_Class) {
     ASSERT_TRUE(
@@ -166,21 +170,24 @@ TEST_F(Feed, EveryTopicCarriesItsDocumentedPayload) {
   }
   EXPECT_EQ(f_Text(f_Parse(z_o_Col->f_WaitLast(str_Base + "status", 1000)).get(), "status"),
             "online");
-  std::string str_Battery = z_o_Col->f_WaitLast(str_Base + "battery", 10000, [](const std::string& s) {
-    return s.find("\"good\"") != std::string::npos;
-  });
+  std::string str_Battery = z_o_Col->f_WaitLast(
+      str_Base + "battery", 10000,
+      [](const std::string& s) { return s.find("\"good\"") != std::string::npos; });
   EXPECT_EQ(f_Num(f_Parse(str_Battery).get(), "charge"), 100) << str_Battery;
 
   // Each announcement of the service as its event, numbered, with the values it carried.
   f_Report(4711, 4);
-  std::string str_Errors = z_o_Col->f_WaitLast(str_Base + "errors", 10000, [](const std::string& s) {
-    return s.find("4711") != std::string::npos;
-  });
+  std::string str_Errors =
+      z_o_Col->f_WaitLast(str_Base + "errors", 10000,
+                          [](const std::string& s) { return s.find("4711") != std::string::npos; });
   EXPECT_NE(str_Errors.find(R"({"coded":37692,"code":4711,"class":4,"date":)"), std::string::npos)
       << str_Errors;
-  EXPECT_NE(z_o_Col->f_WaitLast(str_Base + "error", 5000, [](const std::string& s) {
-    return s.find("4711") != std::string::npos;
-  }).find(R"("code":4711,"class":4)"), std::string::npos);
+  EXPECT_NE(
+      z_o_Col
+          ->f_WaitLast(str_Base + "error", 5000,
+                       [](const std::string& s) { return s.find("4711") != std::string::npos; })
+          .find(R"("code":4711,"class":4)"),
+      std::string::npos);
   f_Ack(4711, 4);
   // A low battery: its charge, its status, and readiness lost with it.
   ASSERT_EQ(z_o_Svc->o_Box.f_Sim("battery 19"), 0);
@@ -208,21 +215,32 @@ TEST_F(Feed, EveryTopicCarriesItsDocumentedPayload) {
         [&](const std::string& s) { return s.find(str_Field) != std::string::npos; });
     Json_T o_J = f_Parse(str_P);
     ASSERT_NE(o_J, nullptr) << o_X.z_c_Event << " never came";
-    CJsonText_T o_V(cJSON_PrintUnformatted(cJSON_GetObjectItemCaseSensitive(o_J.get(), o_X.z_c_Key)));
+    CJsonText_T o_V(
+        cJSON_PrintUnformatted(cJSON_GetObjectItemCaseSensitive(o_J.get(), o_X.z_c_Key)));
     EXPECT_EQ(o_V ? std::string(o_V.get()) : "", o_X.str_Value) << str_P;
     EXPECT_GT(f_Num(o_J.get(), "seq"), 0) << str_P;
     EXPECT_EQ(f_Text(o_J.get(), "ts").size(), 24u) << str_P;  // 2026-11-24T15:04:05.123Z
   }
   // The state topics followed.
-  EXPECT_EQ(z_o_Col->f_WaitLast(str_Base + "errors", 5000, [](const std::string& s) {
-    return s.find("4711") == std::string::npos;
-  }).find("4711"), std::string::npos);
-  EXPECT_NE(z_o_Col->f_WaitLast(str_Base + "battery", 5000, [](const std::string& s) {
-    return s.find("\"low\"") != std::string::npos;
-  }).find("\"low\""), std::string::npos);
-  EXPECT_NE(z_o_Col->f_WaitLast(str_Base + "ready", 5000, [](const std::string& s) {
-    return s.find("\"ready\":false") != std::string::npos;
-  }).find("\"ready\":false"), std::string::npos);
+  EXPECT_EQ(
+      z_o_Col
+          ->f_WaitLast(str_Base + "errors", 5000,
+                       [](const std::string& s) { return s.find("4711") == std::string::npos; })
+          .find("4711"),
+      std::string::npos);
+  EXPECT_NE(
+      z_o_Col
+          ->f_WaitLast(str_Base + "battery", 5000,
+                       [](const std::string& s) { return s.find("\"low\"") != std::string::npos; })
+          .find("\"low\""),
+      std::string::npos);
+  EXPECT_NE(z_o_Col
+                ->f_WaitLast(str_Base + "ready", 5000,
+                             [](const std::string& s) {
+                               return s.find("\"ready\":false") != std::string::npos;
+                             })
+                .find("\"ready\":false"),
+            std::string::npos);
   // Events never retained, state always retained: a late dashboard gets the state only.
   Collector o_Late(z_o_Broker->f_Port(), str_Base + "#", "it-late", false);
   EXPECT_NE(o_Late.f_WaitLast(str_Base + "maintenance", 10000), "");
@@ -249,9 +267,12 @@ TEST_F(Feed, BrokerOutageLosesNothingAndKeepsTheOrder) {
   f_Pump(static_cast<int>(std::max<gint64>(0, 30000 - (g_get_monotonic_time() - i_Down) / 1000)));
   ASSERT_TRUE(z_o_Broker->f_Start());
 
-  ASSERT_TRUE(f_WaitUntil([&] { return f_FaultCodes(f_Events(*z_o_Col), l_Before).size() >= 500 &&
-                                       f_FaultCodes(f_Events(*z_o_Col), l_Before, "acksysfault").size() >= 500; },
-                          120000))
+  ASSERT_TRUE(f_WaitUntil(
+      [&] {
+        return f_FaultCodes(f_Events(*z_o_Col), l_Before).size() >= 500 &&
+               f_FaultCodes(f_Events(*z_o_Col), l_Before, "acksysfault").size() >= 500;
+      },
+      120000))
       << f_FaultCodes(f_Events(*z_o_Col), l_Before).size() << " of 500 reports arrived\n"
       << f_Log();
   std::vector<Event_ST> o_Events = f_Events(*z_o_Col);
@@ -272,9 +293,12 @@ TEST_F(Feed, BrokerOutageLosesNothingAndKeepsTheOrder) {
 
   // The retained state is the state after the outage, for anyone who asks now.
   Collector o_Late(z_o_Broker->f_Port(), str_Base + "#", "it-after-outage", false);
-  EXPECT_NE(o_Late.f_WaitLast(str_Base + "errors", 10000, [](const std::string& s) {
-    return s.find("\"count\":0") != std::string::npos;
-  }).find("\"count\":0"), std::string::npos);
+  EXPECT_NE(o_Late
+                .f_WaitLast(
+                    str_Base + "errors", 10000,
+                    [](const std::string& s) { return s.find("\"count\":0") != std::string::npos; })
+                .find("\"count\":0"),
+            std::string::npos);
   EXPECT_NE(o_Late.f_WaitLast(str_Base + "error", 10000).find("\"code\":0"), std::string::npos);
   EXPECT_NE(o_Late.f_WaitLast(str_Base + "status", 10000).find("\"online\""), std::string::npos);
 }
@@ -293,8 +317,8 @@ TEST_F(Feed, BridgeKilledMidQueueLosesNothing) {
     sqlite3_open_v2(str_Queue.c_str(), &z_o_Db, SQLITE_OPEN_READONLY, nullptr);
     sqlite3_stmt* z_o_St = nullptr;
     long l_N = -1;
-    if (sqlite3_prepare_v2(z_o_Db, "SELECT COUNT(*) FROM events WHERE topic LIKE '%/sysfault'",
-                           -1, &z_o_St, nullptr) == SQLITE_OK &&
+    if (sqlite3_prepare_v2(z_o_Db, "SELECT COUNT(*) FROM events WHERE topic LIKE '%/sysfault'", -1,
+                           &z_o_St, nullptr) == SQLITE_OK &&
         sqlite3_step(z_o_St) == SQLITE_ROW)
       l_N = sqlite3_column_int64(z_o_St, 0);
     sqlite3_finalize(z_o_St);
@@ -311,20 +335,24 @@ TEST_F(Feed, BridgeKilledMidQueueLosesNothing) {
   EXPECT_GT(l_Left, 0) << "the bridge was not killed mid-queue";
   std::printf("killed with %ld of %d events still queued\n", l_Left, I_N);
   // The broker says so for the vanished bridge.
-  EXPECT_NE(z_o_Col->f_WaitLast(str_Base + "status", 15000, [](const std::string& s) {
-    return s.find("\"offline\"") != std::string::npos;
-  }).find(R"("reason":"lost")"), std::string::npos);
+  EXPECT_NE(z_o_Col
+                ->f_WaitLast(
+                    str_Base + "status", 15000,
+                    [](const std::string& s) { return s.find("\"offline\"") != std::string::npos; })
+                .find(R"("reason":"lost")"),
+            std::string::npos);
   z_o_Bridge->o_Proc.f_Start();
-  ASSERT_TRUE(f_WaitUntil([&] { return f_FaultCodes(f_Events(*z_o_Col), l_Before).size() >= I_N; },
-                          120000))
+  ASSERT_TRUE(
+      f_WaitUntil([&] { return f_FaultCodes(f_Events(*z_o_Col), l_Before).size() >= I_N; }, 120000))
       << f_FaultCodes(f_Events(*z_o_Col), l_Before).size() << " of " << I_N << " arrived\n"
       << f_Log();
   std::vector<Event_ST> o_Events = f_Events(*z_o_Col);
   EXPECT_EQ(f_FaultCodes(o_Events, l_Before), f_Range(7000, I_N)) << l_Left << " left at the kill";
   f_ExpectGapless(o_Events);
-  EXPECT_NE(z_o_Col->f_WaitLast(str_Base + "status", 15000, [](const std::string& s) {
-    return s.find("\"online\"") != std::string::npos;
-  }), "");
+  EXPECT_NE(z_o_Col->f_WaitLast(
+                str_Base + "status", 15000,
+                [](const std::string& s) { return s.find("\"online\"") != std::string::npos; }),
+            "");
   ASSERT_TRUE(sys_srv_client_delete_error_list_sync(C().f_Client(), nullptr, nullptr));
 }
 
@@ -352,16 +380,18 @@ class Secured : public ::testing::Test {
             "-keyout broker.key -out broker.csr -subj /CN=localhost && "
             "openssl x509 -req -in broker.csr -CA ca.crt -CAkey ca.key -CAcreateserial "
             "-out broker.crt -days 2 -extfile san.ext && "
-            "mosquitto_passwd -c -b pw tool tool-secret && mosquitto_passwd -b pw maint maint-pw && "
+            "mosquitto_passwd -c -b pw tool tool-secret && mosquitto_passwd -b pw maint maint-pw "
+            "&& "
             "mosquitto_passwd -b pw mallory mallory-pw && chmod 0644 pw *.key) 2>&1",
         &str_Out);
     ASSERT_EQ(i_Rc, 0) << str_Out;
     FILE* z_o_Acl = fopen((d + "/acl").c_str(), "w");
-    fputs("user tool\ntopic readwrite syssrv/#\n"
-          "user maint\ntopic read syssrv/#\n"
-          "user mallory\ntopic read syssrv/#\n"
-          "pattern write syssrv/+/command/%u/ack\n",
-          z_o_Acl);
+    fputs(
+        "user tool\ntopic readwrite syssrv/#\n"
+        "user maint\ntopic read syssrv/#\n"
+        "user mallory\ntopic read syssrv/#\n"
+        "pattern write syssrv/+/command/%u/ack\n",
+        z_o_Acl);
     fclose(z_o_Acl);
     z_o_Broker = new Broker("cafile " + d + "/ca.crt\ncertfile " + d + "/broker.crt\nkeyfile " + d +
                             "/broker.key\npassword_file " + d + "/pw\nacl_file " + d + "/acl\n");
@@ -371,11 +401,11 @@ class Secured : public ::testing::Test {
     const Sandbox& o_Box = z_o_Svc->o_Box;
     o_Box.f_Write("/etc/syssrv/plant-ca.crt", f_ReadFile(d + "/ca.crt"));
     o_Box.f_Write("/etc/syssrv/bridge.password", "not-the-password\n");
-    z_o_Bridge = new BridgeProc(
-        *z_o_Svc, "host = localhost\nport = " + std::to_string(z_o_Broker->f_Port()) +
-                      "\nuser = tool\npassword_file = /etc/syssrv/bridge.password\n"
-                      "tls_ca_file = /etc/syssrv/plant-ca.crt\nreconnect_max = 1\n"
-                      "command_enabled = true\ncommand_user = maint\n");
+    z_o_Bridge = new BridgeProc(*z_o_Svc,
+                                "host = localhost\nport = " + std::to_string(z_o_Broker->f_Port()) +
+                                    "\nuser = tool\npassword_file = /etc/syssrv/bridge.password\n"
+                                    "tls_ca_file = /etc/syssrv/plant-ca.crt\nreconnect_max = 1\n"
+                                    "command_enabled = true\ncommand_user = maint\n");
     z_o_Bridge->o_Proc.f_Start();
   }
   static void TearDownTestSuite() {
@@ -391,16 +421,16 @@ class Secured : public ::testing::Test {
   static std::string f_Log() { return z_o_Bridge->o_Proc.f_Log(); }
   static Collector* f_User(const char* z_c_User, const char* z_c_Password) {
     Tls_ST o_Tls{str_Certs + "/ca.crt", z_c_User, z_c_Password};
-    return new Collector(z_o_Broker->f_Port(), str_Base + "#", std::string("it-") + z_c_User,
-                         false, &o_Tls);
+    return new Collector(z_o_Broker->f_Port(), str_Base + "#", std::string("it-") + z_c_User, false,
+                         &o_Tls);
   }
   static bool f_Active(int i_Code) {
-    GPtrArray* z_o_List = sys_srv_client_fetch_active_errors_sync(z_o_Svc->o_Client.f_Client(),
-                                                                  nullptr, nullptr);
+    GPtrArray* z_o_List =
+        sys_srv_client_fetch_active_errors_sync(z_o_Svc->o_Client.f_Client(), nullptr, nullptr);
     bool b_Found = false;
     for (guint i = 0; z_o_List != nullptr && i < z_o_List->len; i++)
-      b_Found = b_Found || static_cast<SysSrvErrorEntry*>(g_ptr_array_index(z_o_List, i))->code ==
-                               i_Code;
+      b_Found =
+          b_Found || static_cast<SysSrvErrorEntry*>(g_ptr_array_index(z_o_List, i))->code == i_Code;
     if (z_o_List != nullptr) g_ptr_array_unref(z_o_List);
     return b_Found;
   }
@@ -424,18 +454,23 @@ TEST_F(Secured, WrongPasswordIsRefusedWithAClearLineThenTheRightOneConnects) {
   z_o_Svc->o_Box.f_Write("/etc/syssrv/bridge.password", "tool-secret\n");
   EXPECT_TRUE(z_o_Bridge->o_Proc.f_WaitLog("(TLS)", 30000)) << f_Log();
   std::unique_ptr<Collector> o_Maint(f_User("maint", "maint-pw"));
-  EXPECT_NE(o_Maint->f_WaitLast(str_Base + "status", 20000, [](const std::string& s) {
-    return s.find(R"("service_running":true)") != std::string::npos;
-  }).find("\"online\""), std::string::npos) << f_Log();
+  EXPECT_NE(o_Maint
+                ->f_WaitLast(str_Base + "status", 20000,
+                             [](const std::string& s) {
+                               return s.find(R"("service_running":true)") != std::string::npos;
+                             })
+                .find("\"online\""),
+            std::string::npos)
+      << f_Log();
 }
 
 TEST_F(Secured, OnlyTheNamedUserAcknowledgesAndOnlyAnAcknowledgement) {
   ASSERT_TRUE(z_o_Svc->f_Started());
   ASSERT_TRUE(z_o_Bridge->o_Proc.f_WaitLog("(TLS)", 60000)) << f_Log();
-  ASSERT_TRUE(sys_srv_client_report_error_sync(z_o_Svc->o_Client.f_Client(), "it", 6001, 4,
-                                               nullptr, nullptr));
-  ASSERT_TRUE(sys_srv_client_report_error_sync(z_o_Svc->o_Client.f_Client(), "it", 6002, 4,
-                                               nullptr, nullptr));
+  ASSERT_TRUE(sys_srv_client_report_error_sync(z_o_Svc->o_Client.f_Client(), "it", 6001, 4, nullptr,
+                                               nullptr));
+  ASSERT_TRUE(sys_srv_client_report_error_sync(z_o_Svc->o_Client.f_Client(), "it", 6002, 4, nullptr,
+                                               nullptr));
   std::unique_ptr<Collector> o_Mallory(f_User("mallory", "mallory-pw"));
   std::unique_ptr<Collector> o_Maint(f_User("maint", "maint-pw"));
   ASSERT_NE(o_Maint->f_WaitLast(str_Base + "status", 20000), "");
@@ -450,8 +485,8 @@ TEST_F(Secured, OnlyTheNamedUserAcknowledgesAndOnlyAnAcknowledgement) {
   EXPECT_TRUE(z_o_Bridge->o_Proc.f_WaitLog("command of 'maint' refused", 20000)) << f_Log();
   // The named user's acknowledgement goes to the service.
   o_Maint->f_Publish(str_Base + "command/maint/ack", R"({"code":6002})");
-  EXPECT_TRUE(z_o_Bridge->o_Proc.f_WaitLog("error 6002 (class 4) acknowledged by broker user 'maint'",
-                                           20000))
+  EXPECT_TRUE(z_o_Bridge->o_Proc.f_WaitLog(
+      "error 6002 (class 4) acknowledged by broker user 'maint'", 20000))
       << f_Log();
   EXPECT_TRUE(f_WaitUntil([] { return !f_Active(6002); }, 10000));
   EXPECT_TRUE(f_Active(6001));

@@ -13,11 +13,12 @@ namespace {
 TEST(BridgeConfig, AcceptsTheSampleAndRefusesWhatWouldMisbehave) {
   BridgeConfig_ST o_Cfg;
   std::string str_Err;
-  ASSERT_TRUE(f_ParseBridgeConfig("# plant\nhost = broker.plant \nport=8883\n"
-                                  "tls_ca_file = /etc/ca.crt # trailing comment\n"
-                                  "queue_max_events = 10\ncommand_enabled = yes\n"
-                                  "command_user = maint\nprefix = plant/line3\n",
-                                  &o_Cfg, &str_Err))
+  ASSERT_TRUE(
+      f_ParseBridgeConfig("# plant\nhost = broker.plant \nport=8883\n"
+                          "tls_ca_file = /etc/ca.crt # trailing comment\n"
+                          "queue_max_events = 10\ncommand_enabled = yes\n"
+                          "command_user = maint\nprefix = plant/line3\n",
+                          &o_Cfg, &str_Err))
       << str_Err;
   EXPECT_EQ(o_Cfg.str_Host, "broker.plant");
   EXPECT_EQ(o_Cfg.f_Port(), 8883);
