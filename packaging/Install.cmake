@@ -32,6 +32,7 @@ install(TARGETS syssrvctl syssrv-sim RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR}
 # --- files that name installed paths: written at install time -------------------------
 set(SYSSRV_INSTALL_TEMPLATES
     ${CMAKE_SOURCE_DIR}/packaging/syssrv.service.in
+    ${CMAKE_SOURCE_DIR}/packaging/syssrv-bridge.service.in
     ${CMAKE_SOURCE_DIR}/packaging/com.torvane.akku.SysService.service.in)
 install(CODE "
   set(SYSSRV_TEMPLATES \"${SYSSRV_INSTALL_TEMPLATES}\")
@@ -39,7 +40,7 @@ install(CODE "
   set(SYSSRV_SBINDIR \"${CMAKE_INSTALL_SBINDIR}\")
   set(SYSSRV_DOCDIR \"${CMAKE_INSTALL_DOCDIR}\")
   include(\"${CMAKE_SOURCE_DIR}/packaging/InstallPaths.cmake\")
-  file(INSTALL \"\${SYSSRV_OUT}/syssrv.service\"
+  file(INSTALL \"\${SYSSRV_OUT}/syssrv.service\" \"\${SYSSRV_OUT}/syssrv-bridge.service\"
        DESTINATION \"${SYSSRV_SYSTEMD_UNITDIR}\")
   file(INSTALL \"\${SYSSRV_OUT}/com.torvane.akku.SysService.service\"
        DESTINATION \"${SYSSRV_DBUS_DATADIR}/dbus-1/system-services\")
@@ -55,6 +56,11 @@ install(FILES ${CMAKE_SOURCE_DIR}/packaging/syssrv.sysusers
         DESTINATION ${SYSSRV_SYSUSERSDIR} RENAME syssrv.conf)
 install(FILES ${CMAKE_SOURCE_DIR}/packaging/syssrv.tmpfiles
         DESTINATION ${SYSSRV_TMPFILESDIR} RENAME syssrv.conf)
+# The plant feed's user and its queue directory.
+install(FILES ${CMAKE_SOURCE_DIR}/packaging/syssrv-bridge.sysusers
+        DESTINATION ${SYSSRV_SYSUSERSDIR} RENAME syssrv-bridge.conf)
+install(FILES ${CMAKE_SOURCE_DIR}/packaging/syssrv-bridge.tmpfiles
+        DESTINATION ${SYSSRV_TMPFILESDIR} RENAME syssrv-bridge.conf)
 install(FILES ${CMAKE_SOURCE_DIR}/packaging/completion/syssrvctl
               ${CMAKE_SOURCE_DIR}/packaging/completion/syssrv-sim
         DESTINATION ${SYSSRV_BASH_COMPLETIONSDIR})
@@ -71,7 +77,7 @@ if(SYSSRV_MANPAGES STREQUAL "ON" AND NOT SCDOC)
 endif()
 if(SCDOC AND NOT SYSSRV_MANPAGES STREQUAL "OFF")
   set(SYSSRV_MAN_OUTPUTS "")
-  foreach(page SysSrv.elf.8 syssrvctl.1 syssrv-sim.1)
+  foreach(page SysSrv.elf.8 syssrvctl.1 syssrv-sim.1 syssrv-bridge.8)
     set(src ${CMAKE_SOURCE_DIR}/packaging/man/${page}.scd)
     set(out ${CMAKE_BINARY_DIR}/man/${page})
     add_custom_command(OUTPUT ${out}

@@ -25,12 +25,12 @@ WORK=$TOP/build-pkg
 
 # The armhf libraries the programs link, whose packages' shlibs and symbols files tell
 # dpkg-shlibdeps which versions the board needs.
-TARGET_RUNTIME=(libc6 libgcc-s1 libstdc++6 libglib2.0-0 libsqlite3-0 libcjson1)
+TARGET_RUNTIME=(libc6 libgcc-s1 libstdc++6 libglib2.0-0 libsqlite3-0 libcjson1 libmosquitto1)
 
 HOST_PACKAGES=(
   debhelper dpkg-dev fakeroot lintian   # building and checking the packages
   cmake make pkg-config scdoc           # the build itself and the man pages
-  libglib2.0-dev libsqlite3-dev libcjson-dev
+  libglib2.0-dev libsqlite3-dev libcjson-dev libmosquitto-dev
   g++-arm-linux-gnueabihf               # the armhf build
   systemd                               # systemd-analyze, systemd-sysusers, systemd-tmpfiles
   dbus-daemon                           # the private bus of the installed service

@@ -32,8 +32,10 @@ foreach(prefix /usr /opt/syssrv)
   expect_line("${unit}" "^ExecStart=${prefix}/sbin/SysSrv\\.elf$")
   expect_line("${unit}" "^Documentation=.*file://${prefix}/share/doc/syssrv/operations\\.md")
   expect_line("${activation}" "^Exec=${prefix}/sbin/SysSrv\\.elf$")
+  expect_line("${dest}${unitdir}/syssrv-bridge.service" "^ExecStart=${prefix}/sbin/syssrv-bridge$")
   # What they name is really there.
-  foreach(installed sbin/SysSrv.elf share/doc/syssrv/operations.md bin/syssrvctl bin/syssrv-sim)
+  foreach(installed sbin/SysSrv.elf share/doc/syssrv/operations.md bin/syssrvctl bin/syssrv-sim
+                    sbin/syssrv-bridge)
     if(NOT EXISTS "${dest}${prefix}/${installed}")
       message(FATAL_ERROR "${prefix}/${installed} was not installed")
     endif()
