@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "BenchProc.h"
 #include "BrokerHarness.h"
 #include "Harness.h"
 
@@ -22,28 +23,11 @@ using namespace it;
 namespace {
 
 struct Usage_ST {
-  double d_CpuS;  // user + system time of the process
-  long l_RssKb, l_PeakKb;
+  double d_CpuS;   // every thread of the process
+  long l_DirtyKb;  // private dirty memory: what the bridge alone keeps in RAM
 };
 
-Usage_ST f_Usage(pid_t i_Pid) {
-  Usage_ST o_U{0, 0, 0};
-  std::ifstream o_Stat("/proc/" + std::to_string(i_Pid) + "/stat");
-  std::string str_Line;
-  std::getline(o_Stat, str_Line);
-  // Fields after the command name, which may hold spaces: utime and stime are 14 and 15.
-  std::istringstream o_In(str_Line.substr(str_Line.rfind(')') + 2));
-  std::vector<std::string> o_F;
-  for (std::string str_W; o_In >> str_W;) o_F.push_back(str_W);
-  if (o_F.size() > 13)
-    o_U.d_CpuS = (std::atof(o_F[11].c_str()) + std::atof(o_F[12].c_str())) / sysconf(_SC_CLK_TCK);
-  std::ifstream o_Status("/proc/" + std::to_string(i_Pid) + "/status");
-  while (std::getline(o_Status, str_Line)) {
-    if (str_Line.rfind("VmRSS:", 0) == 0) o_U.l_RssKb = std::atol(str_Line.c_str() + 6);
-    if (str_Line.rfind("VmHWM:", 0) == 0) o_U.l_PeakKb = std::atol(str_Line.c_str() + 6);
-  }
-  return o_U;
-}
+Usage_ST f_Usage(pid_t i_Pid) { return {f_ProcCpuNs(i_Pid) / 1e9, f_ProcPrivateDirtyKb(i_Pid)}; }
 
 // Arrivals of "sysfault" events with codes from i_First on, by code: monotonic µs.
 size_t f_Arrived(Collector& o_Col, int i_First, int i_N) {
@@ -96,8 +80,8 @@ int main(int argc, char** argv) {
   Usage_ST o_U0 = f_Usage(i_Pid);
   f_Pump(10000);
   Usage_ST o_U1 = f_Usage(i_Pid);
-  std::printf("idle:   CPU %.2f %% over 10 s, RSS %ld kB\n", (o_U1.d_CpuS - o_U0.d_CpuS) * 10,
-              o_U1.l_RssKb);
+  std::printf("idle:   CPU %.2f %% over 10 s, private dirty %ld kB\n",
+              (o_U1.d_CpuS - o_U0.d_CpuS) * 10, o_U1.l_DirtyKb);
 
   // One event at a time: latency from the signal (as a bus client sees it) to the broker.
   std::vector<double> o_Lat;
@@ -128,9 +112,9 @@ int main(int argc, char** argv) {
   double d_S = (i_T1 - i_T0) / 1e6;
   std::printf(
       "storm:  %d events in %.2f s (service took the reports in %.2f s): %.0f events/s "
-      "end to end; bridge CPU %.0f %%, RSS %ld kB, peak %ld kB\n",
+      "end to end; bridge CPU %.0f %%, private dirty %ld kB\n",
       i_N, d_S, (i_Reported - i_T0) / 1e6, i_N / d_S, 100 * (o_U1.d_CpuS - o_U0.d_CpuS) / d_S,
-      o_U1.l_RssKb, o_U1.l_PeakKb);
+      o_U1.l_DirtyKb);
   sys_srv_client_delete_error_list_sync(o_Svc.o_Client.f_Client(), nullptr, nullptr);
 
   // Outage: the reports queue on disk, then the queue goes out in one go.
@@ -147,8 +131,8 @@ int main(int argc, char** argv) {
   d_S = (i_T1 - i_T0) / 1e6;
   std::printf(
       "drain:  %d queued events delivered %.2f s after the broker started: %.0f events/s; "
-      "bridge CPU %.0f %%, RSS %ld kB, peak %ld kB\n",
-      i_N, d_S, i_N / d_S, 100 * (o_U1.d_CpuS - o_U0.d_CpuS) / d_S, o_U1.l_RssKb, o_U1.l_PeakKb);
+      "bridge CPU %.0f %%, private dirty %ld kB\n",
+      i_N, d_S, i_N / d_S, 100 * (o_U1.d_CpuS - o_U0.d_CpuS) / d_S, o_U1.l_DirtyKb);
   sys_srv_client_delete_error_list_sync(o_Svc.o_Client.f_Client(), nullptr, nullptr);
   o_Bridge.o_Proc.f_Stop();
   return 0;
