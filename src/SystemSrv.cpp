@@ -264,9 +264,18 @@ gboolean f_EmitSignal(SysObj* z_o_Obj, const char* z_c_Signal, GVariant* o_Param
     return TRUE;
   }
   f_AccessDbus(z_o_Obj);
+  GError* z_o_Err = nullptr;
   gboolean b_Ok = g_dbus_connection_emit_signal(z_o_Obj->connection, nullptr, A_C_OBJECT_PATH,
-                                                A_C_INTERFACE, z_c_Signal, o_Params, error);
+                                                A_C_INTERFACE, z_c_Signal, o_Params, &z_o_Err);
   f_ReleaseDbus(z_o_Obj);
+  if (!b_Ok && g_error_matches(z_o_Err, G_IO_ERROR, G_IO_ERROR_CLOSED)) {
+    // The bus went away between two ticks; the "closed" handler ends the service. Nobody is
+    // left to hear the signal, and aborting here would turn a restart into a crash.
+    syslog(LOG_INFO, "f_EmitSignal - bus connection closed, %s not sent", z_c_Signal);
+    g_error_free(z_o_Err);
+    return TRUE;
+  }
+  if (z_o_Err != nullptr) g_propagate_error(error, z_o_Err);
   return b_Ok;
 }
 
