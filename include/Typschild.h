@@ -9,6 +9,7 @@
 #include <syslog.h>
 #include <utility>
 
+#include "sysLib/Holders.h"
 #include "sysLib/SysPath.h"
 
 class Typschild_CL {
@@ -39,11 +40,6 @@ class Typschild_CL {
   const std::string& f_GetPath() const { return str_Path; }
 
  protected:
-  struct FileClose_ST {
-    void operator()(FILE* z_o_File) const { std::fclose(z_o_File); }
-  };
-  using File_T = std::unique_ptr<FILE, FileClose_ST>;
-
   // The device opened with fopen's z_c_Mode; empty (errno set) when it did not open.
   File_T f_OpenDevice(const char* z_c_Mode) const {
     return File_T(std::fopen(f_SysPath(str_Path).c_str(), z_c_Mode));

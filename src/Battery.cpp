@@ -14,6 +14,7 @@
 #include "ErrorHandler.h"
 #include "SystemSrv.h"
 #include "sysLib/Bms.h"
+#include "sysLib/Holders.h"
 #include "sysLib/SysCmd.h"
 #include "sysLib/SysDiag.h"
 #include "sysLib/SysPath.h"
@@ -26,11 +27,6 @@ constexpr int I_LOW_BATT_ERROR = 3228;
 // Stands for a usable battery while the driver gives no real reading.
 constexpr unsigned char UC_NO_READING = 42;
 constexpr int I_ZERO_READINGS_FOR_EMPTY = 6;
-
-struct FileCloser {
-  void operator()(FILE* z_o_File) const { fclose(z_o_File); }
-};
-using File_T = std::unique_ptr<FILE, FileCloser>;
 
 File_T f_OpenLogical(const char* z_c_Path) { return File_T(fopen(f_SysPath(z_c_Path).c_str(), "r")); }
 

@@ -17,10 +17,6 @@ constexpr int I_EXIT_BUS = 4;         // no answer in time, call not allowed, od
 
 using Json_T = CJsonTree_T;
 
-struct VariantDeleter_ST {
-  void operator()(GVariant* o_V) const { g_variant_unref(o_V); }
-};
-using Variant_T = std::unique_ptr<GVariant, VariantDeleter_ST>;
 
 // How --json prints: not at all, one object per line (plain --json), or indented.
 enum en_JsonFormat { en_JsonOff, en_JsonShort, en_JsonPretty };

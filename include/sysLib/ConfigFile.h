@@ -4,17 +4,7 @@
 #include <memory>
 #include <string>
 
-struct cJSON;
-
-// Owning holders of a cJSON tree and of a text printed from one.
-struct CJsonDelete_ST {
-  void operator()(cJSON* z_o_Tree) const;
-};
-using CJsonTree_T = std::unique_ptr<cJSON, CJsonDelete_ST>;
-struct CJsonTextDelete_ST {
-  void operator()(char* z_c_Text) const;
-};
-using CJsonText_T = std::unique_ptr<char, CJsonTextDelete_ST>;
+#include "sysLib/Holders.h"
 
 class AbstractConfigFile_CL {
  public:
