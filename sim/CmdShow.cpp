@@ -12,6 +12,7 @@
 #include "SimCommon.h"
 #include "SimRoot.h"
 #include "SimShMem.h"
+#include "sysLib/Holders.h"
 
 namespace {
 
@@ -39,9 +40,8 @@ FlagNames_T f_FlagNames(const SimRoot_CL& o_Root) {
   FlagNames_T o_Names;
   bool b_Found = false;
   std::string str_Json = f_ReadFileIfAny(o_Root.f_Path(SimPath::RDYSTATUS_CFG), b_Found);
-  cJSON* z_o_Tree = cJSON_Parse(str_Json.c_str());
-  f_CollectFlagNames(z_o_Tree, o_Names);
-  cJSON_Delete(z_o_Tree);
+  CJsonTree_T z_o_Tree(cJSON_Parse(str_Json.c_str()));
+  f_CollectFlagNames(z_o_Tree.get(), o_Names);
   return o_Names;
 }
 

@@ -22,6 +22,7 @@
 #include "SimCommands.h"
 #include "SimCommon.h"
 #include "SimRoot.h"
+#include "sysLib/Holders.h"
 
 namespace {
 
@@ -213,14 +214,13 @@ void f_WaitForName(const std::string& str_Address, pid_t i_Pid, const std::strin
                              I_START_DEADLINE_S, str_Log.c_str());
       break;
     }
-    GVariant* o_Reply = g_dbus_connection_call_sync(
+    Variant_T o_Reply(g_dbus_connection_call_sync(
         z_o_Conn, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
         "NameHasOwner", g_variant_new("(s)", A_C_SRV_NAME), G_VARIANT_TYPE("(b)"),
-        G_DBUS_CALL_FLAGS_NONE, 5000, nullptr, nullptr);
-    if (o_Reply != nullptr) {
+        G_DBUS_CALL_FLAGS_NONE, 5000, nullptr, nullptr));
+    if (o_Reply) {
       gboolean b_Has = FALSE;
-      g_variant_get(o_Reply, "(b)", &b_Has);
-      g_variant_unref(o_Reply);
+      g_variant_get(o_Reply.get(), "(b)", &b_Has);
       b_Owned = b_Has != FALSE;
     }
     if (!b_Owned) g_usleep(100 * 1000);

@@ -35,11 +35,9 @@ cJSON* f_MakeSetObject(int i_Id, const CounterSet_ST& o_Set) {
   };
   bool b_Ok = true;
   for (const auto& o_Key : a_o_Keys) {
-    if (!b_Ok || o_Key.second == nullptr ||
-        !cJSON_AddItemToObject(o_Obj.get(), o_Key.first, o_Key.second)) {
-      cJSON_Delete(o_Key.second);  // not taken over by the object
+    CJsonTree_T o_Item(o_Key.second);  // freed here when the object does not take it
+    if (!b_Ok || ConfigFileHelper_CL::f_PutCfgItem(o_Obj.get(), o_Key.first, std::move(o_Item)) != 0)
       b_Ok = false;
-    }
   }
   return b_Ok ? o_Obj.release() : nullptr;
 }
@@ -133,8 +131,7 @@ int BatchCntCfg_CL::f_WriteFile() {
     return -1;
   }
   cJSON* z_o_Sets = cJSON_CreateArray();
-  if (z_o_Sets == nullptr || !cJSON_AddItemToObject(o_Root.get(), "CntrSets", z_o_Sets)) {
-    cJSON_Delete(z_o_Sets);
+  if (ConfigFileHelper_CL::f_PutCfgItem(o_Root.get(), "CntrSets", CJsonTree_T(z_o_Sets)) != 0) {
     syslog(LOG_CRIT, "BatchCntCfg_CL::f_WriteFile - cannot build \"CntrSets\"");
     return -1;
   }
@@ -149,9 +146,8 @@ int BatchCntCfg_CL::f_WriteFile() {
     }
     cJSON_AddItemToArray(z_o_Sets, z_o_Set);
   }
-  cJSON* z_o_Bms = f_Bool(BmsSelect);
-  if (z_o_Bms == nullptr || !cJSON_AddItemToObject(o_Root.get(), "BmsSelect", z_o_Bms)) {
-    cJSON_Delete(z_o_Bms);
+  if (ConfigFileHelper_CL::f_PutCfgItem(o_Root.get(), "BmsSelect", CJsonTree_T(f_Bool(BmsSelect))) !=
+      0) {
     syslog(LOG_CRIT, "BatchCntCfg_CL::f_WriteFile - cannot build \"BmsSelect\"");
     return -1;
   }
@@ -175,14 +171,12 @@ int BatchCntCfg_CL::f_WriteFile() {
 }
 
 int BatchCntCfg_CL::f_Write(int i_TimeoutMs) {
-  int i_Ret = f_LockFile(i_TimeoutMs);
-  if (i_Ret != 0) {
-    syslog(LOG_ERR, "BatchCntCfg_CL::f_Write(): f_LockFile(timeout=%d ms) returned %d", i_TimeoutMs,
-           i_Ret);
+  FileLockGuard_CL<BatchCntCfg_CL> o_Lock(*this, i_TimeoutMs);
+  if (!o_Lock.f_Locked()) {
+    syslog(LOG_ERR, "BatchCntCfg_CL::f_Write(): f_LockFile(timeout=%d ms) returned -1", i_TimeoutMs);
     return -1;
   }
-  i_Ret = f_WriteFile();
-  f_UnlockFile();
+  int i_Ret = f_WriteFile();
   if (i_Ret != 0) {
     syslog(LOG_ERR, "BatchCntCfg_CL::f_Write(): f_WriteFile() returned %d", i_Ret);
     return -2;

@@ -10,6 +10,7 @@
 #include "ErrorHandler.h"
 #include "SystemSrv.h"
 #include "ToolEvents.h"
+#include "sysLib/Holders.h"
 
 namespace {
 
@@ -152,11 +153,10 @@ void f_HBattStatusGet(SysObj* o, GVariant*, GDBusMethodInvocation* inv, bool) {
   if (!(g_dbus_message_get_flags(z_o_Call) & G_DBUS_MESSAGE_FLAGS_NO_REPLY_EXPECTED)) {
     GDBusMessage* z_o_Reply = g_dbus_message_new_method_reply(z_o_Call);
     g_dbus_message_set_body(z_o_Reply, g_variant_new("(i)", i_Status));
-    GError* z_o_Err = nullptr;
+    GErrorHolder_CL o_Err;
     if (!g_dbus_connection_send_message(g_dbus_method_invocation_get_connection(inv), z_o_Reply,
-                                        G_DBUS_SEND_MESSAGE_FLAGS_NONE, nullptr, &z_o_Err)) {
-      syslog(LOG_WARNING, "fbattstatusget - reply not sent - %s", z_o_Err->message);
-      g_error_free(z_o_Err);
+                                        G_DBUS_SEND_MESSAGE_FLAGS_NONE, nullptr, o_Err.f_Out())) {
+      syslog(LOG_WARNING, "fbattstatusget - reply not sent - %s", o_Err.f_Message());
     }
     g_object_unref(z_o_Reply);
   }

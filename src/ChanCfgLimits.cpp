@@ -68,9 +68,10 @@ const std::string& ChanCfg_CL::f_MotorMnr(const std::string& str_KompTyp) {
 }
 
 int ChanCfg_CL::f_ReadKrTypes() {
-  cJSON* z_o_Tree = nullptr;
-  if (ConfigFileHelper_CL::f_ReadCfgFile(&z_o_Tree, A_C_CODES_PATH) != 0) return -1;
-  const cJSON* z_o_Types = cJSON_GetObjectItemCaseSensitive(z_o_Tree, "types");
+  cJSON* z_o_Read = nullptr;
+  if (ConfigFileHelper_CL::f_ReadCfgFile(&z_o_Read, A_C_CODES_PATH) != 0) return -1;
+  CJsonTree_T o_Tree(z_o_Read);
+  const cJSON* z_o_Types = cJSON_GetObjectItemCaseSensitive(o_Tree.get(), "types");
   if (cJSON_IsArray(z_o_Types)) {
     const cJSON* z_o_Type = nullptr;
     cJSON_ArrayForEach(z_o_Type, z_o_Types) {
@@ -81,7 +82,6 @@ int ChanCfg_CL::f_ReadKrTypes() {
         o_KrTypes[z_o_Mnr->valuestring] = z_o_Code->valuestring;
     }
   }
-  cJSON_Delete(z_o_Tree);
   return 0;
 }
 
@@ -190,18 +190,6 @@ int ChanCfg_CL::f_GetTorqueUnitValues(cJSON** z_z_o_Array, const TorqueTable_T& 
   return 0;
 }
 
-namespace {
-// Puts o_Item under z_c_Key of z_o_Parent, replacing a member of that name (of whatever
-// type a damaged file gave it) in its place; the item is freed when it cannot be put.
-void f_PutItem(cJSON* z_o_Parent, const char* z_c_Key, cJSON* o_Item) {
-  if (o_Item == nullptr) return;
-  bool b_Ok = cJSON_GetObjectItemCaseSensitive(z_o_Parent, z_c_Key) != nullptr
-                  ? cJSON_ReplaceItemInObjectCaseSensitive(z_o_Parent, z_c_Key, o_Item)
-                  : cJSON_AddItemToObject(z_o_Parent, z_c_Key, o_Item);
-  if (!b_Ok) cJSON_Delete(o_Item);
-}
-}  // namespace
-
 void ChanCfg_CL::f_UpdateToolLimits(cJSON* z_o_Tree) {
   // "Grenzen" is read by older readers that know Nm only.
   const char* z_c_Sect = "Grenzen";
@@ -230,23 +218,19 @@ void ChanCfg_CL::f_UpdateToolLimits(cJSON* z_o_Tree) {
   for (const auto& o_Table : a_o_Tables) {
     cJSON* z_o_Array = nullptr;
     if (f_GetTorqueUnitValues(&z_o_Array, *o_Table.second) == 0)
-      f_PutItem(z_o_Section, o_Table.first, z_o_Array);
+      ConfigFileHelper_CL::f_PutCfgItem(z_o_Section, o_Table.first, CJsonTree_T(z_o_Array));
   }
 }
 
 void ChanCfg_CL::f_SetTorqueUnit(cJSON* z_o_Tree) {
   ConfigFileHelper_CL::f_SetCfgKey(z_o_Tree, nullptr, "Einheit", 0);
   i_Einheit = 0;
-  cJSON* z_o_Section = cJSON_CreateObject();
-  if (z_o_Section == nullptr) return;
-  cJSON_AddNumberToObject(z_o_Section, "Aktiv", ui_EinheitDrehmoment);
+  CJsonTree_T o_Section(cJSON_CreateObject());
+  if (!o_Section) return;
+  cJSON_AddNumberToObject(o_Section.get(), "Aktiv", ui_EinheitDrehmoment);
   cJSON* z_o_Array = nullptr;
   if (f_GetTorqueUnitValues(&z_o_Array, o_Units) == 0)
-    cJSON_AddItemToObject(z_o_Section, "Faktoren", z_o_Array);
+    ConfigFileHelper_CL::f_PutCfgItem(o_Section.get(), "Faktoren", CJsonTree_T(z_o_Array));
   // Normally the section is new; a member of that name of the wrong type is replaced.
-  if (cJSON_IsObject(z_o_Tree)) {
-    f_PutItem(z_o_Tree, "EinheitDrehmoment", z_o_Section);
-  } else {
-    cJSON_Delete(z_o_Section);
-  }
+  ConfigFileHelper_CL::f_PutCfgItem(z_o_Tree, "EinheitDrehmoment", std::move(o_Section));
 }

@@ -23,6 +23,7 @@
 #include "sysLib/SysDiag.h"
 #include "sysLib/SysExcpt.h"
 #include "sysLib/SysPath.h"
+#include "sysLib/Holders.h"
 
 Bms_CL* z_o_Bms = nullptr;
 ChanCfg_CL* z_o_ChanCfg = nullptr;
@@ -260,22 +261,23 @@ gboolean f_EmitSignal(SysObj* z_o_Obj, const char* z_c_Signal, GVariant* o_Param
   if (z_o_Obj == nullptr || z_o_Obj->connection == nullptr) {
     // Before the bus connection exists there is nobody to tell; the state itself is kept.
     syslog(LOG_INFO, "f_EmitSignal - no bus connection yet, %s not sent", z_c_Signal);
-    if (o_Params != nullptr) g_variant_unref(g_variant_ref_sink(o_Params));
+    // A floating argument is ours to drop when it is not sent.
+    Variant_T o_Drop(o_Params != nullptr ? g_variant_ref_sink(o_Params) : nullptr);
     return TRUE;
   }
   f_AccessDbus(z_o_Obj);
-  GError* z_o_Err = nullptr;
+  GErrorHolder_CL o_Err;
   gboolean b_Ok = g_dbus_connection_emit_signal(z_o_Obj->connection, nullptr, A_C_OBJECT_PATH,
-                                                A_C_INTERFACE, z_c_Signal, o_Params, &z_o_Err);
+                                                A_C_INTERFACE, z_c_Signal, o_Params,
+                                                o_Err.f_Out());
   f_ReleaseDbus(z_o_Obj);
-  if (!b_Ok && g_error_matches(z_o_Err, G_IO_ERROR, G_IO_ERROR_CLOSED)) {
+  if (!b_Ok && g_error_matches(o_Err.get(), G_IO_ERROR, G_IO_ERROR_CLOSED)) {
     // The bus went away between two ticks; the "closed" handler ends the service. Nobody is
     // left to hear the signal, and aborting here would turn a restart into a crash.
     syslog(LOG_INFO, "f_EmitSignal - bus connection closed, %s not sent", z_c_Signal);
-    g_error_free(z_o_Err);
     return TRUE;
   }
-  if (z_o_Err != nullptr) g_propagate_error(error, z_o_Err);
+  if (o_Err) g_propagate_error(error, o_Err.f_Release());
   return b_Ok;
 }
 

@@ -78,12 +78,13 @@ int f_IntOf(const cJSON* z_o_Item) {
 }  // namespace
 
 gboolean f_IDCodeSrcSet(SysObj* z_o_Obj, int i_IDCodeSrc, int i_DelAfterStart, GError**) {
-  cJSON* z_o_Tree = nullptr;
-  if (f_ReadJsonCfgFile(A_C_RES_SRV_PATH, &z_o_Tree) != 0) return FALSE;
+  cJSON* z_o_Read = nullptr;
+  if (f_ReadJsonCfgFile(A_C_RES_SRV_PATH, &z_o_Read) != 0) return FALSE;
+  CJsonTree_T o_Tree(z_o_Read);
+  cJSON* z_o_Tree = o_Tree.get();
   cJSON* z_o_IdCode = cJSON_GetObjectItem(z_o_Tree, "id_code");
   if (z_o_IdCode == nullptr) {
     syslog(LOG_WARNING, "f_IDCodeSrcSet - key '%s' not found", "id_code");
-    cJSON_Delete(z_o_Tree);
     return TRUE;
   }
   // The file belongs to the result server: it is written only when a value really changes.
@@ -103,11 +104,9 @@ gboolean f_IDCodeSrcSet(SysObj* z_o_Obj, int i_IDCodeSrc, int i_DelAfterStart, G
     }
     ConfigFileHelper_CL::f_SetCfgKey(z_o_Tree, "id_code", "del_after_start",
                                      i_DelAfterStart != 0);
-    ConfigFileHelper_CL::f_WriteCfgFile(z_o_Tree, A_C_RES_SRV_PATH, true);
+    ConfigFileHelper_CL::f_WriteCfgFile(z_o_Tree, A_C_RES_SRV_PATH);
     f_EmitCfgFileChanged(z_o_Obj, A_C_RES_SRV_PATH);
-    return TRUE;
   }
-  cJSON_Delete(z_o_Tree);
   return TRUE;
 }
 

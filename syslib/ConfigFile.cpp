@@ -15,9 +15,6 @@
 #include "sysLib/SysFile.h"
 #include "sysLib/SysPath.h"
 
-void CJsonDelete_ST::operator()(cJSON* z_o_Tree) const { cJSON_Delete(z_o_Tree); }
-void CJsonTextDelete_ST::operator()(char* z_c_Text) const { cJSON_free(z_c_Text); }
-
 namespace {
 constexpr long L_LOCK_POLL_NS = 5L * 1000000L;  // retry period of a lock with a timeout
 
@@ -161,20 +158,32 @@ int f_WriteFileAtomic(const char* z_c_Path, const std::string& str_Text) {
   return 0;
 }
 
-int ConfigFileHelper_CL::f_WriteCfgFile(cJSON* o_Tree, const char* z_c_Path, bool b_Delete) {
+int ConfigFileHelper_CL::f_WriteCfgFile(const cJSON* o_Tree, const char* z_c_Path) {
   if (o_Tree == nullptr) return -1;
-  int i_Ret = -1;
-  char* z_c_Text = z_c_Path != nullptr ? cJSON_Print(o_Tree) : nullptr;
-  if (z_c_Text == nullptr) {
+  CJsonText_T o_Text(z_c_Path != nullptr ? cJSON_Print(o_Tree) : nullptr);
+  if (!o_Text) {
     syslog(LOG_WARNING, "ConfigFileHelper_CL::f_WriteCfgFile - %s: cannot format",
            z_c_Path != nullptr ? z_c_Path : "(null)");
-  } else {
-    i_Ret = f_WriteFileAtomic(z_c_Path, z_c_Text);
-    cJSON_free(z_c_Text);
+    return -1;
   }
+  return f_WriteFileAtomic(z_c_Path, o_Text.get());
+}
+
+int ConfigFileHelper_CL::f_WriteCfgFile(cJSON* o_Tree, const char* z_c_Path, bool b_Delete) {
   // The tree was handed over: it goes whether the write worked or not.
-  if (b_Delete) cJSON_Delete(o_Tree);
-  return i_Ret;
+  CJsonTree_T o_Owned(b_Delete ? o_Tree : nullptr);
+  return f_WriteCfgFile(static_cast<const cJSON*>(o_Tree), z_c_Path);
+}
+
+int ConfigFileHelper_CL::f_PutCfgItem(cJSON* o_Parent, const char* z_c_Key, CJsonTree_T o_Item) {
+  if (!o_Item || !cJSON_IsObject(o_Parent) || z_c_Key == nullptr) return -1;
+  // Replace in place so the key keeps its position: people read and diff these files.
+  bool b_Ok = cJSON_GetObjectItemCaseSensitive(o_Parent, z_c_Key) != nullptr
+                  ? cJSON_ReplaceItemInObjectCaseSensitive(o_Parent, z_c_Key, o_Item.get())
+                  : cJSON_AddItemToObject(o_Parent, z_c_Key, o_Item.get());
+  if (!b_Ok) return -1;
+  o_Item.release();  // now part of the parent
+  return 0;
 }
 
 // --- editing ----------------------------------------------------------------------
@@ -182,38 +191,20 @@ int ConfigFileHelper_CL::f_WriteCfgFile(cJSON* o_Tree, const char* z_c_Path, boo
 namespace {
 // Puts o_Item at tree[section][key] and takes it over in every case.
 int f_SetItem(cJSON* o_Tree, const char* z_c_Section, const char* z_c_Key, cJSON* o_Item) {
-  if (o_Item == nullptr) return -1;
-  if (!cJSON_IsObject(o_Tree) || z_c_Key == nullptr) {
-    cJSON_Delete(o_Item);
-    return -1;
-  }
+  CJsonTree_T o_Owned(o_Item);
+  if (!o_Owned || !cJSON_IsObject(o_Tree) || z_c_Key == nullptr) return -1;
   cJSON* o_Parent = o_Tree;
   if (z_c_Section != nullptr && *z_c_Section != '\0') {
     o_Parent = cJSON_GetObjectItemCaseSensitive(o_Tree, z_c_Section);
     if (!cJSON_IsObject(o_Parent)) {
       // Missing, or something else under that name (a damaged file): it becomes a section.
       cJSON* o_Section = cJSON_CreateObject();
-      bool b_Ok = o_Section != nullptr &&
-                  (o_Parent == nullptr
-                       ? cJSON_AddItemToObject(o_Tree, z_c_Section, o_Section)
-                       : cJSON_ReplaceItemInObjectCaseSensitive(o_Tree, z_c_Section, o_Section));
-      if (!b_Ok) {
-        cJSON_Delete(o_Section);
-        cJSON_Delete(o_Item);
+      if (ConfigFileHelper_CL::f_PutCfgItem(o_Tree, z_c_Section, CJsonTree_T(o_Section)) != 0)
         return -1;
-      }
       o_Parent = o_Section;
     }
   }
-  // Replace in place so the key keeps its position: people read and diff these files.
-  bool b_Ok = cJSON_GetObjectItemCaseSensitive(o_Parent, z_c_Key) != nullptr
-                  ? cJSON_ReplaceItemInObjectCaseSensitive(o_Parent, z_c_Key, o_Item)
-                  : cJSON_AddItemToObject(o_Parent, z_c_Key, o_Item);
-  if (!b_Ok) {
-    cJSON_Delete(o_Item);
-    return -1;
-  }
-  return 0;
+  return ConfigFileHelper_CL::f_PutCfgItem(o_Parent, z_c_Key, std::move(o_Owned));
 }
 }  // namespace
 

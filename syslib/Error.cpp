@@ -8,6 +8,7 @@
 #include <syslog.h>
 
 #include "sysLib/ErrorShMem.h"
+#include "sysLib/Holders.h"
 #include "sysLib/ShMem.h"
 
 namespace {
@@ -101,25 +102,22 @@ int Error_CL::f_Insert(int i_CodedErr) {
   std::snprintf(a_c_Code, sizeof(a_c_Code), "%d", i_CodedErr);
 
   // A process name is not guaranteed to be UTF-8; the bus only carries valid strings.
-  gchar* z_c_Proc = g_utf8_make_valid(str_Proc.c_str(), -1);
+  GChars_T o_Proc(g_utf8_make_valid(str_Proc.c_str(), -1));
 
-  GError* z_o_Err = nullptr;
-  GDBusConnection* z_o_Conn = g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, &z_o_Err);
-  GVariant* z_o_Reply = nullptr;
+  GErrorHolder_CL o_Err;
+  GDBusConnection* z_o_Conn = g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, o_Err.f_Out());
+  Variant_T o_Reply;
   if (z_o_Conn != nullptr) {
-    z_o_Reply = g_dbus_connection_call_sync(
+    o_Reply.reset(g_dbus_connection_call_sync(
         z_o_Conn, A_C_BUS_NAME, A_C_OBJECT_PATH, A_C_INTERFACE, "freporterror",
-        g_variant_new("(sss)", z_c_Proc, a_c_Code, ""), nullptr, G_DBUS_CALL_FLAGS_NONE,
-        I_CALL_TIMEOUT_MS, nullptr, &z_o_Err);
+        g_variant_new("(sss)", o_Proc.get(), a_c_Code, ""), nullptr, G_DBUS_CALL_FLAGS_NONE,
+        I_CALL_TIMEOUT_MS, nullptr, o_Err.f_Out()));
     g_object_unref(z_o_Conn);
   }
-  g_free(z_c_Proc);
-  if (z_o_Reply == nullptr) {
+  if (!o_Reply) {
     syslog(LOG_WARNING, "Error_CL::f_Insert - error %d not reported: %s", i_CodedErr,
-           z_o_Err != nullptr ? z_o_Err->message : "no bus");
-    if (z_o_Err != nullptr) g_error_free(z_o_Err);
+           o_Err ? o_Err.f_Message() : "no bus");
     return -1;
   }
-  g_variant_unref(z_o_Reply);
   return 0;
 }

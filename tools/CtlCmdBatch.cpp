@@ -111,12 +111,11 @@ int f_BatchList(CtlBus_CL& o_Bus, const ListOptions_ST& o_Opt) {
   } else {
     // The service re-reads the file for this answer, so the file holds what it lists.
     Variant_T o_Reply = o_Bus.f_Call("fbatchcntrget", nullptr, "(ay)");
-    GVariant* o_Ids = g_variant_get_child_value(o_Reply.get(), 0);
+    Variant_T o_Ids(g_variant_get_child_value(o_Reply.get(), 0));
     gsize ui_Count = 0;
     const guchar* a_uc_Ids =
-        static_cast<const guchar*>(g_variant_get_fixed_array(o_Ids, &ui_Count, 1));
+        static_cast<const guchar*>(g_variant_get_fixed_array(o_Ids.get(), &ui_Count, 1));
     o_IdList.assign(a_uc_Ids, a_uc_Ids + ui_Count);
-    g_variant_unref(o_Ids);
     o_Sets = f_ReadSets(z_c_File);
   }
 

@@ -159,17 +159,12 @@ struct Decoder_ST {
 };
 
 int f_I(GVariant* o_Args, gsize ui_Index) {
-  GVariant* o_Child = g_variant_get_child_value(o_Args, ui_Index);
-  int i_Value = g_variant_get_int32(o_Child);
-  g_variant_unref(o_Child);
-  return i_Value;
+  return g_variant_get_int32(Variant_T(g_variant_get_child_value(o_Args, ui_Index)).get());
 }
 
 std::string f_S(GVariant* o_Args, gsize ui_Index) {
-  GVariant* o_Child = g_variant_get_child_value(o_Args, ui_Index);
-  std::string str_Value = g_variant_get_string(o_Child, nullptr);
-  g_variant_unref(o_Child);
-  return str_Value;
+  return g_variant_get_string(Variant_T(g_variant_get_child_value(o_Args, ui_Index)).get(),
+                              nullptr);
 }
 
 void f_AddMeaning(cJSON* z_o_Args, int i_Coded) {

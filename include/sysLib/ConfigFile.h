@@ -40,9 +40,16 @@ class ConfigFileHelper_CL {
  public:
   // Parses the file at the logical path into *z_o_Tree; 0 or -1.
   static int f_ReadCfgFile(cJSON** z_o_Tree, const char* z_c_Path);
-  // Writes the tree formatted to the logical path atomically. With b_Delete the tree is
-  // taken over and freed. 0 or -1.
+  // Writes the tree formatted to the logical path atomically; the caller keeps the tree
+  // (in a CJsonTree_T). 0 or -1.
+  static int f_WriteCfgFile(const cJSON* o_Tree, const char* z_c_Path);
+  // The library's older form for callers that hand a raw tree over: with b_Delete the
+  // tree is freed whether the write worked or not.
   static int f_WriteCfgFile(cJSON* o_Tree, const char* z_c_Path, bool b_Delete);
+  // Puts o_Item at parent[key]: an existing member of that name (of whatever type a
+  // damaged file gave it) is replaced in its place, otherwise the item is appended. The
+  // item is taken over in every case, freed when it cannot be put. 0 or -1.
+  static int f_PutCfgItem(cJSON* o_Parent, const char* z_c_Key, CJsonTree_T o_Item);
   // Sets tree[section][key] (section null or empty: tree[key]), creating a missing
   // section and replacing an existing key. 0 or -1.
   static int f_SetCfgKey(cJSON* o_Tree, const char* z_c_Section, const char* z_c_Key,

@@ -4,26 +4,24 @@
 // text, a GError, and a configuration file's lock as a scope guard. With these a function
 // can return early on any path without leaking or leaving a lock held; this header is the
 // one place that releases such resources by hand.
+#include <cjson/cJSON.h>
 #include <glib.h>
 
 #include <cstdio>
 #include <memory>
 #include <utility>
 
-struct cJSON;
-
 struct FileClose_ST {
   void operator()(FILE* z_o_File) const { std::fclose(z_o_File); }
 };
 using File_T = std::unique_ptr<FILE, FileClose_ST>;
 
-// Defined beside the library's JSON code (syslib/ConfigFile.cpp), which links cJSON.
 struct CJsonDelete_ST {
-  void operator()(cJSON* z_o_Tree) const;
+  void operator()(cJSON* z_o_Tree) const { cJSON_Delete(z_o_Tree); }
 };
 using CJsonTree_T = std::unique_ptr<cJSON, CJsonDelete_ST>;
 struct CJsonTextDelete_ST {
-  void operator()(char* z_c_Text) const;
+  void operator()(char* z_c_Text) const { cJSON_free(z_c_Text); }
 };
 using CJsonText_T = std::unique_ptr<char, CJsonTextDelete_ST>;
 
