@@ -45,11 +45,9 @@ constexpr unsigned int UI_DEFAULT_TEMP_RAW = 0x1900;  // 25 degC
 
 std::string f_PrettyJson(const char* z_c_Compact) {
   CJsonTree_T o_Tree(cJSON_Parse(z_c_Compact));
-  char* z_c_Text = o_Tree ? cJSON_Print(o_Tree.get()) : nullptr;
-  if (z_c_Text == nullptr) f_RuntimeError("cannot format a configuration file");
-  std::string str_Text = std::string(z_c_Text) + "\n";
-  cJSON_free(z_c_Text);
-  return str_Text;
+  CJsonText_T o_Text(o_Tree ? cJSON_Print(o_Tree.get()) : nullptr);
+  if (!o_Text) f_RuntimeError("cannot format a configuration file");
+  return std::string(o_Text.get()) + "\n";
 }
 
 // A fake system command: records its call in sim/commands.log and succeeds, so that the
@@ -110,7 +108,7 @@ int f_CmdInit(int i_Argc, char** a_z_c_Argv) {
   o_Args.f_SetDescription(
       "DIR may also come from --root or SYSSRV_ROOT. Running init again on a used tool\n"
       "regenerates every file it makes; the error database and ChanCfg.json stay.");
-  std::unique_ptr<char, decltype(&g_free)> o_NameplateOwner(nullptr, g_free);
+  GChars_T o_NameplateOwner;
   o_Args.f_Parse(i_Argc, a_z_c_Argv);
   o_NameplateOwner.reset(z_c_Nameplate);
   o_Args.f_ExpectArgs(0, 1);

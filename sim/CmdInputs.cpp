@@ -131,7 +131,7 @@ int f_CmdTemp(int i_Argc, char** a_z_c_Argv) {
   o_Args.f_AddEntries(a_o_Entries);
   o_Args.f_SetDescription("Examples: temp 61, temp -- -5, temp --raw 0xFFC0, temp --missing");
   o_Args.f_Parse(i_Argc, a_z_c_Argv);
-  std::unique_ptr<char, decltype(&g_free)> o_RawOwner(z_c_Raw, g_free);
+  GChars_T o_RawOwner(z_c_Raw);
   int i_Modes = (z_c_Raw != nullptr ? 1 : 0) + (b_Missing ? 1 : 0) + (b_Broken ? 1 : 0) +
                 (o_Args.f_Args().empty() ? 0 : 1);
   if (i_Modes != 1) f_UsageError("give CELSIUS, --raw, --missing or --broken");

@@ -122,7 +122,7 @@ int f_CmdNameplate(int i_Argc, char** a_z_c_Argv) {
       "Example: syssrv-sim nameplate example | sed 's/0x11/0x21/' >np.txt\n"
       "         syssrv-sim nameplate write --from np.txt");
   o_Args.f_Parse(i_Argc, a_z_c_Argv);
-  std::unique_ptr<char, decltype(&g_free)> o_FromOwner(z_c_From, g_free);
+  GChars_T o_FromOwner(z_c_From);
   const std::vector<std::string>& o_Pos = o_Args.f_Args();
   if (o_Pos.empty()) f_UsageError("give write, show, corrupt or example");
   const std::string& str_Action = o_Pos[0];

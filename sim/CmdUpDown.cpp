@@ -124,12 +124,10 @@ std::string f_FindDaemon(const char* z_c_Given) {
     if (access(str_Path.c_str(), X_OK) == 0 && realpath(str_Path.c_str(), a_c_Real) != nullptr)
       return a_c_Real;
   }
-  gchar* z_c_OnPath = g_find_program_in_path("SysSrv.elf");
-  if (z_c_OnPath == nullptr)
+  GChars_T o_OnPath(g_find_program_in_path("SysSrv.elf"));
+  if (!o_OnPath)
     f_RuntimeError("SysSrv.elf not found beside syssrv-sim, in /usr/sbin or on PATH (--daemon)");
-  std::string str_Path(z_c_OnPath);
-  g_free(z_c_OnPath);
-  return str_Path;
+  return o_OnPath.get();
 }
 
 // Starts dbus-daemon on the tool's own config; returns its address and records its pid.
@@ -142,16 +140,15 @@ std::string f_StartBus(const SimRoot_CL& o_Root) {
   gchar* z_c_Out = nullptr;
   gchar* z_c_Err = nullptr;
   gint i_Status = 0;
-  GError* z_o_Err = nullptr;
+  GErrorHolder_CL o_Err;
   bool b_Ok = g_spawn_sync(nullptr, const_cast<gchar**>(a_z_c_Argv), nullptr, G_SPAWN_SEARCH_PATH,
-                           nullptr, nullptr, &z_c_Out, &z_c_Err, &i_Status, &z_o_Err) &&
-              g_spawn_check_wait_status(i_Status, &z_o_Err);
-  std::string str_Out = z_c_Out != nullptr ? z_c_Out : "";
-  std::string str_Why = z_o_Err != nullptr ? z_o_Err->message : "";
-  if (z_c_Err != nullptr && z_c_Err[0] != '\0') str_Why += std::string(": ") + z_c_Err;
-  g_free(z_c_Out);
-  g_free(z_c_Err);
-  g_clear_error(&z_o_Err);
+                           nullptr, nullptr, &z_c_Out, &z_c_Err, &i_Status, o_Err.f_Out()) &&
+              g_spawn_check_wait_status(i_Status, o_Err.f_Out());
+  GChars_T o_Out(z_c_Out);
+  GChars_T o_ErrText(z_c_Err);
+  std::string str_Out = o_Out ? o_Out.get() : "";
+  std::string str_Why = o_Err.f_Message();
+  if (o_ErrText && o_ErrText.get()[0] != '\0') str_Why += std::string(": ") + o_ErrText.get();
   // Two lines: the address, then the pid.
   size_t ui_Nl = str_Out.find('\n');
   if (!b_Ok || ui_Nl == std::string::npos)
@@ -250,7 +247,7 @@ int f_CmdUp(int i_Argc, char** a_z_c_Argv) {
       "Makes DIR a simulated tool first when it is not one. Prints the two export lines that\n"
       "point a shell at the tool and the bus: eval \"$(syssrv-sim up DIR)\". The service's\n"
       "log is DIR/sim/syssrv.log; 'syssrv-sim down DIR' stops both again.\n");
-  std::unique_ptr<char, decltype(&g_free)> o_DaemonOwner(nullptr, g_free);
+  GChars_T o_DaemonOwner;
   std::string str_Dir = f_ToolDir(o_Args, i_Argc, a_z_c_Argv);
   o_DaemonOwner.reset(z_c_Daemon);
   std::string str_Daemon = f_FindDaemon(z_c_Daemon);
@@ -294,11 +291,10 @@ int f_CmdUp(int i_Argc, char** a_z_c_Argv) {
     f_Stop(f_ReadPid(o_Root.f_Path(A_C_BUS_PID)), "dbus-daemon");
     throw;
   }
-  gchar* z_c_Root = g_shell_quote(o_Root.f_Dir().c_str());
-  gchar* z_c_Addr = g_shell_quote(str_Address.c_str());
-  std::printf("export SYSSRV_ROOT=%s\nexport DBUS_SYSTEM_BUS_ADDRESS=%s\n", z_c_Root, z_c_Addr);
-  g_free(z_c_Root);
-  g_free(z_c_Addr);
+  GChars_T o_QuotedRoot(g_shell_quote(o_Root.f_Dir().c_str()));
+  GChars_T o_QuotedAddr(g_shell_quote(str_Address.c_str()));
+  std::printf("export SYSSRV_ROOT=%s\nexport DBUS_SYSTEM_BUS_ADDRESS=%s\n", o_QuotedRoot.get(),
+              o_QuotedAddr.get());
   std::fprintf(stderr, "syssrv-sim up: SysSrv.elf (pid %ld) runs on %s; its log: %s\n",
                static_cast<long>(i_Srv), str_Address.c_str(), str_Log.c_str());
   return I_EXIT_OK;

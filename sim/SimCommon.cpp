@@ -87,18 +87,14 @@ std::string f_ReadFileIfAny(const std::string& str_Path, bool& b_Found) {
   b_Found = false;
   gchar* z_c_Data = nullptr;
   gsize ui_Len = 0;
-  GError* z_o_Error = nullptr;
-  if (!g_file_get_contents(str_Path.c_str(), &z_c_Data, &ui_Len, &z_o_Error)) {
-    bool b_Missing = g_error_matches(z_o_Error, G_FILE_ERROR, G_FILE_ERROR_NOENT);
-    std::string str_Msg = z_o_Error->message;
-    g_clear_error(&z_o_Error);
-    if (b_Missing) return std::string();
-    f_RuntimeError(str_Msg);
+  GErrorHolder_CL o_Error;
+  if (!g_file_get_contents(str_Path.c_str(), &z_c_Data, &ui_Len, o_Error.f_Out())) {
+    if (g_error_matches(o_Error.get(), G_FILE_ERROR, G_FILE_ERROR_NOENT)) return std::string();
+    f_RuntimeError(o_Error.f_Message());
   }
+  GChars_T o_Data(z_c_Data);
   b_Found = true;
-  std::string str_Data(z_c_Data, ui_Len);
-  g_free(z_c_Data);
-  return str_Data;
+  return std::string(o_Data.get(), ui_Len);
 }
 
 std::string f_ReadFile(const std::string& str_Path) {

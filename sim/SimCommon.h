@@ -7,6 +7,7 @@
 #include <string>
 
 #include "CliArgs.h"
+#include "sysLib/Holders.h"
 
 // Exit code of every subcommand besides the shared ones.
 constexpr int I_EXIT_FAILURE = 1;  // the tool's files could not be read or written

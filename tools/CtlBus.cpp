@@ -31,16 +31,13 @@ const Hint_ST A_O_HINTS[] = {
 };
 
 std::string f_DefaultAddress() {
-  GError* z_o_Err = nullptr;
-  gchar* z_c_Addr = g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SYSTEM, nullptr, &z_o_Err);
-  if (z_c_Addr == nullptr) {
-    std::string str_Msg = z_o_Err != nullptr ? z_o_Err->message : "no address";
-    g_clear_error(&z_o_Err);
-    throw CliFailure_CL(I_EXIT_NO_SERVICE, "no system bus: " + str_Msg);
+  GErrorHolder_CL o_Err;
+  GChars_T o_Addr(g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SYSTEM, nullptr, o_Err.f_Out()));
+  if (!o_Addr) {
+    throw CliFailure_CL(I_EXIT_NO_SERVICE, std::string("no system bus: ") +
+                                               (o_Err ? o_Err.f_Message() : "no address"));
   }
-  std::string str_Addr(z_c_Addr);
-  g_free(z_c_Addr);
-  return str_Addr;
+  return o_Addr.get();
 }
 
 }  // namespace
@@ -140,15 +137,11 @@ Variant_T CtlBus_CL::f_DoCall(const char* z_c_Method, GVariant* o_Params, const 
 }
 
 bool CtlBus_CL::f_ServiceRunning() {
-  GError* z_o_Err = nullptr;
-  gchar* z_c_Owner = sys_srv_client_lookup_owner_sync(z_o_Client, nullptr, &z_o_Err);
-  if (z_o_Err != nullptr) {
-    std::string str_Msg = z_o_Err->message;
-    g_clear_error(&z_o_Err);
+  GErrorHolder_CL o_Err;
+  GChars_T o_Owner(sys_srv_client_lookup_owner_sync(z_o_Client, nullptr, o_Err.f_Out()));
+  if (o_Err) {
     throw CliFailure_CL(I_EXIT_NO_SERVICE, f_Format("the system bus %s does not answer: %s",
-                                                    str_Address.c_str(), str_Msg.c_str()));
+                                                    str_Address.c_str(), o_Err.f_Message()));
   }
-  bool b_Owned = z_c_Owner != nullptr;
-  g_free(z_c_Owner);
-  return b_Owned;
+  return o_Owner != nullptr;
 }

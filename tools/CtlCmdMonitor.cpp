@@ -53,9 +53,8 @@ void f_OnPresence(SysSrvClient* z_o_Client, GParamSpec*, gpointer z_v_Monitor) {
     f_PrintEvent(o_M, "service-vanished", nullptr, "SysSrv is not on the bus (waiting for it)");
     return;
   }
-  gchar* z_c_Owner = sys_srv_client_lookup_owner_sync(z_o_Client, nullptr, nullptr);
-  const std::string str_Owner = z_c_Owner != nullptr ? z_c_Owner : "?";
-  g_free(z_c_Owner);
+  GChars_T o_Owner(sys_srv_client_lookup_owner_sync(z_o_Client, nullptr, nullptr));
+  const std::string str_Owner = o_Owner ? o_Owner.get() : "?";
   f_PrintEvent(o_M, "service-appeared", str_Owner.c_str(),
                f_Format("SysSrv is on the bus (%s)", str_Owner.c_str()));
 }

@@ -6,11 +6,10 @@
 #include <new>
 
 void f_PrintJson(const cJSON* z_o_Json, en_JsonFormat e_Format) {
-  char* z_c_Text =
-      e_Format == en_JsonPretty ? cJSON_Print(z_o_Json) : cJSON_PrintUnformatted(z_o_Json);
-  if (z_c_Text == nullptr) throw std::bad_alloc();
-  std::printf("%s\n", z_c_Text);
-  cJSON_free(z_c_Text);
+  CJsonText_T o_Text(e_Format == en_JsonPretty ? cJSON_Print(z_o_Json)
+                                               : cJSON_PrintUnformatted(z_o_Json));
+  if (!o_Text) throw std::bad_alloc();
+  std::printf("%s\n", o_Text.get());
   // A script reading a pipe must see each object as soon as it is complete.
   std::fflush(stdout);
 }

@@ -9,6 +9,7 @@
 
 #include "CliArgs.h"
 #include "sysLib/ConfigFile.h"
+#include "sysLib/Holders.h"
 
 // Exit codes of every subcommand besides the shared ones; scripts and the demo rely on them.
 constexpr int I_EXIT_REFUSED = 1;     // the service answered with its error reply

@@ -100,9 +100,8 @@ cJSON* f_FlagArray(uint32_t ui_Word, const FlagNames_T& o_Names) {
 namespace {
 std::string f_FormatTime(GDateTime* z_o_Time, const char* z_c_Fmt) {
   if (z_o_Time == nullptr) return "?";
-  gchar* z_c_Text = g_date_time_format(z_o_Time, z_c_Fmt);
-  std::string str_Text = z_c_Text != nullptr ? z_c_Text : "?";
-  g_free(z_c_Text);
+  GChars_T o_Text(g_date_time_format(z_o_Time, z_c_Fmt));
+  std::string str_Text = o_Text ? o_Text.get() : "?";
   g_date_time_unref(z_o_Time);
   return str_Text;
 }
@@ -297,9 +296,8 @@ SignalView_ST f_DecodeSignal(const char* z_c_Name, GVariant* o_Args, const FlagN
     return o_View;
   }
   // A signal or a type this tool does not know: shown as it came, never dropped.
-  gchar* z_c_Text = g_variant_print(o_Args, FALSE);
-  o_View.str_Text = z_c_Text;
-  cJSON_AddStringToObject(o_View.o_Args.get(), "raw", z_c_Text);
-  g_free(z_c_Text);
+  GChars_T o_Text(g_variant_print(o_Args, FALSE));
+  o_View.str_Text = o_Text.get();
+  cJSON_AddStringToObject(o_View.o_Args.get(), "raw", o_Text.get());
   return o_View;
 }
