@@ -150,7 +150,7 @@ ErrorHandler_CL* f_FuzzErrorStore() {
 bool f_FuzzIsJsonObject(const char* z_c_Text) {
   if (z_c_Text == nullptr) return false;
   cJSON* z_o_Tree = cJSON_Parse(z_c_Text);
+  CJsonTree_T o_TreeOwner(z_o_Tree);
   bool b_Ok = cJSON_IsObject(z_o_Tree);
-  cJSON_Delete(z_o_Tree);
   return b_Ok;
 }

@@ -6,6 +6,8 @@
 #include <cstdint>
 #include <string>
 
+#include "sysLib/Holders.h"
+
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* z_uc_Data, size_t ui_Size);
 
 // Aborts with the rule and its place when z_b_Holds is false: libFuzzer saves the input

@@ -25,8 +25,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* z_uc_Data, size_t ui_Size) 
   f_FuzzWrite(ChanCfg_CL::A_C_CODES_PATH, str_Text);
 
   cJSON* z_o_Tree = cJSON_Parse(str_Text.c_str());
+  CJsonTree_T o_TreeOwner(z_o_Tree);
   bool b_Parses = z_o_Tree != nullptr;
-  cJSON_Delete(z_o_Tree);
   FUZZ_CHECK((o_Cfg.f_ReadKrTypes() == 0) == b_Parses);
   FUZZ_CHECK(o_Cfg.f_Code() == str_Code);
   return 0;

@@ -54,6 +54,7 @@ const Bus_ST& f_Bus() {
     int a_i_Fd[2];
     FUZZ_CHECK(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, a_i_Fd) == 0);
     gchar* z_c_Guid = g_dbus_generate_guid();
+    GChars_T o_GuidOwner(z_c_Guid);
     // Both ends authenticate against each other, so one of them needs a thread of its own.
     std::thread o_Server([&] {
       o_New.z_o_Server = f_Connect(a_i_Fd[0], z_c_Guid, G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_SERVER);
@@ -61,7 +62,6 @@ const Bus_ST& f_Bus() {
     o_New.z_o_Client =
         f_Connect(a_i_Fd[1], nullptr, G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT);
     o_Server.join();
-    g_free(z_c_Guid);
     FUZZ_CHECK(g_dbus_connection_register_object(o_New.z_o_Server, A_C_OBJECT_PATH,
                                                  introspection_data->interfaces[0],
                                                  &interface_vtable, o_New.z_o_Obj, nullptr,
@@ -120,8 +120,8 @@ std::string f_EdgeText(FuzzInput_CL& o_In) {
   }
   // The bus carries only valid UTF-8 texts; the library refuses the rest before us.
   gchar* z_c_Valid = g_utf8_make_valid(str_Text.data(), static_cast<gssize>(str_Text.size()));
+  GChars_T o_ValidOwner(z_c_Valid);
   std::string str_Valid(z_c_Valid);
-  g_free(z_c_Valid);
   return str_Valid;
 }
 

@@ -38,11 +38,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* z_uc_Data, size_t ui_Size) 
     FUZZ_CHECK(str_After == str_File);
   } else {
     cJSON* z_o_Tree = cJSON_Parse(str_After.c_str());
+    CJsonTree_T o_TreeOwner(z_o_Tree);
     FUZZ_CHECK(cJSON_IsObject(z_o_Tree));
     const cJSON* z_o_IdCode = cJSON_GetObjectItemCaseSensitive(z_o_Tree, "id_code");
     FUZZ_CHECK(f_IntAt(z_o_IdCode, "active") == i_Src);
     FUZZ_CHECK(f_IntAt(z_o_IdCode, "del_after_start") == i_Del);
-    cJSON_Delete(z_o_Tree);
   }
   FUZZ_CHECK(f_FuzzNothingOutsideRoot());
   return 0;

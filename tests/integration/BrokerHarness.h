@@ -112,9 +112,8 @@ class Broker {
     // Started as root, mosquitto would change to its own user, which may not write the
     // session store in this test's private directory.
     if (geteuid() == 0) str_Conf += "user root\n";
-    FILE* z_o_F = fopen((str_Dir + "/mosquitto.conf").c_str(), "w");
-    fputs(str_Conf.c_str(), z_o_F);
-    fclose(z_o_F);
+    File_T o_F(fopen((str_Dir + "/mosquitto.conf").c_str(), "w"));
+    fputs(str_Conf.c_str(), o_F.get());
   }
   ~Broker() {
     o_Proc.f_Stop();

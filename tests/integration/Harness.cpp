@@ -118,9 +118,9 @@ PrivateBus::PrivateBus(const std::string& str_ConfigXml) {
   }
   close(a_i_Pipe[1]);
   char a_c_Line[512] = "";
-  FILE* z_o_In = fdopen(a_i_Pipe[0], "r");
-  if (fgets(a_c_Line, sizeof(a_c_Line), z_o_In) == nullptr) a_c_Line[0] = '\0';
-  fclose(z_o_In);
+  File_T o_In(fdopen(a_i_Pipe[0], "r"));
+  if (fgets(a_c_Line, sizeof(a_c_Line), o_In.get()) == nullptr) a_c_Line[0] = '\0';
+  o_In.reset();
   str_Address = std::string(a_c_Line).substr(0, std::strcspn(a_c_Line, "\n"));
   if (str_Address.empty()) ADD_FAILURE() << "dbus-daemon printed no address";
 }
@@ -273,11 +273,10 @@ bool Daemon::f_WaitLog(const std::string& str_Text, int i_TimeoutMs) const {
 
 BusClient::BusClient(const std::string& str_Address) {
   g_mutex_init(&o_Lock);
-  GError* z_o_Err = nullptr;
-  z_o_Client = sys_srv_client_new_for_address_sync(str_Address.c_str(), nullptr, &z_o_Err);
+  GErrorHolder_CL o_Err;
+  z_o_Client = sys_srv_client_new_for_address_sync(str_Address.c_str(), nullptr, o_Err.f_Out());
   if (z_o_Client == nullptr) {
-    ADD_FAILURE() << "bus connection: " << (z_o_Err ? z_o_Err->message : "?");
-    g_clear_error(&z_o_Err);
+    ADD_FAILURE() << "bus connection: " << o_Err.f_Message();
     return;
   }
   z_o_Conn = sys_srv_client_get_connection(z_o_Client);
@@ -321,31 +320,20 @@ GVariant* BusClient::f_Call(const char* z_c_Method, GVariant* o_Params, GError**
 }
 
 GVariant* BusClient::f_CallOk(const char* z_c_Method, GVariant* o_Params) {
-  GError* z_o_Err = nullptr;
-  GVariant* o_Reply = f_Call(z_c_Method, o_Params, &z_o_Err);
-  if (o_Reply == nullptr) {
-    ADD_FAILURE() << z_c_Method << " failed: " << (z_o_Err ? z_o_Err->message : "?");
-    g_clear_error(&z_o_Err);
-  }
+  GErrorHolder_CL o_Err;
+  GVariant* o_Reply = f_Call(z_c_Method, o_Params, o_Err.f_Out());
+  if (o_Reply == nullptr) ADD_FAILURE() << z_c_Method << " failed: " << o_Err.f_Message();
   return o_Reply;
 }
 
 bool BusClient::f_Invoke(const char* z_c_Method, GVariant* o_Params) {
-  GVariant* o_Reply = f_CallOk(z_c_Method, o_Params);
-  if (o_Reply != nullptr) g_variant_unref(o_Reply);
-  return o_Reply != nullptr;
+  return Variant_T(f_CallOk(z_c_Method, o_Params)) != nullptr;
 }
 
 bool BusClient::f_CallFails(const char* z_c_Method, GVariant* o_Params) {
-  GError* z_o_Err = nullptr;
-  GVariant* o_Reply = f_Call(z_c_Method, o_Params, &z_o_Err);
-  if (o_Reply != nullptr) {
-    g_variant_unref(o_Reply);
-    return false;
-  }
-  bool b_IsServiceError = g_error_matches(z_o_Err, G_IO_ERROR, G_IO_ERROR_FAILED_HANDLED);
-  g_clear_error(&z_o_Err);
-  return b_IsServiceError;
+  GErrorHolder_CL o_Err;
+  if (Variant_T(f_Call(z_c_Method, o_Params, o_Err.f_Out()))) return false;
+  return g_error_matches(o_Err.get(), G_IO_ERROR, G_IO_ERROR_FAILED_HANDLED);
 }
 
 guint32 BusClient::f_SendNoReply(const char* z_c_Method, GVariant* o_Params) {
@@ -356,19 +344,16 @@ guint32 BusClient::f_SendNoReply(const char* z_c_Method, GVariant* o_Params) {
 
 bool BusClient::f_HasOwner(const char* z_c_Name) {
   if (std::strcmp(z_c_Name, A_C_BUS_NAME) == 0) {
-    gchar* z_c_Owner = sys_srv_client_lookup_owner_sync(z_o_Client, nullptr, nullptr);
-    g_free(z_c_Owner);
-    return z_c_Owner != nullptr;
+    return GChars_T(sys_srv_client_lookup_owner_sync(z_o_Client, nullptr, nullptr)) != nullptr;
   }
   // Any other name is a question to the bus itself.
-  GVariant* o_R = g_dbus_connection_call_sync(
+  Variant_T o_R(g_dbus_connection_call_sync(
       z_o_Conn, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
       "NameHasOwner", g_variant_new("(s)", z_c_Name), G_VARIANT_TYPE("(b)"), G_DBUS_CALL_FLAGS_NONE,
-      2000, nullptr, nullptr);
-  if (o_R == nullptr) return false;
+      2000, nullptr, nullptr));
+  if (!o_R) return false;
   gboolean b_Has = FALSE;
-  g_variant_get(o_R, "(b)", &b_Has);
-  g_variant_unref(o_R);
+  g_variant_get(o_R.get(), "(b)", &b_Has);
   return b_Has;
 }
 
@@ -425,8 +410,7 @@ void SignalRecorder::f_Clear() {
 void SignalRecorder::f_Sync() {
   // Messages of one sender arrive in order: once the service's reply is here, every signal
   // it sent before answering has arrived too.
-  GVariant* o_R = o_Client.f_Call("fmfuget", nullptr, nullptr, 2000);
-  if (o_R != nullptr) g_variant_unref(o_R);
+  Variant_T o_R(o_Client.f_Call("fmfuget", nullptr, nullptr, 2000));
   while (g_main_context_iteration(nullptr, FALSE)) {
   }
 }
@@ -446,10 +430,7 @@ Service::~Service() {
 }
 
 int f_Int(GVariant* o_V, int i_Index) {
-  GVariant* o_C = g_variant_get_child_value(o_V, i_Index);
-  int i_R = g_variant_get_int32(o_C);
-  g_variant_unref(o_C);
-  return i_R;
+  return g_variant_get_int32(Variant_T(g_variant_get_child_value(o_V, i_Index)).get());
 }
 
 std::vector<int> f_Ints(GVariant* o_V) {
@@ -459,10 +440,7 @@ std::vector<int> f_Ints(GVariant* o_V) {
 }
 
 std::string f_Str(GVariant* o_V, int i_Index) {
-  GVariant* o_C = g_variant_get_child_value(o_V, i_Index);
-  std::string str_R = g_variant_get_string(o_C, nullptr);
-  g_variant_unref(o_C);
-  return str_R;
+  return g_variant_get_string(Variant_T(g_variant_get_child_value(o_V, i_Index)).get(), nullptr);
 }
 
 }  // namespace it

@@ -8,6 +8,8 @@
 #include <sys/types.h>
 #include <vector>
 
+#include "sysLib/Holders.h"
+
 namespace it {
 
 constexpr const char* A_C_BUS_NAME = SYS_SRV_BUS_NAME;

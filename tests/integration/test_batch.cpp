@@ -42,39 +42,39 @@ bool f_Del(int i_Nr) { return f_Ok("fbatchcntrdel", g_variant_new("(i)", i_Nr));
 // The listed ids, or {-1} for the error reply.
 Ids f_List() {
   GVariant* o_R = z_o_Svc->o_Client.f_Call("fbatchcntrget");
+  Variant_T o_ROwner(o_R);
   if (o_R == nullptr) return {-1};
   GVariant* o_Bytes = g_variant_get_child_value(o_R, 0);
+  Variant_T o_BytesOwner(o_Bytes);
   gsize ui_Len = 0;
   auto* z_uc_Data = static_cast<const guchar*>(g_variant_get_fixed_array(o_Bytes, &ui_Len, 1));
   Ids o_Ids(z_uc_Data, z_uc_Data + ui_Len);
-  g_variant_unref(o_Bytes);
-  g_variant_unref(o_R);
   return o_Ids;
 }
 
 // Ids in a counter file ({-999} when it does not parse), and one value printed.
 Ids f_FileIds(const char* z_c_Path) {
   cJSON* z_o_Tree = cJSON_Parse(z_o_Svc->o_Box.f_Read(z_c_Path).c_str());
+  CJsonTree_T o_TreeOwner(z_o_Tree);
   Ids o_Ids;
   if (z_o_Tree == nullptr) o_Ids.push_back(-999);
   const cJSON* z_o_Set = nullptr;
   cJSON_ArrayForEach(z_o_Set, cJSON_GetObjectItem(z_o_Tree, "CntrSets"))
       o_Ids.push_back(cJSON_GetObjectItem(z_o_Set, "Id")->valueint);
-  cJSON_Delete(z_o_Tree);
   return o_Ids;
 }
 std::string f_Value(const char* z_c_Path, int i_Id, const char* z_c_Key) {
   cJSON* z_o_Tree = cJSON_Parse(z_o_Svc->o_Box.f_Read(z_c_Path).c_str());
+  CJsonTree_T o_TreeOwner(z_o_Tree);
   std::string str_Value;
   const cJSON* z_o_Set = nullptr;
   cJSON_ArrayForEach(z_o_Set, cJSON_GetObjectItem(z_o_Tree, "CntrSets")) {
     const cJSON* z_o_Item = cJSON_GetObjectItem(z_o_Set, z_c_Key);
     if (cJSON_GetObjectItem(z_o_Set, "Id")->valueint != i_Id || z_o_Item == nullptr) continue;
     char* z_c_Text = cJSON_PrintUnformatted(z_o_Item);
+    CJsonText_T o_TextOwner(z_c_Text);
     str_Value = z_c_Text;
-    cJSON_free(z_c_Text);
   }
-  cJSON_Delete(z_o_Tree);
   return str_Value;
 }
 // Every rewrite renames a new file into place, so a new inode means "rewritten".

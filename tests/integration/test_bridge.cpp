@@ -385,14 +385,14 @@ class Secured : public ::testing::Test {
             "mosquitto_passwd -b pw mallory mallory-pw && chmod 0644 pw *.key) 2>&1",
         &str_Out);
     ASSERT_EQ(i_Rc, 0) << str_Out;
-    FILE* z_o_Acl = fopen((d + "/acl").c_str(), "w");
+    File_T o_Acl(fopen((d + "/acl").c_str(), "w"));
     fputs(
         "user tool\ntopic readwrite syssrv/#\n"
         "user maint\ntopic read syssrv/#\n"
         "user mallory\ntopic read syssrv/#\n"
         "pattern write syssrv/+/command/%u/ack\n",
-        z_o_Acl);
-    fclose(z_o_Acl);
+        o_Acl.get());
+    o_Acl.reset();
     z_o_Broker = new Broker("cafile " + d + "/ca.crt\ncertfile " + d + "/broker.crt\nkeyfile " + d +
                             "/broker.key\npassword_file " + d + "/pw\nacl_file " + d + "/acl\n");
     ASSERT_TRUE(z_o_Broker->f_Start()) << f_ReadFile(z_o_Broker->f_Dir() + "/log");

@@ -34,10 +34,10 @@ class BusArgs : public ::testing::Test {
         o_Client.f_Conn(), A_C_BUS_NAME, A_C_PATH, "org.freedesktop.DBus.Introspectable",
         "Introspect", nullptr, G_VARIANT_TYPE("(s)"), G_DBUS_CALL_FLAGS_NONE, 10000, nullptr,
         nullptr);
+    Variant_T o_XmlOwner(o_Xml);
     std::vector<Method_ST> o_Out;
     if (o_Xml == nullptr) return o_Out;
     GDBusNodeInfo* z_o_Node = g_dbus_node_info_new_for_xml(f_Str(o_Xml).c_str(), nullptr);
-    g_variant_unref(o_Xml);
     GDBusInterfaceInfo* z_o_If =
         z_o_Node ? g_dbus_node_info_lookup_interface(z_o_Node, A_C_IFACE) : nullptr;
     for (GDBusMethodInfo** z_z_o_M = z_o_If ? z_o_If->methods : nullptr; z_z_o_M && *z_z_o_M;
@@ -56,30 +56,27 @@ class BusArgs : public ::testing::Test {
   void f_Try(const Method_ST& o_M, GVariant* o_Args, const std::string& str_What,
              bool b_WrongSignature = false) {
     SCOPED_TRACE(o_M.str_Name + " " + str_What);
-    g_variant_ref_sink(o_Args);
+    Variant_T o_Owned(g_variant_ref_sink(o_Args));
     // The one method the service never answers: its callers do not wait.
     if (o_M.str_Name == "fbattstatusset" && !b_WrongSignature) {
       o_Client.f_SendNoReply(o_M.str_Name.c_str(), o_Args);
     } else {
-      GError* z_o_Err = nullptr;
-      GVariant* o_Reply = o_Client.f_Call(o_M.str_Name.c_str(), o_Args, &z_o_Err, 60000);
+      GErrorHolder_CL o_Err;
+      Variant_T o_Reply(o_Client.f_Call(o_M.str_Name.c_str(), o_Args, o_Err.f_Out(), 60000));
       if (b_WrongSignature) {
-        EXPECT_TRUE(g_error_matches(z_o_Err, G_DBUS_ERROR, G_DBUS_ERROR_INVALID_ARGS))
-            << (z_o_Err ? z_o_Err->message : "answered");
-      } else if (o_Reply == nullptr) {
-        EXPECT_TRUE(g_error_matches(z_o_Err, G_IO_ERROR, G_IO_ERROR_FAILED_HANDLED))
-            << z_o_Err->message;
+        EXPECT_TRUE(g_error_matches(o_Err.get(), G_DBUS_ERROR, G_DBUS_ERROR_INVALID_ARGS))
+            << (o_Err ? o_Err.f_Message() : "answered");
+      } else if (!o_Reply) {
+        EXPECT_TRUE(g_error_matches(o_Err.get(), G_IO_ERROR, G_IO_ERROR_FAILED_HANDLED))
+            << o_Err.f_Message();
       }
-      if (o_Reply) g_variant_unref(o_Reply);
-      g_clear_error(&z_o_Err);
     }
-    g_variant_unref(o_Args);
     GError* z_o_Err = nullptr;
     GVariant* o_Mfu = o_Client.f_Call("fmfuget", nullptr, &z_o_Err, 60000);
+    Variant_T o_MfuOwner(o_Mfu);
     ASSERT_NE(o_Mfu, nullptr) << "service gone: " << z_o_Err->message << "\n"
                               << z_o_Svc->o_Daemon.f_Log();
     EXPECT_EQ(f_Int(o_Mfu), 100);
-    g_variant_unref(o_Mfu);
   }
 
   // Arguments of o_M with ordinary values, one position p replaced by z_o_Value.
@@ -99,8 +96,8 @@ class BusArgs : public ::testing::Test {
 
   bool f_FileParses(const char* z_c_Path) {
     cJSON* z_o_Tree = cJSON_Parse(o_Box.f_Read(z_c_Path).c_str());
+    CJsonTree_T o_TreeOwner(z_o_Tree);
     bool b_Ok = cJSON_IsObject(z_o_Tree);
-    cJSON_Delete(z_o_Tree);
     return b_Ok;
   }
 };

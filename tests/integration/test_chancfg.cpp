@@ -27,6 +27,7 @@ class ChanCfgBus : public ::testing::Test {
   // A member of the file by "Section/Key", printed ("" when missing), or as a number.
   std::string f_Get(const std::string& str_Path) {
     cJSON* z_o_Tree = cJSON_Parse(o_Box.f_Read(A_C_CFG).c_str());
+    CJsonTree_T o_TreeOwner(z_o_Tree);
     size_t ui_Slash = str_Path.find('/');
     const cJSON* z_o_Item =
         ui_Slash == std::string::npos
@@ -35,9 +36,8 @@ class ChanCfgBus : public ::testing::Test {
                   cJSON_GetObjectItem(z_o_Tree, str_Path.substr(0, ui_Slash).c_str()),
                   str_Path.substr(ui_Slash + 1).c_str());
     char* z_c_Text = z_o_Item != nullptr ? cJSON_PrintUnformatted(z_o_Item) : nullptr;
+    CJsonText_T o_TextOwner(z_c_Text);
     std::string str_Out = z_c_Text != nullptr ? z_c_Text : "";
-    cJSON_free(z_c_Text);
-    cJSON_Delete(z_o_Tree);
     return str_Out;
   }
   double f_Num(const std::string& str_Path) { return std::atof(f_Get(str_Path).c_str()); }
@@ -68,9 +68,9 @@ TEST_F(ChanCfgBus, MfuOverTheBusRescalesTheLimitsOnce) {
   ASSERT_EQ(o_Box.f_Sim("cycle 4242"), 0);
   const double d_T0 = static_cast<double>(time(nullptr));
   GVariant* o_R = o_Client.f_CallOk("fmfuset", g_variant_new("(i)", 800));
+  Variant_T o_ROwner(o_R);
   ASSERT_NE(o_R, nullptr);
   EXPECT_STREQ(g_variant_get_type_string(o_R), "()");
-  g_variant_unref(o_R);
   f_AnnouncedOnce();
   // 0.8 × 30039 thousandths = 24031.2 → 24.031 Nm.
   EXPECT_EQ(f_Num("Grenzen/MomentMax"), 24.031);
@@ -89,7 +89,7 @@ TEST_F(ChanCfgBus, MfuOverTheBusRescalesTheLimitsOnce) {
 
   // Whatever the factor, "fmfuget" reports 100.
   GVariant* o_Get = o_Client.f_CallOk("fmfuget");
+  Variant_T o_GetOwner(o_Get);
   ASSERT_NE(o_Get, nullptr);
   EXPECT_EQ(f_Int(o_Get), 100);
-  g_variant_unref(o_Get);
 }

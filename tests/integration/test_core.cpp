@@ -111,9 +111,9 @@ TEST_F(CoreBus, IntrospectionShowsTheWholeContractInOrder) {
   GVariant* o_Reply = g_dbus_connection_call_sync(
       o_Client.f_Conn(), A_C_BUS_NAME, A_C_PATH, "org.freedesktop.DBus.Introspectable",
       "Introspect", nullptr, G_VARIANT_TYPE("(s)"), G_DBUS_CALL_FLAGS_NONE, 5000, nullptr, nullptr);
+  Variant_T o_ReplyOwner(o_Reply);
   ASSERT_NE(o_Reply, nullptr);
   GDBusNodeInfo* z_o_Node = g_dbus_node_info_new_for_xml(f_Str(o_Reply).c_str(), nullptr);
-  g_variant_unref(o_Reply);
   ASSERT_NE(z_o_Node, nullptr);
   GDBusInterfaceInfo* z_o_If = g_dbus_node_info_lookup_interface(z_o_Node, A_C_IFACE);
   ASSERT_NE(z_o_If, nullptr);
@@ -158,18 +158,16 @@ TEST_F(CoreBus, CycleCompleteRepeatsOnlyAWeakBatteryStatus) {
 }
 
 TEST_F(CoreBus, BattStatusSetGetsNoAnswer) {
-  GError* z_o_Err = nullptr;
-  GVariant* o_R = o_Client.f_Call("fbattstatusset", g_variant_new("(i)", 1), &z_o_Err, 700);
-  EXPECT_EQ(o_R, nullptr);
-  EXPECT_TRUE(g_error_matches(z_o_Err, G_IO_ERROR, G_IO_ERROR_TIMED_OUT))
-      << (z_o_Err ? z_o_Err->message : "");
-  g_clear_error(&z_o_Err);
+  GErrorHolder_CL o_Err;
+  Variant_T o_R(o_Client.f_Call("fbattstatusset", g_variant_new("(i)", 1), o_Err.f_Out(), 700));
+  EXPECT_FALSE(o_R);
+  EXPECT_TRUE(g_error_matches(o_Err.get(), G_IO_ERROR, G_IO_ERROR_TIMED_OUT)) << o_Err.f_Message();
   // Its sibling answers one int although the description declares none.
   GVariant* o_Status = o_Client.f_CallOk("fbattstatusget", g_variant_new("(i)", 0));
+  Variant_T o_StatusOwner(o_Status);
   ASSERT_NE(o_Status, nullptr);
   EXPECT_STREQ(g_variant_get_type_string(o_Status), "(i)");
   EXPECT_NE(f_Int(o_Status), 1);
-  g_variant_unref(o_Status);
 }
 
 TEST_F(CoreBus, NoReplyFlagIsHonouredByToolEnableAndOperationMode) {
@@ -193,14 +191,13 @@ TEST_F(CoreBus, NoReplyFlagIsHonouredByToolEnableAndOperationMode) {
 TEST_F(CoreBus, ErrorReplyIsGioCode30WithoutMessage) {
   std::string str_Saved = o_Box.f_Read(A_C_RES_SRV);
   ASSERT_EQ(remove(o_Box.f_Path(A_C_RES_SRV).c_str()), 0);
-  GError* z_o_Err = nullptr;
-  GVariant* o_R = o_Client.f_Call("fidcodesrcset", g_variant_new("(ii)", 1, 0), &z_o_Err);
+  GErrorHolder_CL o_Err;
+  Variant_T o_R(o_Client.f_Call("fidcodesrcset", g_variant_new("(ii)", 1, 0), o_Err.f_Out()));
   o_Box.f_Write(A_C_RES_SRV, str_Saved);
-  ASSERT_EQ(o_R, nullptr);
-  EXPECT_TRUE(g_error_matches(z_o_Err, G_IO_ERROR, G_IO_ERROR_FAILED_HANDLED));
-  g_dbus_error_strip_remote_error(z_o_Err);
-  EXPECT_STREQ(z_o_Err->message, "");
-  g_clear_error(&z_o_Err);
+  ASSERT_FALSE(o_R);
+  ASSERT_TRUE(g_error_matches(o_Err.get(), G_IO_ERROR, G_IO_ERROR_FAILED_HANDLED));
+  g_dbus_error_strip_remote_error(o_Err.get());
+  EXPECT_STREQ(o_Err.f_Message(), "");
 }
 
 TEST_F(CoreBus, RelaysAnswerAndSignalAsReceived) {
@@ -229,20 +226,20 @@ TEST_F(CoreBus, RelaysAnswerAndSignalAsReceived) {
   o_Rec.f_Clear();
   for (const Case_ST& o_C : a_o_Cases) {
     GVariant* o_R = o_Client.f_CallOk(o_C.z_c_Method, o_C.f_Args());
+    Variant_T o_ROwner(o_R);
     ASSERT_NE(o_R, nullptr) << o_C.z_c_Method;
     EXPECT_STREQ(g_variant_get_type_string(o_R), "()");
-    g_variant_unref(o_R);
     const Signal_ST* z_o_S = o_Rec.f_WaitFor(o_C.z_c_Signal, 5000);
     ASSERT_NE(z_o_S, nullptr) << o_C.z_c_Method;
     gchar* z_c_Text = g_variant_print(z_o_S->o_Args, FALSE);
+    GChars_T o_TextOwner(z_c_Text);
     EXPECT_STREQ(z_c_Text, o_C.z_c_Expected) << o_C.z_c_Method;
-    g_free(z_c_Text);
   }
   // A tool-enable value of 7 is stored as "enabled".
   GVariant* o_En = o_Client.f_CallOk("ftoolenableget");
+  Variant_T o_EnOwner(o_En);
   ASSERT_NE(o_En, nullptr);
   EXPECT_EQ(f_Int(o_En), 1);
-  g_variant_unref(o_En);
 }
 
 TEST_F(CoreBus, JobRunningIsAnnouncedOnChangeOnly) {
@@ -276,10 +273,10 @@ TEST_F(CoreBus, IdCodeSourceIsWrittenOnlyWhenAValueChanges) {
       continue;
     }
     cJSON* z_o_Tree = cJSON_Parse(o_Box.f_Read(A_C_RES_SRV).c_str());
+    CJsonTree_T o_TreeOwner(z_o_Tree);
     char* z_c_Text = cJSON_PrintUnformatted(cJSON_GetObjectItem(z_o_Tree, "id_code"));
+    CJsonText_T o_TextOwner(z_c_Text);
     EXPECT_STREQ(z_c_Text, o_C.z_c_IdCode);
-    cJSON_free(z_c_Text);
-    cJSON_Delete(z_o_Tree);
   }
 }
 
@@ -300,11 +297,9 @@ TEST_F(CoreBus, BurstOfCallsWhileTicksRun) {
           auto* z_o_C = static_cast<Ctx_ST*>(z_v_Ctx);
           GVariant* o_R =
               g_dbus_connection_call_finish(G_DBUS_CONNECTION(z_o_Src), z_o_Res, nullptr);
+          Variant_T o_ROwner(o_R);
           z_o_C->i_Answered++;
-          if (o_R == nullptr)
-            z_o_C->i_Failed++;
-          else
-            g_variant_unref(o_R);
+          if (o_R == nullptr) z_o_C->i_Failed++;
         },
         &o_Ctx);
   }
@@ -370,9 +365,9 @@ TEST(CoreLifecycle, WithoutPowerControllerTheServiceStillAnswers) {
   for (const char* z_c_Method : {"fdelerrlist", "fdumprdy"}) o_Client.f_Invoke(z_c_Method);
   o_Client.f_Invoke("freporterror", g_variant_new("(sss)", "Proc", "3216", ""));
   GVariant* o_Err = o_Client.f_CallOk("fsyserrorget");
+  Variant_T o_ErrOwner(o_Err);
   ASSERT_NE(o_Err, nullptr);
   EXPECT_EQ(f_Ints(o_Err), (std::vector<int>{0, 0, 0}));
-  g_variant_unref(o_Err);
 }
 
 }  // namespace

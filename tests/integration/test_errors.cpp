@@ -50,14 +50,14 @@ class DaemonSuite : public ::testing::Test {
   }
   static Ints f_Answer(const char* z_c_Method) {
     GVariant* o_R = C().f_CallOk(z_c_Method);
+    Variant_T o_ROwner(o_R);
     Ints o_Values = o_R != nullptr ? f_Ints(o_R) : Ints{};
-    if (o_R != nullptr) g_variant_unref(o_R);
     return o_Values;
   }
   static std::string f_Json() {
     GVariant* o_R = C().f_CallOk("fgetunacknsyserrors");
+    Variant_T o_ROwner(o_R);
     std::string str_Json = o_R != nullptr ? f_Str(o_R) : "<no answer>";
-    if (o_R != nullptr) g_variant_unref(o_R);
     return str_Json;
   }
   // The export expected for these "sysfault" argument lists.

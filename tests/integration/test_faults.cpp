@@ -163,11 +163,11 @@ struct Rig {
 
 std::string f_Answer(BusClient& o_C, const char* z_c_Method) {
   GVariant* o_R = o_C.f_Call(z_c_Method, nullptr, nullptr, 60000);
+  Variant_T o_ROwner(o_R);
   if (o_R == nullptr) return "<no answer>";
   gchar* z_c_Text = g_variant_print(o_R, FALSE);
+  GChars_T o_TextOwner(z_c_Text);
   std::string str_Out = z_c_Text;
-  g_free(z_c_Text);
-  g_variant_unref(o_R);
   return str_Out;
 }
 
@@ -175,7 +175,7 @@ bool f_Report(BusClient& o_C, int i_Coded) {
   GVariant* o_R = o_C.f_Call("freporterror",
                              g_variant_new("(sss)", "Faults", std::to_string(i_Coded).c_str(), ""),
                              nullptr, 60000);
-  if (o_R != nullptr) g_variant_unref(o_R);
+  Variant_T o_ROwner(o_R);
   return o_R != nullptr;
 }
 
@@ -198,10 +198,10 @@ class Storm {
   static void f_Done(GObject* z_o_Src, GAsyncResult* z_o_Res, gpointer z_v) {
     auto* z_o_Ctx = static_cast<std::pair<Storm*, int>*>(z_v);
     GVariant* o_R = g_dbus_connection_call_finish(G_DBUS_CONNECTION(z_o_Src), z_o_Res, nullptr);
+    Variant_T o_ROwner(o_R);
     z_o_Ctx->first->ui_Answered++;
     if (o_R != nullptr) {
       z_o_Ctx->first->o_Replied.insert(z_o_Ctx->second);
-      g_variant_unref(o_R);
     }
     delete z_o_Ctx;
   }
@@ -240,7 +240,7 @@ void f_ExpectWorkingStore(Rig& o_Rig, const std::string& str_Case) {
       << str_Case;
   EXPECT_EQ("(403, 4, ", f_Answer(o_Rig.o_Client, "fsyserrorget").substr(0, 9)) << str_Case;
   GVariant* o_R = o_Rig.o_Client.f_Call("freporterror", g_variant_new("(sss)", "Faults", "3228", "Ack"));
-  if (o_R != nullptr) g_variant_unref(o_R);
+  Variant_T o_ROwner(o_R);
   EXPECT_TRUE(f_WaitUntil([&] { return f_Answer(o_Rig.o_Client, "frdyget") == "(8, 8)"; }, 10000))
       << str_Case << ": " << f_Answer(o_Rig.o_Client, "frdyget");
   EXPECT_TRUE(o_Rig.o_Daemon.f_Running()) << str_Case;
@@ -446,7 +446,7 @@ TEST(Faults, FullFileSystemsLoseNothingAndHalfWriteNothing) {
   }
   // The counter file is the old one or the new one, never a mix, and no temporary is left.
   GVariant* o_R = o_C.f_Call("fbatchcntrset", g_variant_new("(is)", 0, R"({"Id":8,"MaxOk":9})"));
-  if (o_R != nullptr) g_variant_unref(o_R);
+  Variant_T o_ROwner(o_R);
   EXPECT_EQ(str_Before, o_Rig.o_Box.f_Read(str_Counters));
   for (const auto& o_E : fs::directory_iterator(o_CfgFs.f_Dir()))
     EXPECT_EQ(std::string::npos, o_E.path().filename().string().find(".tmp")) << o_E.path();

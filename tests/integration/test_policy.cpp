@@ -43,9 +43,9 @@ TEST(BusPolicy, ShippedPolicyLetsRootOwnAndCallAndOthersOnlyLook) {
 
   BusClient o_Client(o_Bus.f_Address());
   GVariant* o_R = o_Client.f_CallOk("fmfuget");
+  Variant_T o_ROwner(o_R);
   ASSERT_NE(o_R, nullptr);
   EXPECT_EQ(f_Int(o_R), 100);
-  g_variant_unref(o_R);
 
   if (geteuid() == 0) {
     const std::string str_Dest =

@@ -61,19 +61,19 @@ CtlRun_ST f_Ctl(const std::string& str_Address, const std::vector<std::string>& 
   gchar** a_z_c_Env = f_Env(str_Address);
   gchar *z_c_Out = nullptr, *z_c_Err = nullptr;
   gint i_Status = -1;
-  GError* z_o_Err = nullptr;
+  GErrorHolder_CL o_Err;
   CtlRun_ST o_Run{-1, "", ""};
-  if (g_spawn_sync(nullptr, o_Argv.data(), a_z_c_Env, G_SPAWN_DEFAULT, nullptr, nullptr, &z_c_Out,
-                   &z_c_Err, &i_Status, &z_o_Err)) {
+  bool b_Ran = g_spawn_sync(nullptr, o_Argv.data(), a_z_c_Env, G_SPAWN_DEFAULT, nullptr, nullptr,
+                            &z_c_Out, &z_c_Err, &i_Status, o_Err.f_Out());
+  GChars_T o_Out(z_c_Out);
+  GChars_T o_ErrText(z_c_Err);
+  if (b_Ran) {
     o_Run.i_Exit = WIFEXITED(i_Status) ? WEXITSTATUS(i_Status) : -1;
-    o_Run.str_Out = z_c_Out;
-    o_Run.str_Err = z_c_Err;
+    o_Run.str_Out = o_Out.get();
+    o_Run.str_Err = o_ErrText.get();
   } else {
-    ADD_FAILURE() << "cannot run " << z_c_Prog << ": " << z_o_Err->message;
-    g_clear_error(&z_o_Err);
+    ADD_FAILURE() << "cannot run " << z_c_Prog << ": " << o_Err.f_Message();
   }
-  g_free(z_c_Out);
-  g_free(z_c_Err);
   g_strfreev(a_z_c_Env);
   f_ExpectNoGlibNoise(o_Run.str_Err);
   return o_Run;
@@ -92,12 +92,11 @@ class MonitorProc {
     std::vector<std::string> o_Store;
     std::vector<char*> o_Argv = f_Argv(o_Args, o_Store);
     gchar** a_z_c_Env = f_Env(str_Address);
-    GError* z_o_Err = nullptr;
+    GErrorHolder_CL o_Err;
     if (!g_spawn_async_with_pipes(nullptr, o_Argv.data(), a_z_c_Env, G_SPAWN_DO_NOT_REAP_CHILD,
                                   nullptr, nullptr, &i_Pid, nullptr, &i_OutFd, &i_ErrFd,
-                                  &z_o_Err)) {
-      ADD_FAILURE() << z_o_Err->message;
-      g_clear_error(&z_o_Err);
+                                  o_Err.f_Out())) {
+      ADD_FAILURE() << o_Err.f_Message();
     }
     g_strfreev(a_z_c_Env);
   }
@@ -187,9 +186,9 @@ class Syssrvctl : public ::testing::Test {
   }
   static int f_Get(const char* z_c_Method, int i_Index = 0) {
     GVariant* o_R = z_o_Client->f_CallOk(z_c_Method);
+    Variant_T o_ROwner(o_R);
     if (o_R == nullptr) return -1;
     int i_Value = f_Int(o_R, i_Index);
-    g_variant_unref(o_R);
     return i_Value;
   }
   // A JSON file of the sandbox; null when it does not parse.
@@ -256,18 +255,18 @@ TEST_F(Syssrvctl, EverySubcommandChangesWhatItSays) {
        "Maintenance factor 0.800 set",
        [] {
          cJSON* z_o_Cfg = f_File("/home/tool/config/ChanCfg.json");
+         CJsonTree_T o_CfgOwner(z_o_Cfg);
          bool b_Ok = f_Number(z_o_Cfg, {"Mfu", "MfuFaktor"}) > 0.799 &&
                      f_Number(z_o_Cfg, {"Mfu", "MfuFaktor"}) < 0.801;
-         cJSON_Delete(z_o_Cfg);
          return b_Ok;
        }},
       {{"batch", "set", str_Set},
        "Program counter set written",
        [] {
          cJSON* z_o_Cfg = f_File("/home/tool/config/OkNokCntCfg.json");
+         CJsonTree_T o_CfgOwner(z_o_Cfg);
          cJSON* z_o_Set = cJSON_GetArrayItem(cJSON_GetObjectItem(z_o_Cfg, "CntrSets"), 0);
          bool b_Ok = f_Number(z_o_Set, {"Id"}) == 5 && f_Number(z_o_Set, {"MaxOk"}) == 10;
-         cJSON_Delete(z_o_Cfg);
          return b_Ok;
        }},
       {{"batch", "list"}, "    5      10       2  up    down   yes", nullptr},
@@ -275,9 +274,9 @@ TEST_F(Syssrvctl, EverySubcommandChangesWhatItSays) {
        "Program counter set 5 cleared",
        [] {
          cJSON* z_o_Cfg = f_File("/home/tool/config/OkNokCntCfg.json");
+         CJsonTree_T o_CfgOwner(z_o_Cfg);
          cJSON* z_o_Set = cJSON_GetArrayItem(cJSON_GetObjectItem(z_o_Cfg, "CntrSets"), 0);
          bool b_Ok = f_Number(z_o_Set, {"Id"}) == 5 && f_Number(z_o_Set, {"MaxOk"}) == 0;
-         cJSON_Delete(z_o_Cfg);
          return b_Ok;
        }},
       {{"batch", "delete", "5"}, "Program counter set 5 deleted", nullptr},
@@ -286,9 +285,9 @@ TEST_F(Syssrvctl, EverySubcommandChangesWhatItSays) {
        "Identification-code source 1, delete after start on",
        [] {
          cJSON* z_o_Cfg = f_File("/home/tool/config/ResSrv.json");
+         CJsonTree_T o_CfgOwner(z_o_Cfg);
          bool b_Ok = f_Number(z_o_Cfg, {"id_code", "active"}) == 1 &&
                      f_Number(z_o_Cfg, {"id_code", "del_after_start"}) == 1;
-         cJSON_Delete(z_o_Cfg);
          return b_Ok;
        }},
       // The sandbox path is turned into the path on the tool, which the service compares.
@@ -321,6 +320,7 @@ TEST_F(Syssrvctl, JsonOutputParsesWithTheValuesOfTheService) {
   CtlRun_ST o_Status = f_Run({"status", "--json"});
   ASSERT_EQ(o_Status.i_Exit, 0) << o_Status.str_Err;
   cJSON* z_o_Status = cJSON_Parse(o_Status.str_Out.c_str());
+  CJsonTree_T o_StatusOwner(z_o_Status);
   ASSERT_NE(z_o_Status, nullptr) << o_Status.str_Out;
   EXPECT_TRUE(cJSON_IsFalse(cJSON_GetObjectItem(z_o_Status, "ready"))) << o_Status.str_Out;
   EXPECT_EQ(f_Number(z_o_Status, {"current_error", "coded"}), 3252);
@@ -329,19 +329,19 @@ TEST_F(Syssrvctl, JsonOutputParsesWithTheValuesOfTheService) {
                "board over-temperature");
   EXPECT_EQ(f_Number(z_o_Status, {"active_errors"}), 1);
   EXPECT_EQ(f_Number(z_o_Status, {"battery", "status"}), 3);
-  cJSON_Delete(z_o_Status);
 
   CtlRun_ST o_Errors = f_Run({"errors", "--json"});
   cJSON* z_o_Errors = cJSON_Parse(o_Errors.str_Out.c_str());
+  CJsonTree_T o_ErrorsOwner(z_o_Errors);
   ASSERT_NE(z_o_Errors, nullptr) << o_Errors.str_Out;
   cJSON* z_o_First = cJSON_GetArrayItem(cJSON_GetObjectItem(z_o_Errors, "errors"), 0);
   EXPECT_EQ(f_Number(z_o_First, {"code"}), 406);
   EXPECT_EQ(f_Number(z_o_First, {"class"}), 4);
   EXPECT_EQ(f_Number(z_o_First, {"coded"}), 3252);
-  cJSON_Delete(z_o_Errors);
 
   CtlRun_ST o_Batch = f_Run({"batch", "list", "--json"});
   cJSON* z_o_Batch = cJSON_Parse(o_Batch.str_Out.c_str());
+  CJsonTree_T o_BatchOwner(z_o_Batch);
   ASSERT_NE(z_o_Batch, nullptr) << o_Batch.str_Out;
   cJSON* z_o_Set = cJSON_GetArrayItem(cJSON_GetObjectItem(z_o_Batch, "sets"), 0);
   EXPECT_EQ(f_Number(z_o_Set, {"Id"}), 7);
@@ -349,7 +349,6 @@ TEST_F(Syssrvctl, JsonOutputParsesWithTheValuesOfTheService) {
   // Defaults as the service applies them, so the object can be sent back with "batch set".
   EXPECT_STREQ(cJSON_GetStringValue(cJSON_GetObjectItem(z_o_Set, "DirectionOk")), "down");
   EXPECT_TRUE(cJSON_IsTrue(cJSON_GetObjectItem(z_o_Set, "LockTool")));
-  cJSON_Delete(z_o_Batch);
 
   EXPECT_EQ(f_Run({"ack", "3252"}).i_Exit, 0);
 }
@@ -361,7 +360,7 @@ TEST_F(Syssrvctl, MonitorPrintsTheSignalsItSawUntilInterrupted) {
   ASSERT_TRUE(o_Json.f_WaitErr("Listening", 5000)) << o_Json.f_Err();
 
   GVariant* o_R = z_o_Client->f_CallOk("fprgchanged", g_variant_new("(i)", 42));
-  if (o_R != nullptr) g_variant_unref(o_R);
+  Variant_T o_ROwner(o_R);
   ASSERT_EQ(f_Run({"report", "ToolProc", "3228"}).i_Exit, 0);
 
   EXPECT_TRUE(o_Text.f_WaitOut("program 42", 5000)) << o_Text.f_Out();
@@ -379,13 +378,13 @@ TEST_F(Syssrvctl, MonitorPrintsTheSignalsItSawUntilInterrupted) {
     std::string str_Line = str_Out.substr(ui_Pos, ui_End - ui_Pos);
     ui_Pos = ui_End + 1;
     cJSON* z_o_Line = cJSON_Parse(str_Line.c_str());
+    CJsonTree_T o_LineOwner(z_o_Line);
     ASSERT_NE(z_o_Line, nullptr) << str_Line;
     EXPECT_TRUE(cJSON_IsString(cJSON_GetObjectItem(z_o_Line, "time"))) << str_Line;
     const char* z_c_Sig = cJSON_GetStringValue(cJSON_GetObjectItem(z_o_Line, "signal"));
     if (z_c_Sig != nullptr && std::string(z_c_Sig) == "prgchanged") {
       b_SeenPrg = f_Number(z_o_Line, {"args", "program"}) == 42;
     }
-    cJSON_Delete(z_o_Line);
   }
   EXPECT_TRUE(b_SeenPrg) << str_Out;
 
@@ -413,11 +412,11 @@ TEST_F(Syssrvctl, FollowsTheConventionsOfTheSystemsCtlPrograms) {
     size_t ui_Lines = static_cast<size_t>(std::count(o_Run.str_Out.begin(), o_Run.str_Out.end(), '\n'));
     EXPECT_EQ(ui_Lines > 1, b_Pretty) << o_Run.str_Out;
     cJSON* z_o_Tree = cJSON_Parse(o_Run.str_Out.c_str());
+    CJsonTree_T o_TreeOwner(z_o_Tree);
     ASSERT_NE(z_o_Tree, nullptr) << o_Run.str_Out;
     EXPECT_TRUE(cJSON_IsTrue(cJSON_GetObjectItem(z_o_Tree, "running"))) << o_Run.str_Out;
     EXPECT_TRUE(cJSON_IsNumber(cJSON_GetObjectItem(cJSON_GetObjectItem(z_o_Tree, "battery"),
                                                    "status")));
-    cJSON_Delete(z_o_Tree);
   }
 
   // --no-legend: the rows only, ready for cut and awk.
@@ -521,9 +520,9 @@ TEST(SyssrvctlWithoutService, SaysSoAndExitsThree) {
     CtlRun_ST o_Json = f_Ctl(str_Address, {"status", "--json"});
     EXPECT_EQ(o_Json.i_Exit, 3);
     cJSON* z_o_Tree = cJSON_Parse(o_Json.str_Out.c_str());
+    CJsonTree_T o_TreeOwner(z_o_Tree);
     ASSERT_NE(z_o_Tree, nullptr) << o_Json.str_Out;
     EXPECT_TRUE(cJSON_IsFalse(cJSON_GetObjectItem(z_o_Tree, "running"))) << o_Json.str_Out;
-    cJSON_Delete(z_o_Tree);
   }
 
   // The monitor waits for a service that is not there yet, and still ends cleanly.

@@ -12,6 +12,7 @@
 
 #include "BatchCntCfg.h"
 #include "TestSupport.h"
+#include "sysLib/Holders.h"
 
 namespace {
 constexpr const char* A_C_PRG = "/home/tool/config/OkNokCntCfg.json";
@@ -97,11 +98,10 @@ TEST_F(BatchCntCfgTest, FileHoldsOnlyIds0To255WithKeysInOrder) {
   ASSERT_EQ(o_Cfg.f_SaveCfg(), 0);
 
   std::string str_Text = o_Root.f_Read(A_C_PRG);
-  cJSON* z_o_Tree = cJSON_Parse(str_Text.c_str());
-  ASSERT_NE(z_o_Tree, nullptr) << str_Text;
-  char* z_c_Reprint = cJSON_Print(z_o_Tree);
-  EXPECT_EQ(str_Text, z_c_Reprint);
-  cJSON_free(z_c_Reprint);
+  CJsonTree_T o_Tree(cJSON_Parse(str_Text.c_str()));
+  ASSERT_TRUE(o_Tree) << str_Text;
+  const cJSON* z_o_Tree = o_Tree.get();
+  EXPECT_EQ(str_Text, CJsonText_T(cJSON_Print(z_o_Tree)).get());
   // Keys in order: the list, two sets of nine, the selection.
   std::string str_Keys;
   for (cJSON* z_o_It = z_o_Tree->child; z_o_It; z_o_It = z_o_It->next) {
@@ -114,7 +114,6 @@ TEST_F(BatchCntCfgTest, FileHoldsOnlyIds0To255WithKeysInOrder) {
       "Id MaxOk MaxNok DirectionOk DirectionNok LockTool LockCcw LockCcwAfterOk LockCcwAfterNok ";
   EXPECT_EQ(str_Keys, "CntrSets " + str_Set + str_Set + "BmsSelect ");
   EXPECT_TRUE(cJSON_IsTrue(cJSON_GetObjectItem(z_o_Tree, "BmsSelect")));
-  cJSON_Delete(z_o_Tree);
 
   // The out-of-range sets stay in memory only.
   EXPECT_EQ(f_Ids(o_Cfg), (std::vector<int>{-5, 0, 255, 300}));

@@ -21,6 +21,7 @@
 #include <vector>
 
 #include "SystemChecker.h"
+#include "sysLib/Holders.h"
 
 namespace {
 constexpr const char* A_C_DEV = "/dev/i2c-2";
@@ -38,13 +39,6 @@ std::string f_Format(const char* z_c_Fmt, unsigned long ul_Value) {
   char a_c_Buf[64];
   snprintf(a_c_Buf, sizeof(a_c_Buf), z_c_Fmt, ul_Value);
   return a_c_Buf;
-}
-
-// Takes the message out of a GError (and frees it) for an assertion text.
-std::string f_Take(GError* z_o_Err) {
-  std::string str_Msg = z_o_Err != nullptr ? z_o_Err->message : "(no error)";
-  g_clear_error(&z_o_Err);
-  return str_Msg;
 }
 
 // How the sensor answers; the defaults are a healthy sensor at 25 °C.
@@ -142,11 +136,11 @@ class I2cUmockdevTest : public ::testing::Test {
     g_signal_connect(z_o_Handler, "handle-ioctl", G_CALLBACK(FakeSensor::f_OnIoctl), &o_Sensor);
     g_signal_connect(z_o_Handler, "handle-write", G_CALLBACK(FakeSensor::f_OnWrite), &o_Sensor);
     g_signal_connect(z_o_Handler, "handle-read", G_CALLBACK(FakeSensor::f_OnRead), &o_Sensor);
-    GError* z_o_Err = nullptr;
-    ASSERT_TRUE(umockdev_testbed_add_from_string(z_o_Bed, A_C_ADAPTER, &z_o_Err))
-        << f_Take(z_o_Err);
-    ASSERT_TRUE(umockdev_testbed_attach_ioctl(z_o_Bed, A_C_DEV, z_o_Handler, &z_o_Err))
-        << f_Take(z_o_Err);
+    GErrorHolder_CL o_Err;
+    ASSERT_TRUE(umockdev_testbed_add_from_string(z_o_Bed, A_C_ADAPTER, o_Err.f_Out()))
+        << o_Err.f_Message();
+    ASSERT_TRUE(umockdev_testbed_attach_ioctl(z_o_Bed, A_C_DEV, z_o_Handler, o_Err.f_Out()))
+        << o_Err.f_Message();
     b_Attached = true;
     // Guards against reaching a real adapter (or none) when the preload is missing.
     struct stat o_St;
@@ -164,9 +158,7 @@ class I2cUmockdevTest : public ::testing::Test {
 
   // File descriptors of this process still open on the emulated adapter node.
   int f_OpenAdapterFds() {
-    gchar* z_c_Root = umockdev_testbed_get_root_dir(z_o_Bed);
-    std::string str_Node = std::string(z_c_Root) + A_C_DEV;
-    g_free(z_c_Root);
+    std::string str_Node = GChars_T(umockdev_testbed_get_root_dir(z_o_Bed)).get() + std::string(A_C_DEV);
     int i_Count = 0;
     std::error_code o_Ec;
     for (const auto& o_Entry : std::filesystem::directory_iterator("/proc/self/fd", o_Ec))

@@ -43,11 +43,8 @@ long f_MsSince(std::chrono::steady_clock::time_point o_Start) {
   return static_cast<long>(std::chrono::duration_cast<std::chrono::milliseconds>(o_Span).count());
 }
 
-std::string f_Compact(cJSON* o_Tree) {
-  char* z_c_Text = cJSON_PrintUnformatted(o_Tree);
-  std::string str_Text = z_c_Text;
-  cJSON_free(z_c_Text);
-  return str_Text;
+std::string f_Compact(const CJsonTree_T& o_Tree) {
+  return CJsonText_T(cJSON_PrintUnformatted(o_Tree.get())).get();
 }
 }  // namespace
 
@@ -103,27 +100,28 @@ TEST(ConfigFile, ReadInsideTheCallersOwnLockKeepsIt) {
 }
 
 TEST(ConfigFile, SetKeyReplacesInPlaceAndCreatesSections) {
-  cJSON* o_Tree = cJSON_Parse(R"({"A":1,"S":{"x":1,"y":2},"B":"t"})");
-  ASSERT_NE(o_Tree, nullptr);
+  CJsonTree_T o_Owner(cJSON_Parse(R"({"A":1,"S":{"x":1,"y":2},"B":"t"})"));
+  ASSERT_TRUE(o_Owner);
+  cJSON* o_Tree = o_Owner.get();
   EXPECT_EQ(ConfigFileHelper_CL::f_SetCfgKey(o_Tree, "S", "x", 5), 0);
   EXPECT_EQ(ConfigFileHelper_CL::f_SetCfgKey(o_Tree, nullptr, "A", std::string("s")), 0);
   EXPECT_EQ(ConfigFileHelper_CL::f_SetCfgKey(o_Tree, "", "C", 2.5), 0);
   EXPECT_EQ(ConfigFileHelper_CL::f_SetCfgKey(o_Tree, "New", "k", true), 0);
   EXPECT_EQ(ConfigFileHelper_CL::f_SetCfgKey(o_Tree, "B", "n", 7UL), 0);  // "B" was a string
   EXPECT_EQ(ConfigFileHelper_CL::f_SetCfgKey(o_Tree, "S", "z", -3L), 0);
-  EXPECT_EQ(f_Compact(o_Tree),
+  EXPECT_EQ(f_Compact(o_Owner),
             R"({"A":"s","S":{"x":5,"y":2,"z":-3},"B":{"n":7},"C":2.5,"New":{"k":true}})");
-  cJSON_Delete(o_Tree);
 }
 
 TEST(ConfigFile, WriteIsAtomicAndReadBack) {
   TempRoot o_Root;
   o_Root.f_Write(A_C_CFG, R"({"old":1})");
-  cJSON* o_Tree = cJSON_CreateObject();
-  ConfigFileHelper_CL::f_SetCfgKey(o_Tree, "Mfu", "MfuFaktor", 1.25);
-  ASSERT_EQ(ConfigFileHelper_CL::f_WriteCfgFile(o_Tree, A_C_CFG, true), 0);
-  cJSON* o_Back = nullptr;
-  ASSERT_EQ(f_ReadJsonCfgFile(A_C_CFG, &o_Back), 0);
+  CJsonTree_T o_Tree(cJSON_CreateObject());
+  ConfigFileHelper_CL::f_SetCfgKey(o_Tree.get(), "Mfu", "MfuFaktor", 1.25);
+  ASSERT_EQ(ConfigFileHelper_CL::f_WriteCfgFile(o_Tree.get(), A_C_CFG), 0);
+  cJSON* z_o_Read = nullptr;
+  ASSERT_EQ(f_ReadJsonCfgFile(A_C_CFG, &z_o_Read), 0);
+  CJsonTree_T o_Back(z_o_Read);
   EXPECT_EQ(f_Compact(o_Back), R"({"Mfu":{"MfuFaktor":1.25}})");
 
   // Make the write fail half-way (file size limit): the old file must survive whole.
@@ -134,7 +132,7 @@ TEST(ConfigFile, WriteIsAtomicAndReadBack) {
   o_Small.rlim_cur = 8;
   signal(SIGXFSZ, SIG_IGN);
   setrlimit(RLIMIT_FSIZE, &o_Small);
-  int i_Ret = ConfigFileHelper_CL::f_WriteCfgFile(o_Back, A_C_CFG, true);
+  int i_Ret = ConfigFileHelper_CL::f_WriteCfgFile(o_Back.get(), A_C_CFG);
   setrlimit(RLIMIT_FSIZE, &o_Old);
   signal(SIGXFSZ, SIG_DFL);
   EXPECT_EQ(i_Ret, -1);
@@ -147,8 +145,9 @@ TEST(ConfigFile, WriteIsAtomicAndReadBack) {
 
   o_Root.f_Write("/home/tool/config/bad.json", "{\"a\":");
   for (const char* z_c_Path : {"/home/tool/config/bad.json", "/home/tool/config/none.json"}) {
-    EXPECT_NE(f_ReadJsonCfgFile(z_c_Path, &o_Back), 0) << z_c_Path;
-    EXPECT_EQ(o_Back, nullptr);
+    cJSON* z_o_None = nullptr;
+    EXPECT_NE(f_ReadJsonCfgFile(z_c_Path, &z_o_None), 0) << z_c_Path;
+    EXPECT_FALSE(CJsonTree_T(z_o_None));
   }
 }
 
