@@ -28,12 +28,6 @@ void f_KeepGroupOnly(int i_Fd) {
       (o_St.st_mode & 07777) != I_LOCK_FILE_MODE)
     fchmod(i_Fd, I_LOCK_FILE_MODE);
 }
-
-long long f_NowMs() {
-  struct timespec o_Now {};
-  clock_gettime(CLOCK_MONOTONIC, &o_Now);
-  return static_cast<long long>(o_Now.tv_sec) * 1000 + o_Now.tv_nsec / 1000000;
-}
 }  // namespace
 
 // --- AbstractConfigFile_CL ----------------------------------------------------
@@ -80,11 +74,11 @@ int AbstractConfigFile_CL::f_LockFile(int i_TimeoutMs) {
     } while (i_Ret != 0 && errno == EINTR);
   } else {
     // flock has no timeout of its own: poll without blocking until the deadline.
-    long long ll_Deadline = f_NowMs() + i_TimeoutMs;
+    long long ll_Deadline = g_get_monotonic_time() / 1000 + i_TimeoutMs;
     for (;;) {
       i_Ret = flock(o_Fd.f_Get(), LOCK_EX | LOCK_NB);
       if (i_Ret == 0 || (errno != EWOULDBLOCK && errno != EINTR)) break;
-      long long ll_Left = ll_Deadline - f_NowMs();
+      long long ll_Left = ll_Deadline - g_get_monotonic_time() / 1000;
       if (ll_Left <= 0) {
         errno = ETIMEDOUT;
         break;

@@ -15,6 +15,7 @@
 #include <unistd.h>
 #include <vector>
 
+#include "sysLib/Holders.h"
 #include "sysLib/SysFile.h"
 #include "sysLib/SysPath.h"
 
@@ -45,15 +46,13 @@ std::vector<std::string> f_ChildEnv() {
 }  // namespace
 
 namespace {
-long long f_MonoMs() {
-  struct timespec o_Now {};
-  clock_gettime(CLOCK_MONOTONIC, &o_Now);
-  return static_cast<long long>(o_Now.tv_sec) * 1000 + o_Now.tv_nsec / 1000000;
-}
+long long f_MonoMs() { return g_get_monotonic_time() / 1000; }
 
 // Forks "sh -c z_c_Cmd" in a process group of its own, stdout on i_OutFd when that is not
 // -1. The group lets a command that hangs be killed together with whatever it started
 // (a pipeline's other half, say). The child's pid, or -1.
+// Not GSubprocess: it signals the shell's pid only, never its group, and the group and the
+// cleared signal mask would still need this child setup written by hand.
 pid_t f_SpawnShell(const char* z_c_Cmd, int i_OutFd) {
   std::vector<std::string> o_Env = f_ChildEnv();
   std::vector<char*> o_EnvP;
@@ -226,14 +225,5 @@ int f_PowerOff() {
 }
 
 std::string f_ShellQuote(const std::string& str_Text) {
-  std::string str_Out = "'";
-  for (char c_Char : str_Text) {
-    if (c_Char == '\'') {
-      str_Out += "'\\''";
-    } else {
-      str_Out += c_Char;
-    }
-  }
-  str_Out += "'";
-  return str_Out;
+  return GChars_T(g_shell_quote(str_Text.c_str())).get();
 }

@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
+#include <glib.h>
 #include <ctime>
 #include <string>
 #include <sys/socket.h>
@@ -25,11 +26,7 @@ struct Watchdog_ST {
   socklen_t ui_AddrLen = 0;
 };
 
-long long f_MonoUs() {
-  struct timespec o_Now {};
-  clock_gettime(CLOCK_MONOTONIC, &o_Now);
-  return static_cast<long long>(o_Now.tv_sec) * 1000000 + o_Now.tv_nsec / 1000;
-}
+long long f_MonoUs() { return g_get_monotonic_time(); }
 
 // The environment is read once: the manager sets it before the start and never again.
 void f_ReadEnv(Watchdog_ST& o_Wd) {
