@@ -46,10 +46,9 @@ int AbstractConfigFile_CL::f_CfgFileChanged(const char* z_c_Path) {
 int AbstractConfigFile_CL::f_NewCfg(const char* z_c_Path) { return f_CfgFileChanged(z_c_Path); }
 
 int AbstractConfigFile_CL::f_Read(int i_TimeoutMs) {
-  if (f_LockFile(i_TimeoutMs) != 0) return -1;
-  int i_Ret = f_ReadFile();
-  f_UnlockFile();
-  return i_Ret;
+  FileLockGuard_CL<AbstractConfigFile_CL> o_Lock(*this, i_TimeoutMs);
+  if (!o_Lock.f_Locked()) return -1;
+  return f_ReadFile();  // a reader that throws still leaves the lock free
 }
 
 int AbstractConfigFile_CL::f_LockFile(int i_TimeoutMs) {
