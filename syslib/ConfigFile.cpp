@@ -4,6 +4,9 @@
 
 #include <cerrno>
 #include <cjson/cJSON.h>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <fcntl.h>
@@ -182,6 +185,23 @@ int ConfigFileHelper_CL::f_PutCfgItem(cJSON* o_Parent, const char* z_c_Key, CJso
 // --- editing ----------------------------------------------------------------------
 
 namespace {
+// A number item that reads back as exactly d_Value. cJSON prints a number with 15 digits
+// when that text parses back to within a relative DBL_EPSILON of it, which is one step of
+// the last bit off for some values (a cycle count of 7.677e18 came back 1024 lower); such a
+// value goes out as its 17 digits instead, which always read back unchanged. Every other
+// number is the plain item, printed as before.
+cJSON* f_CreateExactNumber(double d_Value) {
+  char a_c_Text[32];
+  if (std::isfinite(d_Value)) {
+    std::snprintf(a_c_Text, sizeof a_c_Text, "%1.15g", d_Value);
+    if (std::strtod(a_c_Text, nullptr) != d_Value) {
+      std::snprintf(a_c_Text, sizeof a_c_Text, "%1.17g", d_Value);
+      return cJSON_CreateRaw(a_c_Text);
+    }
+  }
+  return cJSON_CreateNumber(d_Value);
+}
+
 // Puts o_Item at tree[section][key] and takes it over in every case.
 int f_SetItem(cJSON* o_Tree, const char* z_c_Section, const char* z_c_Key, cJSON* o_Item) {
   CJsonTree_T o_Owned(o_Item);
@@ -224,22 +244,22 @@ int ConfigFileHelper_CL::f_SetCfgKey(cJSON* o_Tree, const char* z_c_Section, con
 
 int ConfigFileHelper_CL::f_SetCfgKey(cJSON* o_Tree, const char* z_c_Section, const char* z_c_Key,
                                      long l_Value) {
-  return f_SetItem(o_Tree, z_c_Section, z_c_Key, cJSON_CreateNumber(static_cast<double>(l_Value)));
+  return f_SetItem(o_Tree, z_c_Section, z_c_Key, f_CreateExactNumber(static_cast<double>(l_Value)));
 }
 
 int ConfigFileHelper_CL::f_SetCfgKey(cJSON* o_Tree, const char* z_c_Section, const char* z_c_Key,
                                      long long ll_Value) {
-  return f_SetItem(o_Tree, z_c_Section, z_c_Key, cJSON_CreateNumber(static_cast<double>(ll_Value)));
+  return f_SetItem(o_Tree, z_c_Section, z_c_Key, f_CreateExactNumber(static_cast<double>(ll_Value)));
 }
 
 int ConfigFileHelper_CL::f_SetCfgKey(cJSON* o_Tree, const char* z_c_Section, const char* z_c_Key,
                                      unsigned long ul_Value) {
-  return f_SetItem(o_Tree, z_c_Section, z_c_Key, cJSON_CreateNumber(static_cast<double>(ul_Value)));
+  return f_SetItem(o_Tree, z_c_Section, z_c_Key, f_CreateExactNumber(static_cast<double>(ul_Value)));
 }
 
 int ConfigFileHelper_CL::f_SetCfgKey(cJSON* o_Tree, const char* z_c_Section, const char* z_c_Key,
                                      double d_Value) {
-  return f_SetItem(o_Tree, z_c_Section, z_c_Key, cJSON_CreateNumber(d_Value));
+  return f_SetItem(o_Tree, z_c_Section, z_c_Key, f_CreateExactNumber(d_Value));
 }
 
 int ConfigFileHelper_CL::f_SetCfgKey(cJSON* o_Tree, const char* z_c_Section, const char* z_c_Key,
