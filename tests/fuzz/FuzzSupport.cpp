@@ -8,7 +8,9 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <set>
 #include <sstream>
+#include <vector>
 
 #include <cjson/cJSON.h>
 
@@ -90,6 +92,27 @@ bool f_FuzzRead(const std::string& str_Logical, std::string& str_Text) {
 }
 
 void f_FuzzRemove(const std::string& str_Logical) { unlink((str_Root + str_Logical).c_str()); }
+
+void f_FuzzRemoveNew() {
+  namespace fs = std::filesystem;
+  static const std::set<std::string> o_Baseline = [] {
+    std::set<std::string> o_Paths;
+    std::error_code o_Ec;
+    for (fs::recursive_directory_iterator o_It(str_Root, o_Ec), o_End; !o_Ec && o_It != o_End;
+         o_It.increment(o_Ec))
+      o_Paths.insert(o_It->path().string());
+    return o_Paths;
+  }();
+  std::vector<fs::path> v_New;
+  std::error_code o_Ec;
+  for (fs::recursive_directory_iterator o_It(str_Root, o_Ec), o_End; !o_Ec && o_It != o_End;
+       o_It.increment(o_Ec)) {
+    if (o_Baseline.count(o_It->path().string()) != 0) continue;
+    v_New.push_back(o_It->path());
+    o_It.disable_recursion_pending();  // removed whole below
+  }
+  for (const fs::path& o_Path : v_New) fs::remove_all(o_Path, o_Ec);
+}
 
 bool f_FuzzNothingOutsideRoot() {
   return f_CountEntries(str_Top) == 2 && f_CountEntries(str_Top + "/cwd") == 0;

@@ -13,6 +13,7 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* z_uc_Data, size_t ui_Size) {
   ErrorHandler_CL* z_o_Store = f_FuzzErrorStore();
+  f_FuzzRemoveNew();
   std::string str_Text(reinterpret_cast<const char*>(z_uc_Data), ui_Size);
   f_FuzzWrite(ErrorHandler_CL::A_C_CFG_PATH, str_Text);
   z_o_Store->f_CfgFileChanged(ErrorHandler_CL::A_C_CFG_PATH);
@@ -30,13 +31,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* z_uc_Data, size_t ui_Size) 
   for (const char* z_c_Kept : {"/home/tool/config", "/home/tool/config/log/rdystatus.json", "/etc/hostname"})
     FUZZ_CHECK(stat(f_SysPath(z_c_Kept).c_str(), &o_St) == 0);
 
-  // Back to the simulated tool's database, leaving no file of this input behind.
-  const std::string str_Path = z_o_Store->f_GetDBPath();
+  // Back to the simulated tool's database; what this input made goes at the next one.
   f_FuzzRemove(ErrorHandler_CL::A_C_CFG_PATH);
   z_o_Store->f_CfgFileChanged(ErrorHandler_CL::A_C_CFG_PATH);
-  if (str_Path != ErrorHandler_CL::A_C_DEFAULT_DB_PATH) {
-    f_FuzzRemove(str_Path);
-    f_FuzzRemove(str_Path + "-journal");
-  }
   return 0;
 }
