@@ -8,10 +8,9 @@
 #include <fstream>
 #include <iterator>
 
+#include "SysSrvNames.h"
+
 namespace {
-constexpr const char* A_C_BUS_NAME = "com.torvane.akku.SysService";
-constexpr const char* A_C_OBJECT_PATH = "/SysObj";
-constexpr const char* A_C_INTERFACE = "com.torvane.akku.SysInterface";
 constexpr int I_CALL_TIMEOUT_MS = 30000;
 
 double f_Percentile(const std::vector<double>& a_d_Sorted, double d_Fraction) {
@@ -101,7 +100,7 @@ bool Target_CL::f_Start(const std::string& str_Root, const std::string& str_Dbus
     g_usleep(20000);
   }
   ui_Subscription = g_dbus_connection_signal_subscribe(
-      z_o_Conn, nullptr, A_C_INTERFACE, nullptr, A_C_OBJECT_PATH, nullptr,
+      z_o_Conn, nullptr, SYSSRV_INTERFACE, nullptr, SYSSRV_OBJECT_PATH, nullptr,
       G_DBUS_SIGNAL_FLAGS_NONE, f_OnSignal, this, nullptr);
 
   if (!o_Service.f_Start(a_str_Argv,
@@ -115,7 +114,7 @@ bool Target_CL::f_Start(const std::string& str_Root, const std::string& str_Dbus
   for (;;) {
     GVariant* o_Reply = g_dbus_connection_call_sync(
         z_o_Conn, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
-        "NameHasOwner", g_variant_new("(s)", A_C_BUS_NAME), G_VARIANT_TYPE("(b)"),
+        "NameHasOwner", g_variant_new("(s)", SYSSRV_BUS_NAME), G_VARIANT_TYPE("(b)"),
         G_DBUS_CALL_FLAGS_NONE, -1, nullptr, nullptr);
     gboolean b_Owned = FALSE;
     if (o_Reply != nullptr) {
@@ -168,7 +167,7 @@ void Target_CL::f_ResetSignals() {
 bool Target_CL::f_Call(const Call_ST& o_Call) {
   GError* o_Error = nullptr;
   GVariant* o_Reply = g_dbus_connection_call_sync(
-      z_o_Conn, A_C_BUS_NAME, A_C_OBJECT_PATH, A_C_INTERFACE, o_Call.z_c_Method, o_Call.o_Params,
+      z_o_Conn, SYSSRV_BUS_NAME, SYSSRV_OBJECT_PATH, SYSSRV_INTERFACE, o_Call.z_c_Method, o_Call.o_Params,
       nullptr, G_DBUS_CALL_FLAGS_NONE, I_CALL_TIMEOUT_MS, nullptr, &o_Error);
   if (o_Reply == nullptr) {
     f_Fail(o_Call.z_c_Method, o_Error);
@@ -222,7 +221,7 @@ Sample_ST Target_CL::f_RunPipelined(int i_Calls, int i_Depth, const MakeCall_T& 
     while (i_Sent < i_Calls && i_Sent - o_Pipe.i_Done < i_Depth) {
       Call_ST o_Call = f_Make(i_Sent);
       o_Pipe.a_i_SentUs[static_cast<size_t>(i_Sent)] = g_get_monotonic_time();
-      g_dbus_connection_call(z_o_Conn, A_C_BUS_NAME, A_C_OBJECT_PATH, A_C_INTERFACE,
+      g_dbus_connection_call(z_o_Conn, SYSSRV_BUS_NAME, SYSSRV_OBJECT_PATH, SYSSRV_INTERFACE,
                              o_Call.z_c_Method, o_Call.o_Params, nullptr,
                              G_DBUS_CALL_FLAGS_NONE, I_CALL_TIMEOUT_MS, nullptr, f_Done,
                              new PendingCall_ST{&o_Pipe, i_Sent});

@@ -13,12 +13,11 @@
 #include <string>
 #include <unordered_set>
 
+#include "SysSrvNames.h"
+
 extern const char introspection_xml[];
 
 namespace {
-constexpr const char* A_C_BUS_NAME = "com.torvane.akku.SysService";
-constexpr const char* A_C_OBJECT_PATH = "/SysObj";
-constexpr const char* A_C_INTERFACE = "com.torvane.akku.SysInterface";
 constexpr const char* A_C_PRG_CFG_PATH = "/home/tool/config/OkNokCntCfg.json";
 constexpr const char* A_C_JOB_CFG_PATH = "/home/tool/config/JobOkNokCntCfg.json";
 // The same bound as the service's default list, so both keep the same number of codes.
@@ -35,7 +34,7 @@ struct RefState_ST {
 RefState_ST o_State;
 
 void f_Emit(const char* z_c_Signal, GVariant* o_Params) {
-  g_dbus_connection_emit_signal(o_State.z_o_Conn, nullptr, A_C_OBJECT_PATH, A_C_INTERFACE,
+  g_dbus_connection_emit_signal(o_State.z_o_Conn, nullptr, SYSSRV_OBJECT_PATH, SYSSRV_INTERFACE,
                                 z_c_Signal, o_Params, nullptr);
 }
 
@@ -100,9 +99,9 @@ const GDBusInterfaceVTable o_VTable = {f_HandleCall, nullptr, nullptr, {nullptr}
 void f_OnBusAcquired(GDBusConnection* z_o_Conn, const gchar*, gpointer z_v_Node) {
   auto* z_o_Node = static_cast<GDBusNodeInfo*>(z_v_Node);
   o_State.z_o_Conn = z_o_Conn;
-  if (g_dbus_connection_register_object(z_o_Conn, A_C_OBJECT_PATH, z_o_Node->interfaces[0],
+  if (g_dbus_connection_register_object(z_o_Conn, SYSSRV_OBJECT_PATH, z_o_Node->interfaces[0],
                                         &o_VTable, nullptr, nullptr, nullptr) == 0) {
-    g_printerr("syssrv-bench-ref: cannot register %s\n", A_C_OBJECT_PATH);
+    g_printerr("syssrv-bench-ref: cannot register %s\n", SYSSRV_OBJECT_PATH);
     std::exit(1);
   }
 }
@@ -123,7 +122,7 @@ int main() {
   if (z_o_Node == nullptr) return 1;
   GMainLoop* z_o_Loop = g_main_loop_new(nullptr, FALSE);
   g_unix_signal_add(SIGTERM, f_OnTerm, z_o_Loop);
-  guint ui_Owner = g_bus_own_name(G_BUS_TYPE_SYSTEM, A_C_BUS_NAME, G_BUS_NAME_OWNER_FLAGS_NONE,
+  guint ui_Owner = g_bus_own_name(G_BUS_TYPE_SYSTEM, SYSSRV_BUS_NAME, G_BUS_NAME_OWNER_FLAGS_NONE,
                                   f_OnBusAcquired, nullptr, f_OnNameLost, z_o_Node, nullptr);
   g_main_loop_run(z_o_Loop);
   g_bus_unown_name(ui_Owner);

@@ -4,12 +4,12 @@
 #include <cjson/cJSON.h>
 #include <syslog.h>
 
+#include "SysSrvNames.h"
 #include "sysLib/ConfigFile.h"
 
 namespace {
 
 constexpr const char* A_C_CHANCFG = "/home/tool/config/ChanCfg.json";
-constexpr int I_MAINTENANCE_DUE = 3216;
 constexpr const char* A_C_PROCESS = "syssrv-bridge";
 
 std::string f_Print(cJSON* z_o_Body) {
@@ -290,14 +290,14 @@ void PlantFeed_CL::f_Refresh() {
     for (guint i = 0; i < z_o_List->len; i++) {
       auto* z_o_E = static_cast<SysSrvErrorEntry*>(g_ptr_array_index(z_o_List, i));
       cJSON_AddItemToArray(z_o_Arr, f_ErrorJson(z_o_E->code, z_o_E->error_class, z_o_E->date));
-      b_Due = b_Due || z_o_E->code == I_MAINTENANCE_DUE;
+      b_Due = b_Due || sys_srv_error_encode(z_o_E->code, z_o_E->error_class) == I_SYSERR_MAINTENANCE_DUE;
     }
     g_ptr_array_unref(z_o_List);
     f_SetState("errors", z_o_Errors);
   } else {
     syslog(LOG_WARNING, "bridge: cannot read the active errors: %s", z_o_Err->message);
     g_error_free(z_o_Err);
-    b_Due = i_Code == I_MAINTENANCE_DUE;
+    b_Due = sys_srv_error_encode(i_Code, i_Class) == I_SYSERR_MAINTENANCE_DUE;
   }
 
   cJSON* z_o_Raw = nullptr;

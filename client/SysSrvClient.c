@@ -235,15 +235,15 @@ GVariant* sys_srv_client_call_sync(SysSrvClient* self, const gchar* method, GVar
                                    gint timeout_ms, GCancellable* cancellable, GError** error) {
   g_return_val_if_fail(SYS_SRV_IS_CLIENT(self), NULL);
   return g_dbus_connection_call_sync(
-      self->z_o_Conn, SYS_SRV_BUS_NAME, SYS_SRV_OBJECT_PATH, SYS_SRV_INTERFACE, method, parameters,
+      self->z_o_Conn, SYSSRV_BUS_NAME, SYSSRV_OBJECT_PATH, SYSSRV_INTERFACE, method, parameters,
       reply_type, flags, timeout_ms < 0 ? self->i_TimeoutMs : timeout_ms, cancellable, error);
 }
 
 gboolean sys_srv_client_send(SysSrvClient* self, const gchar* method, GVariant* parameters,
                              guint32* out_serial, GError** error) {
   g_return_val_if_fail(SYS_SRV_IS_CLIENT(self), FALSE);
-  GDBusMessage* z_o_Msg = g_dbus_message_new_method_call(SYS_SRV_BUS_NAME, SYS_SRV_OBJECT_PATH,
-                                                         SYS_SRV_INTERFACE, method);
+  GDBusMessage* z_o_Msg = g_dbus_message_new_method_call(SYSSRV_BUS_NAME, SYSSRV_OBJECT_PATH,
+                                                         SYSSRV_INTERFACE, method);
   g_dbus_message_set_body(z_o_Msg, parameters);
   g_dbus_message_set_flags(z_o_Msg, G_DBUS_MESSAGE_FLAGS_NO_REPLY_EXPECTED);
   gboolean b_Ok = g_dbus_connection_send_message(self->z_o_Conn, z_o_Msg,
@@ -282,8 +282,8 @@ void f_CallTypedAsync(SysSrvClient* z_o_Self, const gchar* z_c_Method, GVariant*
   GTask* z_o_Task = g_task_new(z_o_Self, z_o_Cancel, f_Done, z_v_Data);
   g_task_set_source_tag(z_o_Task, z_v_Tag);
   g_task_set_task_data(z_o_Task, g_strdup(z_c_Method), g_free);
-  g_dbus_connection_call(z_o_Self->z_o_Conn, SYS_SRV_BUS_NAME, SYS_SRV_OBJECT_PATH,
-                         SYS_SRV_INTERFACE, z_c_Method, o_Params,
+  g_dbus_connection_call(z_o_Self->z_o_Conn, SYSSRV_BUS_NAME, SYSSRV_OBJECT_PATH,
+                         SYSSRV_INTERFACE, z_c_Method, o_Params,
                          G_VARIANT_TYPE(f_ReplyTypeOf(z_c_Method)), G_DBUS_CALL_FLAGS_NONE,
                          z_o_Self->i_TimeoutMs, z_o_Cancel, f_OnTypedReply, z_o_Task);
 }
@@ -392,8 +392,8 @@ static void f_Load(SysSrvClient* z_o_Self, en_Load e_What) {
   z_o_Load->e_What = e_What;
   const gchar* z_c_Method = A_Z_C_LOAD_METHODS[e_What];
   z_o_Self->ui_Pending++;
-  g_dbus_connection_call(z_o_Self->z_o_Conn, SYS_SRV_BUS_NAME, SYS_SRV_OBJECT_PATH,
-                         SYS_SRV_INTERFACE, z_c_Method,
+  g_dbus_connection_call(z_o_Self->z_o_Conn, SYSSRV_BUS_NAME, SYSSRV_OBJECT_PATH,
+                         SYSSRV_INTERFACE, z_c_Method,
                          e_What == en_LoadStatus ? g_variant_new("(i)", 0) : NULL,
                          G_VARIANT_TYPE(f_ReplyTypeOf(z_c_Method)), G_DBUS_CALL_FLAGS_NO_AUTO_START,
                          z_o_Self->i_TimeoutMs, z_o_Self->z_o_Cancel, f_OnLoaded, z_o_Load);
@@ -902,10 +902,10 @@ SysSrvClient* sys_srv_client_new_for_address_sync(const gchar* address, GCancell
   z_o_Self->z_c_Address = g_strdup(address);
   z_o_Self->z_o_Conn = z_o_Conn;
   z_o_Self->ui_Sub = g_dbus_connection_signal_subscribe(
-      z_o_Conn, SYS_SRV_BUS_NAME, SYS_SRV_INTERFACE, NULL, SYS_SRV_OBJECT_PATH, NULL,
+      z_o_Conn, SYSSRV_BUS_NAME, SYSSRV_INTERFACE, NULL, SYSSRV_OBJECT_PATH, NULL,
       G_DBUS_SIGNAL_FLAGS_NONE, f_OnSignal, z_o_Self, NULL);
   z_o_Self->ui_Watch =
-      g_bus_watch_name_on_connection(z_o_Conn, SYS_SRV_BUS_NAME, G_BUS_NAME_WATCHER_FLAGS_NONE,
+      g_bus_watch_name_on_connection(z_o_Conn, SYSSRV_BUS_NAME, G_BUS_NAME_WATCHER_FLAGS_NONE,
                                      f_OnAppeared, f_OnVanished, z_o_Self, NULL);
   return z_o_Self;
 }
@@ -942,7 +942,7 @@ gchar* sys_srv_client_lookup_owner_sync(SysSrvClient* self, GCancellable* cancel
   GError* z_o_Err = NULL;
   GVariant* o_Reply = g_dbus_connection_call_sync(
       self->z_o_Conn, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
-      "GetNameOwner", g_variant_new("(s)", SYS_SRV_BUS_NAME), G_VARIANT_TYPE("(s)"),
+      "GetNameOwner", g_variant_new("(s)", SYSSRV_BUS_NAME), G_VARIANT_TYPE("(s)"),
       G_DBUS_CALL_FLAGS_NONE, self->i_TimeoutMs, cancellable, &z_o_Err);
   if (o_Reply == NULL) {
     /* Nobody owning the name is an answer, not a failure. */

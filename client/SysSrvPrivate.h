@@ -2,6 +2,7 @@
 #ifndef SYSSRV_PRIVATE_H
 #define SYSSRV_PRIVATE_H
 
+#include "SysSrvNames.h"
 #include "syssrv-client.h"
 
 G_BEGIN_DECLS

@@ -17,7 +17,8 @@ G_BEGIN_DECLS
 #define SYSSRV_API
 #endif
 
-/* The service's place on the bus. */
+/* The service's place on the bus. The library's build checks these against the names the
+ * service itself is built with. */
 #define SYS_SRV_BUS_NAME "com.torvane.akku.SysService"
 #define SYS_SRV_OBJECT_PATH "/SysObj"
 #define SYS_SRV_INTERFACE "com.torvane.akku.SysInterface"

@@ -3,14 +3,13 @@
 #include <gio/gio.h>
 #include <semaphore.h>
 
+#include "SysSrvNames.h"
+
 class Bms_CL;
 class ChanCfg_CL;
 class ErrorHandler_CL;
 class BatchCntCfg_CL;
 
-constexpr const char* A_C_BUS_NAME = "com.torvane.akku.SysService";
-constexpr const char* A_C_OBJECT_PATH = "/SysObj";
-constexpr const char* A_C_INTERFACE = "com.torvane.akku.SysInterface";
 // The name the service reports its own errors with.
 constexpr const char* A_C_SERVICE_PROC = "SysSrv.elf";
 

@@ -58,7 +58,6 @@ class TypschildKiro_CL : public Typschild_CL {
   static constexpr const char* Z_C_CRC_START_ID = "###";
   static constexpr const char* Z_C_CRC_END_ID = "***";
   static constexpr unsigned short US_CRC_SEED = 0xFFFF;
-  static constexpr int I_ERR_NAMEPLATE_CRC = 3201;  // code 400, class 1
   static constexpr int I_INT_MISSING = INT_MIN;
   static constexpr double D_REAL_MISSING = -2147483648.0;
   static constexpr int I_IMPULSE_DEFAULT = 24;

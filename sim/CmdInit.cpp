@@ -13,6 +13,7 @@
 #include "SimCommands.h"
 #include "SimCommon.h"
 #include "SimRoot.h"
+#include "SysSrvNames.h"
 #include "sysLib/BmsShMem.h"
 #include "sysLib/ConfigFile.h"
 #include "sysLib/ErrorShMem.h"
@@ -23,11 +24,13 @@ namespace {
 // Configuration files, written formatted the way the tool's own writers leave them.
 constexpr const char* Z_C_SYSERROR_JSON =
     R"({"DbFilePath":"/mnt/log/syserrors.sq3","MaxErrors":512})";
-// Flags 3 (no active system error) and 6 (battery) are the service's own and required;
-// the tool process's flag is listed to show a known but not required flag.
-constexpr const char* Z_C_RDYSTATUS_JSON =
-    R"({"flags":[{"nr":1,"state":0,"name":"ToolProc"},)"
-    R"({"nr":3,"state":1,"name":"SysSrv"},{"nr":6,"state":1,"name":"Battery"}]})";
+// The service's own flags (no active system error, battery) are required; the tool
+// process's flag is listed to show a known but not required flag.
+std::string f_RdyStatusJson() {
+  return f_Format(R"({"flags":[{"nr":1,"state":0,"name":"ToolProc"},)"
+                  R"({"nr":%d,"state":1,"name":"SysSrv"},{"nr":%d,"state":1,"name":"Battery"}]})",
+                  I_RDY_FLAG_NO_SYS_ERROR, I_RDY_FLAG_BATTERY);
+}
 constexpr const char* Z_C_COUNTERS_JSON = R"({"CntrSets":[],"BmsSelect":false})";
 constexpr const char* Z_C_RESSRV_JSON = R"({"id_code":{"active":0,"del_after_start":false,)"
                                         R"("src":[{"id":0,"show":true,"name":"Scanner"}]}})";
@@ -155,7 +158,7 @@ int f_CmdInit(int i_Argc, char** a_z_c_Argv) {
   for (const char* z_c_Dir : a_z_c_Dirs) f_MakeDirs(o_Root.f_Path(z_c_Dir));
 
   f_WriteFileAtomic(o_Root.f_Path(SimPath::SYSERROR_CFG), f_PrettyJson(Z_C_SYSERROR_JSON));
-  f_WriteFileAtomic(o_Root.f_Path(SimPath::RDYSTATUS_CFG), f_PrettyJson(Z_C_RDYSTATUS_JSON));
+  f_WriteFileAtomic(o_Root.f_Path(SimPath::RDYSTATUS_CFG), f_PrettyJson(f_RdyStatusJson().c_str()));
   f_WriteFileAtomic(o_Root.f_Path(SimPath::TEMP_LIMIT), "75\n");
   f_WriteFileAtomic(o_Root.f_Path(SimPath::OKNOK_CFG), f_PrettyJson(Z_C_COUNTERS_JSON));
   f_WriteFileAtomic(o_Root.f_Path(SimPath::JOB_OKNOK_CFG), f_PrettyJson(Z_C_COUNTERS_JSON));

@@ -85,15 +85,18 @@ int f_CmdShow(int i_Argc, char** a_z_c_Argv) {
   f_Part("BMS outputs", [&] {
     SimBms_CL o_Bms(o_Root);
     std::string str_Text = f_Format("0x%08X", o_Bms.f_Outputs());
-    for (int i_Line : {17, 18, 29, 30, 31}) {
-      str_Text += f_Format("  %s(%d)=%u", f_BmsLineName(true, i_Line), i_Line,
-                           (o_Bms.f_Outputs() >> i_Line) & 1U);
+    for (size_t i = 0; i < UI_BMS_LINES; ++i) {
+      const BmsLine_ST& o_L = A_O_BMS_LINES[i];
+      if (!o_L.b_Output) continue;
+      str_Text += f_Format("  %s(%d)=%u", o_L.z_c_Name, o_L.i_Line,
+                           (o_Bms.f_Outputs() >> o_L.i_Line) & 1U);
     }
     return str_Text;
   });
   f_Part("BMS inputs", [&] {
     SimBms_CL o_Bms(o_Root);
-    return f_Format("0x%08X  acknowledge(17)=%u", o_Bms.f_Inputs(), (o_Bms.f_Inputs() >> 17) & 1U);
+    return f_Format("0x%08X  acknowledge(%d)=%u", o_Bms.f_Inputs(), I_BMS_IN_ACK,
+                    (o_Bms.f_Inputs() >> I_BMS_IN_ACK) & 1U);
   });
 
   FlagNames_T o_Names;

@@ -20,13 +20,13 @@
 #include <vector>
 
 #include "SimCommands.h"
+#include "SysSrvNames.h"
 #include "SimCommon.h"
 #include "SimRoot.h"
 #include "sysLib/Holders.h"
 
 namespace {
 
-constexpr const char* A_C_SRV_NAME = "com.torvane.akku.SysService";
 constexpr const char* A_C_BUS_PID = "/sim/bus.pid";
 constexpr const char* A_C_SRV_PID = "/sim/syssrv.pid";
 // Start-up takes a few seconds on a PC, far longer under an emulator on a loaded machine.
@@ -213,7 +213,7 @@ void f_WaitForName(const std::string& str_Address, pid_t i_Pid, const std::strin
     }
     Variant_T o_Reply(g_dbus_connection_call_sync(
         z_o_Conn, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
-        "NameHasOwner", g_variant_new("(s)", A_C_SRV_NAME), G_VARIANT_TYPE("(b)"),
+        "NameHasOwner", g_variant_new("(s)", SYSSRV_BUS_NAME), G_VARIANT_TYPE("(b)"),
         G_DBUS_CALL_FLAGS_NONE, 5000, nullptr, nullptr));
     if (o_Reply) {
       gboolean b_Has = FALSE;

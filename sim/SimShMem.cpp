@@ -73,27 +73,36 @@ void f_WriteSmod(const SimRoot_CL& o_Root, uint8_t uc_Smod) {
   static_cast<ErrorShMemData_ST*>(o_Map.f_Data())->uc_Smod = uc_Smod;
 }
 
+const BmsLine_ST A_O_BMS_LINES[] = {
+    {false, I_BMS_IN_ACK, "acknowledge"},
+    {true, I_BMS_OUT_READY, "ready"},
+    {true, I_BMS_OUT_NO_ERROR, "no active error"},
+    {true, I_BMS_OUT_BATT_USABLE, "battery usable"},
+    {true, I_BMS_OUT_BATT_OFF, "battery off"},
+    {true, I_BMS_OUT_MAINTENANCE_DUE, "maintenance due"},
+};
+const size_t UI_BMS_LINES = sizeof(A_O_BMS_LINES) / sizeof(A_O_BMS_LINES[0]);
+
 const char* f_BmsLineName(bool b_Output, int i_Line) {
-  if (!b_Output) return i_Line == 17 ? "acknowledge" : "";
-  switch (i_Line) {
-    case 17:
-      return "ready";
-    case 18:
-      return "no active error";
-    case 29:
-      return "battery usable";
-    case 30:
-      return "battery off";
-    case 31:
-      return "maintenance due";
-    default:
-      return "";
+  for (const BmsLine_ST& o_L : A_O_BMS_LINES) {
+    if (o_L.b_Output == b_Output && o_L.i_Line == i_Line) return o_L.z_c_Name;
   }
+  return "";
+}
+
+std::string f_BmsKnownLines() {
+  std::string str_In, str_Out;
+  for (const BmsLine_ST& o_L : A_O_BMS_LINES) {
+    std::string& str_List = o_L.b_Output ? str_Out : str_In;
+    if (!str_List.empty()) str_List += ", ";
+    str_List += f_Format("%d %s", o_L.i_Line, o_L.z_c_Name);
+  }
+  return "input " + str_In + ";\noutputs " + str_Out + ".";
 }
 
 std::string f_BmsBitList(uint32_t ui_Word, bool b_Output) {
   std::string str_List;
-  for (int i = 0; i < 32; ++i) {
+  for (int i = 0; i < I_BMS_LINE_COUNT; ++i) {
     if ((ui_Word & (1U << i)) == 0) continue;
     if (!str_List.empty()) str_List += ", ";
     const char* z_c_Name = f_BmsLineName(b_Output, i);

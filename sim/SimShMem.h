@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <string>
 
+#include "SysSrvNames.h"
 #include "sysLib/BmsShMem.h"
 #include "sysLib/ErrorShMem.h"
 
@@ -45,7 +46,17 @@ class SimBms_CL {
 ErrorShMemData_ST f_ReadErrorShMem(const SimRoot_CL& o_Root);
 void f_WriteSmod(const SimRoot_CL& o_Root, uint8_t uc_Smod);
 
-// Names of the BMS lines the service uses, for listings; empty for other lines.
+// The BMS lines the service uses, with their names for listings.
+struct BmsLine_ST {
+  bool b_Output;
+  int i_Line;
+  const char* z_c_Name;
+};
+extern const BmsLine_ST A_O_BMS_LINES[];
+extern const size_t UI_BMS_LINES;
+// The name of a line the service uses; empty for other lines.
 const char* f_BmsLineName(bool b_Output, int i_Line);
+// "input 17 acknowledge;\noutputs 17 ready, ..." for help texts.
+std::string f_BmsKnownLines();
 // "17 (ready), 18 (no active error)" for the set bits of a word.
 std::string f_BmsBitList(uint32_t ui_Word, bool b_Output);

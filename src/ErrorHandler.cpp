@@ -19,6 +19,7 @@
 #include <unistd.h>
 #include <vector>
 
+#include "SysSrvNames.h"
 #include "SystemSrv.h"
 #include "sysLib/Bms.h"
 #include "sysLib/ConfigFile.h"
@@ -374,7 +375,7 @@ int ErrorHandler_CL::f_DBOpenFile(const std::string& str_File) {
   syslog(LOG_INFO, "%s  - OK", A_C_ACK_ALL_CMD);
   o_Stmt.reset();
 
-  f_SetRdyFlag(3);
+  f_SetRdyFlag(I_RDY_FLAG_NO_SYS_ERROR);
   return 0;
 }
 
@@ -642,8 +643,8 @@ void ErrorHandler_CL::f_ShowNewError(const Report_ST& o_R) {
 
   // Class 0 errors are notes: the tool stays ready.
   if (o_R.i_Class != 0) {
-    f_ResetRdyFlag(3);
-    z_o_Bms->f_Out(18, false);
+    f_ResetRdyFlag(I_RDY_FLAG_NO_SYS_ERROR);
+    z_o_Bms->f_Out(I_BMS_OUT_NO_ERROR, false);
   }
 }
 
@@ -788,8 +789,8 @@ void ErrorHandler_CL::f_RetryPending() {
 // --- current error and acknowledgement -------------------------------------------------
 
 void ErrorHandler_CL::f_SetNoActiveError() {
-  f_SetRdyFlag(3);
-  z_o_Bms->f_Out(18, true);
+  f_SetRdyFlag(I_RDY_FLAG_NO_SYS_ERROR);
+  z_o_Bms->f_Out(I_BMS_OUT_NO_ERROR, true);
   if (z_o_ErrShMem != nullptr) z_o_ErrShMem->i_CurError = 0;
 }
 

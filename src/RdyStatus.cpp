@@ -6,6 +6,7 @@
 #include <syslog.h>
 
 #include "ErrorHandler.h"
+#include "SysSrvNames.h"
 #include "sysLib/Bms.h"
 #include "sysLib/ConfigFile.h"
 #include "sysLib/SysCmd.h"
@@ -160,14 +161,14 @@ void ErrorHandler_CL::f_RdyChecker() {
   // Output and signal only on a change: the peers react to edges, and a flag that drops
   // and comes back between two ticks is no change for them.
   if (!b_Ready && b_RdyAlt) {
-    z_o_Bms->f_Out(17, false);
+    z_o_Bms->f_Out(I_BMS_OUT_READY, false);
     syslog(LOG_INFO, "f_RdyChecker - Soll: %d, Ist: %d", static_cast<int>(ui_Soll),
            static_cast<int>(ui_Ist));
     f_Signal("rdychanged", g_variant_new("(ii)", static_cast<gint32>(ui_Ist & ui_Soll),
                                          static_cast<gint32>(ui_Soll)));
     b_RdyAlt = false;
   } else if (b_Ready && !b_RdyAlt) {
-    z_o_Bms->f_Out(17, true);
+    z_o_Bms->f_Out(I_BMS_OUT_READY, true);
     syslog(LOG_INFO, "f_RdyChecker - Soll: %d, Ist: %d", static_cast<int>(ui_Soll),
            static_cast<int>(ui_Ist));
     f_Signal("rdychanged", g_variant_new("(ii)", static_cast<gint32>(ui_Ist & ui_Soll),

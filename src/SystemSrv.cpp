@@ -98,7 +98,7 @@ void f_SysObjConstruct(SysObj* z_o_Obj) {
   // Errors raised while starting (a nameplate CRC, say) wait for the error store.
   z_o_Error->f_UseLocalStore();
   z_o_Error->f_SetProcName(A_C_SERVICE_PROC);
-  z_o_Error->f_ResetRdyFlag(3);
+  z_o_Error->f_ResetRdyFlag(I_RDY_FLAG_NO_SYS_ERROR);
 
   z_o_Obj->connection = nullptr;
   z_o_Obj->i_BattPower = -1;
@@ -150,20 +150,20 @@ void f_SysObjConstruct(SysObj* z_o_Obj) {
   if (f_SysCmd(a_c_Cmd, nullptr, 0) != 0) return;
 
   if (!f_Build(z_o_Bms, [] { return new Bms_CL(); })) return;
-  z_o_Obj->b_AckInputLevel = !z_o_Bms->f_In(17);
+  z_o_Obj->b_AckInputLevel = !z_o_Bms->f_In(I_BMS_IN_ACK);
   if (!f_Build(z_o_ChanCfg, [z_o_Obj] { return new ChanCfg_CL(z_o_Obj); })) return;
 
   if (!f_Build(z_o_ErrorHandler, [z_o_Obj] {
         return new ErrorHandler_CL(z_o_Obj, sys_obj_get_type(), z_o_Bms);
       }))
     return;
-  z_o_Bms->f_Out(17, false);
+  z_o_Bms->f_Out(I_BMS_OUT_READY, false);
   z_o_BatchCntCfg = new BatchCntCfg_CL("/home/tool/config/OkNokCntCfg.json");
   z_o_JobBatchCntCfg = new BatchCntCfg_CL("/home/tool/config/JobOkNokCntCfg.json");
 
   f_SysDiagSetBatteryStatus(4);
   f_SysDiagSetBatteryPower(0);
-  z_o_ErrorHandler->f_SetRdyFlag(3);
+  z_o_ErrorHandler->f_SetRdyFlag(I_RDY_FLAG_NO_SYS_ERROR);
 }
 
 namespace {
@@ -194,7 +194,7 @@ void f_RequestProcEnd(int i_Status) {
 void on_bus_acquired(GDBusConnection* connection, const gchar*, gpointer user_data) {
   SysObj* z_o_Obj = static_cast<SysObj*>(user_data);
   guint registration_id = g_dbus_connection_register_object(
-      connection, A_C_OBJECT_PATH, introspection_data->interfaces[0], &interface_vtable,
+      connection, SYSSRV_OBJECT_PATH, introspection_data->interfaces[0], &interface_vtable,
       z_o_Obj, nullptr, nullptr);
   g_assert(registration_id > 0);
   // The service keeps its own reference: the bus library drops its own when the connection
@@ -267,8 +267,8 @@ gboolean f_EmitSignal(SysObj* z_o_Obj, const char* z_c_Signal, GVariant* o_Param
   }
   f_AccessDbus(z_o_Obj);
   GErrorHolder_CL o_Err;
-  gboolean b_Ok = g_dbus_connection_emit_signal(z_o_Obj->connection, nullptr, A_C_OBJECT_PATH,
-                                                A_C_INTERFACE, z_c_Signal, o_Params,
+  gboolean b_Ok = g_dbus_connection_emit_signal(z_o_Obj->connection, nullptr, SYSSRV_OBJECT_PATH,
+                                                SYSSRV_INTERFACE, z_c_Signal, o_Params,
                                                 o_Err.f_Out());
   f_ReleaseDbus(z_o_Obj);
   if (!b_Ok && g_error_matches(o_Err.get(), G_IO_ERROR, G_IO_ERROR_CLOSED)) {
@@ -291,7 +291,7 @@ gboolean f_CheckProcTerm(gpointer z_v_Obj) {
   syslog(LOG_INFO, "f_SystemChecker - Proc End is near");
   if (z_o_ErrorHandler != nullptr) {
     // Tell the peers we are no longer ready before we go.
-    z_o_ErrorHandler->f_ResetRdyFlag(3);
+    z_o_ErrorHandler->f_ResetRdyFlag(I_RDY_FLAG_NO_SYS_ERROR);
     z_o_ErrorHandler->f_RdyChecker();
   }
   delete z_o_ChanCfg;

@@ -9,6 +9,7 @@
 #include <memory>
 #include <syslog.h>
 
+#include "SysSrvNames.h"
 #include "sysLib/Crc.h"
 #include "sysLib/Error.h"
 #include "sysLib/Gpio.h"
@@ -169,7 +170,7 @@ int TypschildKiro_CL::f_ReadTypschildSector(int i_SectionOffset, bool b_CheckCrc
   if (!b_CheckCrc) return 0;
   if (f_CheckCrc() != 0) {
     // A nameplate that does not match its CRC describes some other tool, or none.
-    Error_CL::f_GetErrorObj()->f_Insert(I_ERR_NAMEPLATE_CRC);
+    Error_CL::f_GetErrorObj()->f_Insert(I_SYSERR_NAMEPLATE_CRC);
     return -1;
   }
   syslog(LOG_INFO, "TypschildKiro_CL::f_ReadTypschildSector - CRC OK");

@@ -34,7 +34,7 @@ int main(int i_Argc, char** a_z_c_Argv) {
   g_assert(introspection_data != NULL);
 
   SysObj* z_o_Obj = static_cast<SysObj*>(g_object_new(sys_obj_get_type(), nullptr));
-  guint ui_OwnerId = g_bus_own_name(G_BUS_TYPE_SYSTEM, A_C_BUS_NAME, G_BUS_NAME_OWNER_FLAGS_NONE,
+  guint ui_OwnerId = g_bus_own_name(G_BUS_TYPE_SYSTEM, SYSSRV_BUS_NAME, G_BUS_NAME_OWNER_FLAGS_NONE,
                                     on_bus_acquired, on_name_acquired, on_name_lost, z_o_Obj,
                                     nullptr);
   pthread_sigmask(SIG_UNBLOCK, &o_MainThreadSignals, nullptr);

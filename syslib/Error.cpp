@@ -7,14 +7,12 @@
 #include <sys/prctl.h>
 #include <syslog.h>
 
+#include "SysSrvNames.h"
 #include "sysLib/ErrorShMem.h"
 #include "sysLib/Holders.h"
 #include "sysLib/ShMem.h"
 
 namespace {
-constexpr const char* A_C_BUS_NAME = "com.torvane.akku.SysService";
-constexpr const char* A_C_OBJECT_PATH = "/SysObj";
-constexpr const char* A_C_INTERFACE = "com.torvane.akku.SysInterface";
 constexpr int I_CALL_TIMEOUT_MS = 2000;
 
 bool f_FlagOk(int i_Nr) { return i_Nr >= 0 && i_Nr < 32; }
@@ -109,7 +107,7 @@ int Error_CL::f_Insert(int i_CodedErr) {
   Variant_T o_Reply;
   if (z_o_Conn != nullptr) {
     o_Reply.reset(g_dbus_connection_call_sync(
-        z_o_Conn, A_C_BUS_NAME, A_C_OBJECT_PATH, A_C_INTERFACE, "freporterror",
+        z_o_Conn, SYSSRV_BUS_NAME, SYSSRV_OBJECT_PATH, SYSSRV_INTERFACE, "freporterror",
         g_variant_new("(sss)", o_Proc.get(), a_c_Code, ""), nullptr, G_DBUS_CALL_FLAGS_NONE,
         I_CALL_TIMEOUT_MS, nullptr, o_Err.f_Out()));
     g_object_unref(z_o_Conn);

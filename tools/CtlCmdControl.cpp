@@ -5,16 +5,19 @@
 #include <cstring>
 
 #include "CtlCommands.h"
+#include "SysSrvNames.h"
 #include "sysLib/SysPath.h"
 
 namespace {
 
 // Flags whose state the service itself keeps: a change from outside lasts only until its
 // next own update.
-const char* f_OwnFlagNote(int i_Flag) {
-  if (i_Flag == 3) return "flag 3 (no active system error) is kept by SysSrv itself";
-  if (i_Flag == 6) return "flag 6 (battery) is kept by SysSrv itself";
-  return nullptr;
+std::string f_OwnFlagNote(int i_Flag) {
+  const char* z_c_What = i_Flag == I_RDY_FLAG_NO_SYS_ERROR ? "no active system error"
+                         : i_Flag == I_RDY_FLAG_BATTERY    ? "battery"
+                                                           : nullptr;
+  return z_c_What != nullptr ? f_Format("flag %d (%s) is kept by SysSrv itself", i_Flag, z_c_What)
+                             : std::string();
 }
 
 std::string f_FlagName(int i_Flag, const FlagNames_T& o_Names) {
@@ -190,7 +193,8 @@ int f_CmdReady(int i_Argc, char** a_z_c_Argv) {
   o_Bus.f_Call(b_Set ? "frdyflagset" : "frdyflagreset", g_variant_new("(i)", i_Flag));
   FlagNames_T o_Names = f_ReadFlagNames();
   std::printf("Flag %s %s.\n", f_FlagName(i_Flag, o_Names).c_str(), b_Set ? "set" : "reset");
-  if (const char* z_c_Note = f_OwnFlagNote(i_Flag)) std::printf("Note: %s.\n", z_c_Note);
+  std::string str_Note = f_OwnFlagNote(i_Flag);
+  if (!str_Note.empty()) std::printf("Note: %s.\n", str_Note.c_str());
   Variant_T o_Rdy = o_Bus.f_CallOrRefused("frdyget", nullptr, "(ii)");
   if (o_Rdy) {
     gint32 i_Ist = 0, i_Soll = 0;

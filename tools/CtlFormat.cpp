@@ -5,6 +5,7 @@
 #include <cstring>
 #include <functional>
 
+#include "SysSrvNames.h"
 #include "sysLib/ConfigFile.h"
 #include "sysLib/SysPath.h"
 
@@ -18,12 +19,12 @@ struct Meaning_ST {
 };
 // The errors the service raises itself; other processes report their own numbers.
 const Meaning_ST A_O_MEANINGS[] = {
-    {3201, "nameplate CRC mismatch"},
-    {3216, "maintenance due"},
-    {3228, "battery low"},
-    {3233, "flash file-system error in the kernel log"},
-    {3252, "board over-temperature"},
-    {3268, "board temperature reading at or below 0 °C"},
+    {I_SYSERR_NAMEPLATE_CRC, "nameplate CRC mismatch"},
+    {I_SYSERR_MAINTENANCE_DUE, "maintenance due"},
+    {I_SYSERR_BATTERY_LOW, "battery low"},
+    {I_SYSERR_FLASH, "flash file-system error in the kernel log"},
+    {I_SYSERR_OVER_TEMPERATURE, "board over-temperature"},
+    {I_SYSERR_TEMPERATURE_AT_OR_BELOW_ZERO, "board temperature reading at or below 0 °C"},
 };
 }  // namespace
 

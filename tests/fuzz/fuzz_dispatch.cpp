@@ -62,7 +62,7 @@ const Bus_ST& f_Bus() {
     o_New.z_o_Client =
         f_Connect(a_i_Fd[1], nullptr, G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT);
     o_Server.join();
-    FUZZ_CHECK(g_dbus_connection_register_object(o_New.z_o_Server, A_C_OBJECT_PATH,
+    FUZZ_CHECK(g_dbus_connection_register_object(o_New.z_o_Server, SYSSRV_OBJECT_PATH,
                                                  introspection_data->interfaces[0],
                                                  &interface_vtable, o_New.z_o_Obj, nullptr,
                                                  nullptr) > 0);
@@ -88,7 +88,7 @@ void f_OnReply(GObject* z_o_Src, GAsyncResult* z_o_Res, gpointer z_v_Reply) {
 void f_Send(const char* z_c_Method, GVariant* z_o_Body, Reply_ST* z_o_Reply) {
   const Bus_ST& o_Bus = f_Bus();
   GDBusMessage* z_o_Call =
-      g_dbus_message_new_method_call(nullptr, A_C_OBJECT_PATH, A_C_INTERFACE, z_c_Method);
+      g_dbus_message_new_method_call(nullptr, SYSSRV_OBJECT_PATH, SYSSRV_INTERFACE, z_c_Method);
   if (z_o_Body != nullptr) g_dbus_message_set_body(z_o_Call, z_o_Body);
   if (z_o_Reply == nullptr) {
     g_dbus_message_set_flags(z_o_Call, G_DBUS_MESSAGE_FLAGS_NO_REPLY_EXPECTED);
