@@ -54,10 +54,12 @@ extern volatile bool b_BatOff;
 int f_AccessDbus(SysObj* z_o_Obj);
 int f_ReleaseDbus(SysObj* z_o_Obj);
 
-// Takes the gate, broadcasts signal z_c_Signal of the interface from /SysObj with
-// o_Params (a floating "(...)" tuple or null), gives the gate back. Before the bus
-// connection exists nothing is sent and one info line is logged. FALSE with *error set
-// when the bus refused the emission.
+// The one way out for every signal: holds z_c_Signal and the type of o_Params (a floating
+// "(...)" tuple, or null for none) against the interface description, takes the gate,
+// broadcasts the signal from /SysObj, gives the gate back. A signal that disagrees with the
+// description is not sent (LOG_CRIT; a debug build aborts). Before the bus connection
+// exists nothing is sent and one info line is logged. FALSE with *error set when the bus
+// refused the emission.
 gboolean f_EmitSignal(SysObj* z_o_Obj, const char* z_c_Signal, GVariant* o_Params,
                       GError** error);
 

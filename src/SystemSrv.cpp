@@ -9,6 +9,7 @@
 #include <fcntl.h>
 #include <glib-unix.h>
 #include <new>
+#include <string>
 #include <syslog.h>
 #include <unistd.h>
 
@@ -19,6 +20,7 @@
 #include "ErrorHandler.h"
 #include "sysLib/Bms.h"
 #include "sysLib/Error.h"
+#include "sysLib/Holders.h"
 #include "sysLib/SysCmd.h"
 #include "sysLib/SysDiag.h"
 #include "sysLib/SysExcpt.h"
@@ -258,6 +260,24 @@ int f_ReleaseDbus(SysObj* z_o_Obj) {
 
 gboolean f_EmitSignal(SysObj* z_o_Obj, const char* z_c_Signal, GVariant* o_Params,
                       GError** error) {
+  const char* z_c_Type = o_Params != nullptr ? g_variant_get_type_string(o_Params) : "()";
+  std::string str_Expected;
+  if (!f_SignalMatches(z_c_Signal, z_c_Type, &str_Expected)) {
+    // No input can get here, only a sender that disagrees with the interface description.
+    // Peers would misread such a signal, so it never leaves: the log says which one. A
+    // debug build stops at once, so that the test that reached the sender fails with it
+    // instead of passing because nobody watched that signal; a release build keeps the
+    // tool running without it.
+    syslog(LOG_CRIT, "f_EmitSignal - %s%s does not match the interface (%s), not sent",
+           z_c_Signal != nullptr ? z_c_Signal : "(null)", z_c_Type,
+           str_Expected.empty() ? "not declared" : str_Expected.c_str());
+    Variant_T o_Dropped(o_Params != nullptr ? g_variant_ref_sink(o_Params) : nullptr);
+#ifndef NDEBUG
+    g_error("f_EmitSignal - signal %s sent as %s, declared %s", z_c_Signal, z_c_Type,
+            str_Expected.c_str());
+#endif
+    return FALSE;
+  }
   if (z_o_Obj == nullptr || z_o_Obj->connection == nullptr) {
     // Before the bus connection exists there is nobody to tell; the state itself is kept.
     syslog(LOG_INFO, "f_EmitSignal - no bus connection yet, %s not sent", z_c_Signal);
