@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "SysSrvNames.h"
 #include "SysSrvVersion.h"
 
 int f_ServiceArgs(int i_Argc, char** a_z_c_Argv) {
@@ -15,7 +16,7 @@ int f_ServiceArgs(int i_Argc, char** a_z_c_Argv) {
   bool b_Help = i_Argc == 2 && (std::strcmp(z_c_Arg, "--help") == 0 || std::strcmp(z_c_Arg, "-h") == 0);
   std::fprintf(b_Help ? stdout : stderr,
                "Usage: SysSrv.elf [--version | --help]\n\n"
-               "The tool's system service on the D-Bus system bus (com.torvane.akku.SysService).\n"
+               "The tool's system service on the D-Bus system bus (" SYSSRV_BUS_NAME ").\n"
                "It is started by systemd (syssrv.service) or by bus activation and takes no\n"
                "options. SYSSRV_ROOT=DIR runs it against a simulated tool under DIR, with its\n"
                "log copied to stderr; DBUS_SYSTEM_BUS_ADDRESS names another system bus.\n");

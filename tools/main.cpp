@@ -4,6 +4,7 @@
 
 #include "CliMain.h"
 #include "CtlCommands.h"
+#include "SysSrvNames.h"
 
 namespace {
 
@@ -32,7 +33,7 @@ const CliProgram_ST O_PROGRAM = {
     std::size(A_O_COMMANDS),
     "Usage: syssrvctl [--system] [COMMAND] [OPTION...] [ARG...]\n"
     "       syssrvctl --version\n\n"
-    "Looks at and drives SysSrv (com.torvane.akku.SysService) on the system bus;\n"
+    "Looks at and drives SysSrv (" SYSSRV_BUS_NAME ") on the system bus;\n"
     "DBUS_SYSTEM_BUS_ADDRESS points it at another bus (a sandbox, say).\n\n"
     "Commands:\n",
     "\nWithout a command: status. 'syssrvctl COMMAND --help' describes a command;\n"
