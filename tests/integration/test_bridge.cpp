@@ -252,6 +252,21 @@ TEST_F(Feed, EveryTopicCarriesItsDocumentedPayload) {
   f_ExpectGapless(f_Events(*z_o_Col));
 }
 
+// The maintenance error travels as code 402, class 0; the feed must match it in that form.
+TEST_F(Feed, MaintenanceIsDueWhileItsErrorIsActive) {
+  auto f_Due = [](bool b_Due) {
+    std::string str_Want = b_Due ? R"("due":true)" : R"("due":false)";
+    return z_o_Col
+        ->f_WaitLast(str_Base + "maintenance", 10000,
+                     [&](const std::string& s) { return s.find(str_Want) != std::string::npos; })
+        .find(str_Want);
+  };
+  f_Report(402, 0);
+  EXPECT_NE(f_Due(true), std::string::npos) << f_Log();
+  f_Ack(402, 0);
+  EXPECT_NE(f_Due(false), std::string::npos) << f_Log();
+}
+
 TEST_F(Feed, BrokerOutageLosesNothingAndKeepsTheOrder) {
   ASSERT_TRUE(z_o_Svc->f_Started());
   ASSERT_TRUE(f_WaitUntil([] { return f_Events(*z_o_Col).size() > 0; }, 10000));
