@@ -155,7 +155,7 @@ class ChanCfg_CL : public SysChanCfg_CL {
   // Finds the gearbox, output drive and motor of the tool on the motor-unit nameplate.
   void f_IdentifyTool();
   // Parses the file for a repair once; null (logged) when it does not parse.
-  cJSON* f_RepairTree(cJSON*& z_o_Tree);
+  cJSON* f_RepairTree(CJsonTree_T& o_Tree);
 
   SysObj* z_o_SysObj;
   TorqueTable_T o_Units;

@@ -57,46 +57,48 @@ void ChanCfg_CL::f_Announce(SysObj* z_o_Obj) {
   f_EmitCfgFileChanged(z_o_Obj != nullptr ? z_o_Obj : z_o_SysObj, str_Path.c_str());
 }
 
-cJSON* ChanCfg_CL::f_RepairTree(cJSON*& z_o_Tree) {
-  if (z_o_Tree != nullptr) return z_o_Tree;
-  if (Cfg::f_ReadCfgFile(&z_o_Tree, str_Path.c_str()) != 0 || !cJSON_IsObject(z_o_Tree)) {
-    cJSON_Delete(z_o_Tree);
-    z_o_Tree = nullptr;
+cJSON* ChanCfg_CL::f_RepairTree(CJsonTree_T& o_Tree) {
+  if (o_Tree != nullptr) return o_Tree.get();
+  cJSON* z_o_Raw = nullptr;
+  const int i_ReadRc = Cfg::f_ReadCfgFile(&z_o_Raw, str_Path.c_str());
+  o_Tree.reset(z_o_Raw);
+  if (i_ReadRc != 0 || !cJSON_IsObject(o_Tree.get())) {
+    o_Tree.reset();
     syslog(LOG_INFO, "ChanCfg_CL::ChanCfg_CL - Unable to read file - '%s'", str_Path.c_str());
   }
-  return z_o_Tree;
+  return o_Tree.get();
 }
 
 void ChanCfg_CL::f_RepairInPlace() {
   // Each repair fixes the member even when the file cannot be parsed now, so that this
   // process works with a complete configuration; the file then stays as it is.
-  cJSON* z_o_Tree = nullptr;
+  CJsonTree_T o_Tree;
   if (str_CmpType.empty()) {
     str_CmpType = z_o_TypschildKiro->f_GetStatData().str_Komponententyp;
-    if (f_RepairTree(z_o_Tree) != nullptr)
-      Cfg::f_SetCfgKey(z_o_Tree, nullptr, "CmpType", str_CmpType);
+    if (f_RepairTree(o_Tree) != nullptr)
+      Cfg::f_SetCfgKey(o_Tree.get(), nullptr, "CmpType", str_CmpType);
   }
   if (!b_TorqueUnitValid || !b_LimitsValid) {
     if (!b_TorqueUnitValid) {
       i_Einheit = 0;
-      if (f_RepairTree(z_o_Tree) != nullptr) f_SetTorqueUnit(z_o_Tree);
+      if (f_RepairTree(o_Tree) != nullptr) f_SetTorqueUnit(o_Tree.get());
     }
     if (!b_LimitsValid) {
       f_UpdateToolLimits(false);
-      if (f_RepairTree(z_o_Tree) != nullptr) f_UpdateToolLimits(z_o_Tree);
+      if (f_RepairTree(o_Tree) != nullptr) f_UpdateToolLimits(o_Tree.get());
     }
   }
   if (str_Code.empty()) {
     auto o_Code = o_KrTypes.find(str_Mnr);
     if (o_Code != o_KrTypes.end()) str_Code = o_Code->second;
-    if (f_RepairTree(z_o_Tree) != nullptr) Cfg::f_SetCfgKey(z_o_Tree, nullptr, "Code", str_Code);
+    if (f_RepairTree(o_Tree) != nullptr) Cfg::f_SetCfgKey(o_Tree.get(), nullptr, "Code", str_Code);
   }
   if (!b_EinheitValid) {
     i_Einheit = 0;
-    if (f_RepairTree(z_o_Tree) != nullptr) Cfg::f_SetCfgKey(z_o_Tree, nullptr, "Einheit", 0);
+    if (f_RepairTree(o_Tree) != nullptr) Cfg::f_SetCfgKey(o_Tree.get(), nullptr, "Einheit", 0);
   }
-  if (z_o_Tree != nullptr) {
-    Cfg::f_WriteCfgFile(z_o_Tree, str_Path.c_str(), true);
+  if (o_Tree != nullptr) {
+    Cfg::f_WriteCfgFile(o_Tree.release(), str_Path.c_str(), true);
     f_Announce(nullptr);
   }
 }
@@ -157,86 +159,42 @@ int ChanCfg_CL::f_RefreshData(bool b_Full) {
 }
 
 int ChanCfg_CL::f_RefreshData() {
-  if (f_LockFile(-1) != 0) return -1;
-  cJSON* z_o_Tree = nullptr;
-  if (f_ReadJsonCfgFile(str_Path.c_str(), &z_o_Tree) != 0 || !cJSON_IsObject(z_o_Tree)) {
-    cJSON_Delete(z_o_Tree);
-    f_UnlockFile();
-    return -1;
-  }
-  f_UpdateToolLimits(z_o_Tree);
-  Cfg::f_SetCfgKey(z_o_Tree, "Mfu", "Datum", static_cast<long>(i_MfuDatum));
-  Cfg::f_SetCfgKey(z_o_Tree, "Mfu", "Zyklus", ui_MfuZyklus);
-  Cfg::f_SetCfgKey(z_o_Tree, "Mfu", "MfuFaktor", static_cast<double>(fl_MfuFaktor));
-  int i_Ret = Cfg::f_WriteCfgFile(z_o_Tree, str_Path.c_str(), true);
-  f_UnlockFile();
-  return i_Ret == 0 ? 0 : -1;
+  FileLockGuard_CL<AbstractConfigFile_CL> o_Lock(*this, -1);
+  if (!o_Lock.f_Locked()) return -1;
+  cJSON* z_o_Raw = nullptr;
+  const int i_ReadRc = f_ReadJsonCfgFile(str_Path.c_str(), &z_o_Raw);
+  CJsonTree_T o_Tree(z_o_Raw);
+  if (i_ReadRc != 0 || !cJSON_IsObject(o_Tree.get())) return -1;
+  f_UpdateToolLimits(o_Tree.get());
+  // Written into the file another process may have changed: only these keys, in place.
+  Cfg::f_SetCfgKey(o_Tree.get(), "Mfu", "Datum", static_cast<long>(i_MfuDatum));
+  Cfg::f_SetCfgKey(o_Tree.get(), "Mfu", "Zyklus", ui_MfuZyklus);
+  Cfg::f_SetCfgKey(o_Tree.get(), "Mfu", "MfuFaktor", static_cast<double>(fl_MfuFaktor));
+  return Cfg::f_WriteCfgFile(o_Tree.release(), str_Path.c_str(), true) == 0 ? 0 : -1;
 }
 
 int ChanCfg_CL::f_CreateCfg() {
   syslog(LOG_DEBUG, "ChanCfg_CL::f_CreateCfg");
-  cJSON* z_o_Tree = cJSON_CreateObject();
-  if (z_o_Tree == nullptr) {
+  CJsonTree_T o_Tree(cJSON_CreateObject());
+  if (o_Tree == nullptr) {
     syslog(LOG_CRIT, "ChanCfg_CL::f_CreateCfg - cJSON_CreateObject==NULL");
     return -1;
   }
-  // The order of the keys is the order people and older readers expect in the file.
-  Cfg::f_SetCfgKey(z_o_Tree, nullptr, "Kanalname", str_Kanalname);
-  Cfg::f_SetCfgKey(z_o_Tree, nullptr, "KanalNr", i_KanalNr);
-  Cfg::f_SetCfgKey(z_o_Tree, nullptr, "ZellId", str_ZellId);
-  Cfg::f_SetCfgKey(z_o_Tree, "Mfu", "MfuFaktor", static_cast<double>(fl_MfuFaktor));
-  Cfg::f_SetCfgKey(z_o_Tree, "Mfu", "Datum", i_MfuDatum);
-  Cfg::f_SetCfgKey(z_o_Tree, "Mfu", "Zyklus", ui_MfuZyklus);
-  Cfg::f_SetCfgKey(z_o_Tree, nullptr, "Wirkungsgrad", d_Wirkungsgrad);
-  f_SetTorqueUnit(z_o_Tree);
-  Cfg::f_SetCfgKey(z_o_Tree, nullptr, "IdentNr", str_IdentNr);
-  Cfg::f_SetCfgKey(z_o_Tree, nullptr, "Kommentar", str_Kommentar);
-  Cfg::f_SetCfgKey(z_o_Tree, nullptr, "SerienNr", str_SerienNr);
-  Cfg::f_SetCfgKey(z_o_Tree, nullptr, "MNR", str_Mnr);
-  Cfg::f_SetCfgKey(z_o_Tree, nullptr, "Code", str_Code);
-  Cfg::f_SetCfgKey(z_o_Tree, nullptr, "CmpType", str_CmpType);
-  Cfg::f_SetCfgKey(z_o_Tree, nullptr, "TypschildCrc", str_TypschildCrc);
-
-  Cfg::f_SetCfgKey(z_o_Tree, "Getriebe", "SerienNr", o_Getriebe.str_SerienNr);
-  Cfg::f_SetCfgKey(z_o_Tree, "Getriebe", "MNR", o_Getriebe.str_Mnr);
-  Cfg::f_SetCfgKey(z_o_Tree, "Getriebe", "Faktor", static_cast<double>(o_Getriebe.fl_Faktor));
-  Cfg::f_SetCfgKey(z_o_Tree, "Getriebe", "Wirkungsgrad",
-                   static_cast<double>(o_Getriebe.fl_Wirkungsgrad));
-
-  Cfg::f_SetCfgKey(z_o_Tree, "Abtrieb", "SerienNr", o_Abtrieb.str_SerienNr);
-  Cfg::f_SetCfgKey(z_o_Tree, "Abtrieb", "MNR", o_Abtrieb.str_Mnr);
-  Cfg::f_SetCfgKey(z_o_Tree, "Abtrieb", "Wirkungsgrad",
-                   static_cast<double>(o_Abtrieb.fl_Wirkungsgrad));
-  Cfg::f_SetCfgKey(z_o_Tree, "Abtrieb", "Faktor", static_cast<double>(o_Abtrieb.fl_Faktor));
-
-  const char* z_c_Sect = "Sonderabtrieb";
-  Cfg::f_SetCfgKey(z_o_Tree, z_c_Sect, "SerienNr", o_SonderAbtrieb.str_SerienNr);
-  Cfg::f_SetCfgKey(z_o_Tree, z_c_Sect, "MNR", o_SonderAbtrieb.str_Mnr);
-  Cfg::f_SetCfgKey(z_o_Tree, z_c_Sect, "Wirkungsgrad",
-                   static_cast<double>(o_SonderAbtrieb.fl_Wirkungsgrad));
-  Cfg::f_SetCfgKey(z_o_Tree, z_c_Sect, "Faktor", static_cast<double>(o_SonderAbtrieb.fl_Faktor));
-  Cfg::f_SetCfgKey(z_o_Tree, z_c_Sect, "Moment", static_cast<double>(o_SonderAbtrieb.fl_Moment));
-  Cfg::f_SetCfgKey(z_o_Tree, z_c_Sect, "UmkehrDrehrichtung", o_SonderAbtrieb.b_UmkehrDrehrichtung);
-  Cfg::f_SetCfgKey(z_o_Tree, z_c_Sect, "Zyklus", o_SonderAbtrieb.ul_Zyklus);
-
-  Cfg::f_SetCfgKey(z_o_Tree, "Motor", "SerienNr", o_Motor.str_SerienNr);
-  Cfg::f_SetCfgKey(z_o_Tree, "Motor", "MNR", o_Motor.str_Mnr);
-  Cfg::f_SetCfgKey(z_o_Tree, "Motor", "Moment", static_cast<double>(o_Motor.fl_Moment));
-  Cfg::f_SetCfgKey(z_o_Tree, "Motor", "Drehzahl", o_Motor.i_Drehzahl);
-  Cfg::f_SetCfgKey(z_o_Tree, "Motor", "Winkelsensoren", o_Motor.i_Winkelsensoren);
-
-  Cfg::f_SetCfgKey(z_o_Tree, "Welle", "SerienNr", o_Welle.str_SerienNr);
-  Cfg::f_SetCfgKey(z_o_Tree, "Welle", "MNR", o_Welle.str_Mnr);
-  Cfg::f_SetCfgKey(z_o_Tree, "Welle", "Moment", static_cast<double>(o_Welle.fl_Moment));
-
-  f_UpdateToolLimits(z_o_Tree);
-
-  Cfg::f_SetCfgKey(z_o_Tree, "Wartung", "Aktiv", b_WartungAktiv);
-  Cfg::f_SetCfgKey(z_o_Tree, "Wartung", "Zyklus", ui_WartungZyklus);
-  Cfg::f_SetCfgKey(z_o_Tree, "Wartung", "Datum", ll_WartungDatum);
-  Cfg::f_SetCfgKey(z_o_Tree, "LetzteWartung", "Datum", i_LetzteWartungDatum);
-  Cfg::f_SetCfgKey(z_o_Tree, "LetzteWartung", "Zyklus", i_LetzteWartungZyklus);
-  return Cfg::f_WriteCfgFile(z_o_Tree, A_C_CHAN_CFG_PATH, true);
+  // The table's order is the order people and older readers expect in the file. A group
+  // the service builds itself (units, limits) is written once, at its first row.
+  en_ChanCfgHook e_Previous = en_ChanCfgHookNone;
+  for (size_t ui_Idx = 0; ui_Idx < ui_NrKeys; ++ui_Idx) {
+    const ChanCfgKey_ST& o_Key = a_o_Keys[ui_Idx];
+    const bool b_GroupWritten = o_Key.e_Hook == e_Previous;
+    e_Previous = o_Key.e_Hook;
+    if (o_Key.e_Hook == en_ChanCfgHookNone) {
+      f_WriteKey(o_Tree.get(), o_Key);
+    } else if (!b_GroupWritten) {
+      if (o_Key.e_Hook == en_ChanCfgHookTorqueUnit) f_SetTorqueUnit(o_Tree.get());
+      if (o_Key.e_Hook == en_ChanCfgHookLimits) f_UpdateToolLimits(o_Tree.get());
+    }
+  }
+  return Cfg::f_WriteCfgFile(o_Tree.release(), A_C_CHAN_CFG_PATH, true);
 }
 
 int ChanCfg_CL::f_NewCfg(const char* z_c_Path) {

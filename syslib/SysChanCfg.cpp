@@ -7,6 +7,7 @@
 #include <climits>
 #include <cjson/cJSON.h>
 #include <cmath>
+#include <variant>
 #include <syslog.h>
 
 const std::string SysChanCfg_CL::str_KompTypAngle = "0x21";
@@ -60,15 +61,11 @@ const cJSON* f_Item(const cJSON* z_o_Parent, const char* z_c_Key) {
                                     : nullptr;
 }
 
-bool f_Text(const cJSON* z_o_Parent, const char* z_c_Key, std::string& str_Out) {
-  const cJSON* z_o_Item = f_Item(z_o_Parent, z_c_Key);
-  if (!cJSON_IsString(z_o_Item) || z_o_Item->valuestring == nullptr) return false;
-  str_Out = z_o_Item->valuestring;
-  return true;
+bool f_IsText(const cJSON* z_o_Item) {
+  return cJSON_IsString(z_o_Item) && z_o_Item->valuestring != nullptr;
 }
 
-bool f_Number(const cJSON* z_o_Parent, const char* z_c_Key, double& d_Out) {
-  const cJSON* z_o_Item = f_Item(z_o_Parent, z_c_Key);
+bool f_Number(const cJSON* z_o_Item, double& d_Out) {
   // A number too large for a double parses as an infinity, which the file cannot carry
   // back (it is written as null): the service would hold one value and every reader of
   // the file it writes another. It counts as absent, like a member of the wrong type.
@@ -77,34 +74,120 @@ bool f_Number(const cJSON* z_o_Parent, const char* z_c_Key, double& d_Out) {
   return true;
 }
 
-void f_Int(const cJSON* z_o_Parent, const char* z_c_Key, int& i_Out) {
-  double d_Value = 0.0;
-  if (f_Number(z_o_Parent, z_c_Key, d_Value)) i_Out = f_ToIntChecked(d_Value);
+// One overload per member type: each takes the item when it has the right JSON type and
+// leaves the member alone otherwise.
+void f_Take(const cJSON* z_o_Item, std::string& str_Out) {
+  if (f_IsText(z_o_Item)) str_Out = z_o_Item->valuestring;
 }
 
-void f_UInt(const cJSON* z_o_Parent, const char* z_c_Key, unsigned int& ui_Out) {
-  double d_Value = 0.0;
-  if (f_Number(z_o_Parent, z_c_Key, d_Value)) ui_Out = f_ToUIntChecked(d_Value);
-}
+void f_Take(const cJSON* z_o_Item, double& d_Out) { f_Number(z_o_Item, d_Out); }
 
-void f_Float(const cJSON* z_o_Parent, const char* z_c_Key, float& fl_Out) {
+void f_Take(const cJSON* z_o_Item, float& fl_Out) {
   double d_Value = 0.0;
-  if (!f_Number(z_o_Parent, z_c_Key, d_Value)) return;
+  if (!f_Number(z_o_Item, d_Value)) return;
   // A double beyond the float range would become an infinity: absent as well.
   float fl_Value = f_ToFloatChecked(d_Value);
   if (std::isfinite(fl_Value)) fl_Out = fl_Value;
 }
 
-void f_Bool(const cJSON* z_o_Parent, const char* z_c_Key, bool& b_Out) {
-  const cJSON* z_o_Item = f_Item(z_o_Parent, z_c_Key);
+void f_Take(const cJSON* z_o_Item, bool& b_Out) {
   if (cJSON_IsBool(z_o_Item)) b_Out = cJSON_IsTrue(z_o_Item) != 0;
 }
 
-void f_Part(const cJSON* z_o_Section, std::string& str_SerienNr, std::string& str_Mnr) {
-  f_Text(z_o_Section, "SerienNr", str_SerienNr);
-  f_Text(z_o_Section, "MNR", str_Mnr);
+template <typename T>
+void f_TakeChecked(const cJSON* z_o_Item, T& t_Out, T (*f_Convert)(double)) {
+  double d_Value = 0.0;
+  if (f_Number(z_o_Item, d_Value)) t_Out = f_Convert(d_Value);
 }
+void f_Take(const cJSON* z_o_Item, int& i_Out) { f_TakeChecked(z_o_Item, i_Out, f_ToIntChecked); }
+void f_Take(const cJSON* z_o_Item, unsigned int& ui_Out) {
+  f_TakeChecked(z_o_Item, ui_Out, f_ToUIntChecked);
+}
+void f_Take(const cJSON* z_o_Item, unsigned long& ul_Out) {
+  f_TakeChecked(z_o_Item, ul_Out, f_ToULongChecked);
+}
+void f_Take(const cJSON* z_o_Item, long long& ll_Out) {
+  f_TakeChecked(z_o_Item, ll_Out, f_ToLongLongChecked);
+}
+
+void f_Default(std::string& str_Member, double) { str_Member.clear(); }
+void f_Default(bool& b_Member, double d_Default) { b_Member = d_Default != 0.0; }
+template <typename T>
+void f_Default(T& t_Member, double d_Default) {
+  t_Member = static_cast<T>(d_Default);
+}
+
+// Floats are written as the double they are, as every writer of the file has done.
+double f_FileValue(float fl_Value) { return static_cast<double>(fl_Value); }
+template <typename T>
+const T& f_FileValue(const T& t_Value) {
+  return t_Value;
+}
+
+constexpr en_ChanCfgHook HOOK_NONE = en_ChanCfgHookNone;
+constexpr en_ChanCfgHook HOOK_UNIT = en_ChanCfgHookTorqueUnit;
+constexpr en_ChanCfgHook HOOK_LIMITS = en_ChanCfgHookLimits;
 }  // namespace
+
+// The member of a row, reached through the object the row is applied to.
+#define CHANCFG_MEMBER(member) [](SysChanCfg_CL& o_Cfg) -> ChanCfgRef_T { return &o_Cfg.member; }
+
+// Every "Faktor" and "Wirkungsgrad" and the maintenance factor default to 1: an absent
+// drive-train part must be neutral in the limit computation.
+// clang-format off
+const ChanCfgKey_ST SysChanCfg_CL::a_o_Keys[] = {
+    {nullptr, "Kanalname", 0, HOOK_NONE, CHANCFG_MEMBER(str_Kanalname)},
+    {nullptr, "KanalNr", 0, HOOK_NONE, CHANCFG_MEMBER(i_KanalNr)},
+    {nullptr, "ZellId", 0, HOOK_NONE, CHANCFG_MEMBER(str_ZellId)},
+    {"Mfu", "MfuFaktor", 1, HOOK_NONE, CHANCFG_MEMBER(fl_MfuFaktor)},
+    {"Mfu", "Datum", 0, HOOK_NONE, CHANCFG_MEMBER(i_MfuDatum)},
+    {"Mfu", "Zyklus", 0, HOOK_NONE, CHANCFG_MEMBER(ui_MfuZyklus)},
+    {nullptr, "Wirkungsgrad", 1, HOOK_NONE, CHANCFG_MEMBER(d_Wirkungsgrad)},
+    {nullptr, "Einheit", 0, HOOK_UNIT, CHANCFG_MEMBER(i_Einheit)},
+    {"EinheitDrehmoment", "Aktiv", 0, HOOK_UNIT, CHANCFG_MEMBER(ui_EinheitDrehmoment)},
+    {nullptr, "IdentNr", 0, HOOK_NONE, CHANCFG_MEMBER(str_IdentNr)},
+    {nullptr, "Kommentar", 0, HOOK_NONE, CHANCFG_MEMBER(str_Kommentar)},
+    {nullptr, "SerienNr", 0, HOOK_NONE, CHANCFG_MEMBER(str_SerienNr)},
+    {nullptr, "MNR", 0, HOOK_NONE, CHANCFG_MEMBER(str_Mnr)},
+    {nullptr, "Code", 0, HOOK_NONE, CHANCFG_MEMBER(str_Code)},
+    {nullptr, "CmpType", 0, HOOK_NONE, CHANCFG_MEMBER(str_CmpType)},
+    {nullptr, "TypschildCrc", 0, HOOK_NONE, CHANCFG_MEMBER(str_TypschildCrc)},
+    {"Getriebe", "SerienNr", 0, HOOK_NONE, CHANCFG_MEMBER(o_Getriebe.str_SerienNr)},
+    {"Getriebe", "MNR", 0, HOOK_NONE, CHANCFG_MEMBER(o_Getriebe.str_Mnr)},
+    {"Getriebe", "Faktor", 1, HOOK_NONE, CHANCFG_MEMBER(o_Getriebe.fl_Faktor)},
+    {"Getriebe", "Wirkungsgrad", 1, HOOK_NONE, CHANCFG_MEMBER(o_Getriebe.fl_Wirkungsgrad)},
+    {"Abtrieb", "SerienNr", 0, HOOK_NONE, CHANCFG_MEMBER(o_Abtrieb.str_SerienNr)},
+    {"Abtrieb", "MNR", 0, HOOK_NONE, CHANCFG_MEMBER(o_Abtrieb.str_Mnr)},
+    {"Abtrieb", "Wirkungsgrad", 1, HOOK_NONE, CHANCFG_MEMBER(o_Abtrieb.fl_Wirkungsgrad)},
+    {"Abtrieb", "Faktor", 1, HOOK_NONE, CHANCFG_MEMBER(o_Abtrieb.fl_Faktor)},
+    {"Sonderabtrieb", "SerienNr", 0, HOOK_NONE, CHANCFG_MEMBER(o_SonderAbtrieb.str_SerienNr)},
+    {"Sonderabtrieb", "MNR", 0, HOOK_NONE, CHANCFG_MEMBER(o_SonderAbtrieb.str_Mnr)},
+    {"Sonderabtrieb", "Wirkungsgrad", 1, HOOK_NONE,
+     CHANCFG_MEMBER(o_SonderAbtrieb.fl_Wirkungsgrad)},
+    {"Sonderabtrieb", "Faktor", 1, HOOK_NONE, CHANCFG_MEMBER(o_SonderAbtrieb.fl_Faktor)},
+    {"Sonderabtrieb", "Moment", 0, HOOK_NONE, CHANCFG_MEMBER(o_SonderAbtrieb.fl_Moment)},
+    {"Sonderabtrieb", "UmkehrDrehrichtung", 0, HOOK_NONE,
+     CHANCFG_MEMBER(o_SonderAbtrieb.b_UmkehrDrehrichtung)},
+    {"Sonderabtrieb", "Zyklus", 0, HOOK_NONE, CHANCFG_MEMBER(o_SonderAbtrieb.ul_Zyklus)},
+    {"Motor", "SerienNr", 0, HOOK_NONE, CHANCFG_MEMBER(o_Motor.str_SerienNr)},
+    {"Motor", "MNR", 0, HOOK_NONE, CHANCFG_MEMBER(o_Motor.str_Mnr)},
+    {"Motor", "Moment", 0, HOOK_NONE, CHANCFG_MEMBER(o_Motor.fl_Moment)},
+    {"Motor", "Drehzahl", 0, HOOK_NONE, CHANCFG_MEMBER(o_Motor.i_Drehzahl)},
+    {"Motor", "Winkelsensoren", 0, HOOK_NONE, CHANCFG_MEMBER(o_Motor.i_Winkelsensoren)},
+    {"Welle", "SerienNr", 0, HOOK_NONE, CHANCFG_MEMBER(o_Welle.str_SerienNr)},
+    {"Welle", "MNR", 0, HOOK_NONE, CHANCFG_MEMBER(o_Welle.str_Mnr)},
+    {"Welle", "Moment", 0, HOOK_NONE, CHANCFG_MEMBER(o_Welle.fl_Moment)},
+    {"Grenzen", nullptr, 0, HOOK_LIMITS, nullptr},
+    {"Grenzen_V1200", nullptr, 0, HOOK_LIMITS, nullptr},
+    {"Wartung", "Aktiv", 0, HOOK_NONE, CHANCFG_MEMBER(b_WartungAktiv)},
+    {"Wartung", "Zyklus", 0, HOOK_NONE, CHANCFG_MEMBER(ui_WartungZyklus)},
+    {"Wartung", "Datum", 0, HOOK_NONE, CHANCFG_MEMBER(ll_WartungDatum)},
+    {"LetzteWartung", "Datum", 0, HOOK_NONE, CHANCFG_MEMBER(i_LetzteWartungDatum)},
+    {"LetzteWartung", "Zyklus", 0, HOOK_NONE, CHANCFG_MEMBER(i_LetzteWartungZyklus)},
+};
+// clang-format on
+#undef CHANCFG_MEMBER
+const size_t SysChanCfg_CL::ui_NrKeys = sizeof(a_o_Keys) / sizeof(a_o_Keys[0]);
 
 // --- SysChanCfg_CL ----------------------------------------------------------------------
 
@@ -120,39 +203,37 @@ int SysChanCfg_CL::f_CfgFileChanged(const char* z_c_Path) {
 }
 
 void SysChanCfg_CL::f_SetDefaults() {
-  str_Kanalname.clear();
-  i_KanalNr = 0;
-  str_ZellId.clear();
-  fl_MfuFaktor = 1.0f;
-  i_MfuDatum = 0;
-  ui_MfuZyklus = 0;
-  d_Wirkungsgrad = 1.0;
-  i_Einheit = 0;
-  ui_EinheitDrehmoment = 0;
-  str_IdentNr.clear();
-  str_Kommentar.clear();
-  str_SerienNr.clear();
-  str_Mnr.clear();
-  str_Code.clear();
-  str_CmpType.clear();
-  str_TypschildCrc.clear();
-  o_Getriebe = Getriebe_ST();
-  o_Abtrieb = Abtrieb_ST();
-  o_SonderAbtrieb = SonderAbtrieb_ST();
-  o_Motor = Motor_ST();
-  o_Welle = Welle_ST();
-  b_WartungAktiv = false;
-  ui_WartungZyklus = 0;
-  ll_WartungDatum = 0;
-  i_LetzteWartungDatum = 0;
-  i_LetzteWartungZyklus = 0;
+  for (size_t ui_Idx = 0; ui_Idx < ui_NrKeys; ++ui_Idx) {
+    const ChanCfgKey_ST& o_Key = a_o_Keys[ui_Idx];
+    if (o_Key.f_Member == nullptr) continue;
+    std::visit([&o_Key](auto* z_Member) { f_Default(*z_Member, o_Key.d_Default); },
+               o_Key.f_Member(*this));
+  }
+}
+
+void SysChanCfg_CL::f_ReadKey(const cJSON* z_o_Root, const ChanCfgKey_ST& o_Key) {
+  if (o_Key.f_Member == nullptr || o_Key.z_c_Key == nullptr) return;
+  const cJSON* z_o_Parent =
+      o_Key.z_c_Section != nullptr ? f_Item(z_o_Root, o_Key.z_c_Section) : z_o_Root;
+  const cJSON* z_o_Item = f_Item(z_o_Parent, o_Key.z_c_Key);
+  std::visit([z_o_Item](auto* z_Member) { f_Take(z_o_Item, *z_Member); }, o_Key.f_Member(*this));
+}
+
+int SysChanCfg_CL::f_WriteKey(cJSON* z_o_Tree, const ChanCfgKey_ST& o_Key) {
+  if (o_Key.f_Member == nullptr || o_Key.z_c_Key == nullptr) return -1;
+  return std::visit(
+      [z_o_Tree, &o_Key](auto* z_Member) {
+        return ConfigFileHelper_CL::f_SetCfgKey(z_o_Tree, o_Key.z_c_Section, o_Key.z_c_Key,
+                                                f_FileValue(*z_Member));
+      },
+      o_Key.f_Member(*this));
 }
 
 int SysChanCfg_CL::f_ReadFile() {
-  cJSON* z_o_Tree = nullptr;
-  if (ConfigFileHelper_CL::f_ReadCfgFile(&z_o_Tree, str_Path.c_str()) != 0 ||
-      !cJSON_IsObject(z_o_Tree)) {
-    cJSON_Delete(z_o_Tree);
+  cJSON* z_o_Raw = nullptr;
+  const int i_ReadRc = ConfigFileHelper_CL::f_ReadCfgFile(&z_o_Raw, str_Path.c_str());
+  CJsonTree_T o_Tree(z_o_Raw);
+  if (i_ReadRc != 0 || !cJSON_IsObject(o_Tree.get())) {
     b_ConfigValid = false;
     b_TorqueUnitValid = false;
     b_LimitsValid = false;
@@ -162,70 +243,13 @@ int SysChanCfg_CL::f_ReadFile() {
     return -1;
   }
   f_SetDefaults();
-  const cJSON* z_o_Root = z_o_Tree;
+  const cJSON* z_o_Root = o_Tree.get();
+  for (size_t ui_Idx = 0; ui_Idx < ui_NrKeys; ++ui_Idx) f_ReadKey(z_o_Root, a_o_Keys[ui_Idx]);
 
-  f_Text(z_o_Root, "Kanalname", str_Kanalname);
-  f_Int(z_o_Root, "KanalNr", i_KanalNr);
-  f_Text(z_o_Root, "ZellId", str_ZellId);
-  const cJSON* z_o_Mfu = f_Item(z_o_Root, "Mfu");
-  f_Float(z_o_Mfu, "MfuFaktor", fl_MfuFaktor);
-  f_Int(z_o_Mfu, "Datum", i_MfuDatum);
-  f_UInt(z_o_Mfu, "Zyklus", ui_MfuZyklus);
-  f_Number(z_o_Root, "Wirkungsgrad", d_Wirkungsgrad);
-  f_Int(z_o_Root, "Einheit", i_Einheit);
-  f_UInt(f_Item(z_o_Root, "EinheitDrehmoment"), "Aktiv", ui_EinheitDrehmoment);
-  f_Text(z_o_Root, "IdentNr", str_IdentNr);
-  f_Text(z_o_Root, "Kommentar", str_Kommentar);
-  f_Text(z_o_Root, "SerienNr", str_SerienNr);
-  bool b_HasMnr = f_Text(z_o_Root, "MNR", str_Mnr);
-  f_Text(z_o_Root, "Code", str_Code);
-  f_Text(z_o_Root, "CmpType", str_CmpType);
-  bool b_HasCrc = f_Text(z_o_Root, "TypschildCrc", str_TypschildCrc);
-
-  const cJSON* z_o_Section = f_Item(z_o_Root, "Getriebe");
-  f_Part(z_o_Section, o_Getriebe.str_SerienNr, o_Getriebe.str_Mnr);
-  f_Float(z_o_Section, "Faktor", o_Getriebe.fl_Faktor);
-  f_Float(z_o_Section, "Wirkungsgrad", o_Getriebe.fl_Wirkungsgrad);
-
-  z_o_Section = f_Item(z_o_Root, "Abtrieb");
-  f_Part(z_o_Section, o_Abtrieb.str_SerienNr, o_Abtrieb.str_Mnr);
-  f_Float(z_o_Section, "Faktor", o_Abtrieb.fl_Faktor);
-  f_Float(z_o_Section, "Wirkungsgrad", o_Abtrieb.fl_Wirkungsgrad);
-
-  z_o_Section = f_Item(z_o_Root, "Sonderabtrieb");
-  f_Part(z_o_Section, o_SonderAbtrieb.str_SerienNr, o_SonderAbtrieb.str_Mnr);
-  f_Float(z_o_Section, "Faktor", o_SonderAbtrieb.fl_Faktor);
-  f_Float(z_o_Section, "Wirkungsgrad", o_SonderAbtrieb.fl_Wirkungsgrad);
-  f_Float(z_o_Section, "Moment", o_SonderAbtrieb.fl_Moment);
-  f_Bool(z_o_Section, "UmkehrDrehrichtung", o_SonderAbtrieb.b_UmkehrDrehrichtung);
-  double d_Value = 0.0;
-  if (f_Number(z_o_Section, "Zyklus", d_Value))
-    o_SonderAbtrieb.ul_Zyklus = f_ToULongChecked(d_Value);
-
-  z_o_Section = f_Item(z_o_Root, "Motor");
-  f_Part(z_o_Section, o_Motor.str_SerienNr, o_Motor.str_Mnr);
-  f_Float(z_o_Section, "Moment", o_Motor.fl_Moment);
-  f_Int(z_o_Section, "Drehzahl", o_Motor.i_Drehzahl);
-  f_Int(z_o_Section, "Winkelsensoren", o_Motor.i_Winkelsensoren);
-
-  z_o_Section = f_Item(z_o_Root, "Welle");
-  f_Part(z_o_Section, o_Welle.str_SerienNr, o_Welle.str_Mnr);
-  f_Float(z_o_Section, "Moment", o_Welle.fl_Moment);
-
-  z_o_Section = f_Item(z_o_Root, "Wartung");
-  f_Bool(z_o_Section, "Aktiv", b_WartungAktiv);
-  f_UInt(z_o_Section, "Zyklus", ui_WartungZyklus);
-  if (f_Number(z_o_Section, "Datum", d_Value)) ll_WartungDatum = f_ToLongLongChecked(d_Value);
-
-  z_o_Section = f_Item(z_o_Root, "LetzteWartung");
-  f_Int(z_o_Section, "Datum", i_LetzteWartungDatum);
-  f_Int(z_o_Section, "Zyklus", i_LetzteWartungZyklus);
-
-  b_ConfigValid = b_HasMnr && b_HasCrc;
+  b_ConfigValid = f_IsText(f_Item(z_o_Root, "MNR")) && f_IsText(f_Item(z_o_Root, "TypschildCrc"));
   b_TorqueUnitValid = cJSON_IsObject(f_Item(z_o_Root, "EinheitDrehmoment"));
   b_LimitsValid = cJSON_IsObject(f_Item(z_o_Root, "Grenzen")) &&
                   cJSON_IsObject(f_Item(z_o_Root, "Grenzen_V1200"));
   b_EinheitValid = cJSON_IsNumber(f_Item(z_o_Root, "Einheit"));
-  cJSON_Delete(z_o_Tree);
   return 0;
 }

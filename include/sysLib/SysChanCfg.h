@@ -2,11 +2,14 @@
 // The channel configuration "/home/tool/config/ChanCfg.json" read into typed members. The
 // tightening process, the user interface and the system service all read this file; the
 // service derives from this class to build and repair it.
+#include <cstddef>
 #include <string>
+#include <variant>
 
 #include "sysLib/ConfigFile.h"
 
 struct cJSON;
+class SysChanCfg_CL;
 
 // Conversions of doubles that come from files or from a drive train with a zero ratio:
 // NaN gives 0, values beyond the target range (infinities included) give the nearest
@@ -61,6 +64,26 @@ struct Welle_ST {
   float fl_Moment = 0.0f;
 };
 
+// One key of "ChanCfg.json". The member's type is the key's type in the file: a text, a
+// number (converted with the checks above) or a boolean.
+using ChanCfgRef_T = std::variant<std::string*, int*, unsigned int*, unsigned long*, long long*,
+                                  float*, double*, bool*>;
+
+// Keys that the service writes as a group of its own instead of one value per row.
+enum en_ChanCfgHook {
+  en_ChanCfgHookNone = 0,
+  en_ChanCfgHookTorqueUnit,  // "Einheit" and the "EinheitDrehmoment" section
+  en_ChanCfgHookLimits,      // "Grenzen" and "Grenzen_V1200"
+};
+
+struct ChanCfgKey_ST {
+  const char* z_c_Section;  // null: a key at the top level
+  const char* z_c_Key;      // null: the whole section (a hook's)
+  double d_Default;         // for numbers and booleans; texts default to empty
+  en_ChanCfgHook e_Hook;
+  ChanCfgRef_T (*f_Member)(SysChanCfg_CL& o_Cfg);  // null: the file carries it, no member
+};
+
 class SysChanCfg_CL : public AbstractConfigFile_CL {
  public:
   static constexpr const char* A_C_CHAN_CFG_PATH = "/home/tool/config/ChanCfg.json";
@@ -90,9 +113,20 @@ class SysChanCfg_CL : public AbstractConfigFile_CL {
   long long f_GetNextServiceDate() const { return ll_WartungDatum; }
   bool f_IsConfigValid() const { return b_ConfigValid; }
 
+  // Every key of the file, in the order the service writes them. A new key is one row here
+  // (and its member): reading, defaults and writing all walk this table.
+  static const ChanCfgKey_ST a_o_Keys[];
+  static const size_t ui_NrKeys;
+
  protected:
   // Every member back to what a file without that key gives.
   void f_SetDefaults();
+  // One row's member from the tree; a missing key or one of the wrong type leaves it as it
+  // is. Rows without a member read nothing.
+  void f_ReadKey(const cJSON* z_o_Root, const ChanCfgKey_ST& o_Key);
+  // One row's member into the tree (section created when missing, key replaced). 0 or -1;
+  // rows without a member write nothing and give -1.
+  int f_WriteKey(cJSON* z_o_Tree, const ChanCfgKey_ST& o_Key);
 
   std::string str_Kanalname;
   int i_KanalNr = 0;

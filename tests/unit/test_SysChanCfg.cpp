@@ -3,7 +3,10 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <cjson/cJSON.h>
 #include <climits>
+#include <set>
+#include <type_traits>
 #include <fcntl.h>
 #include <string>
 #include <sys/stat.h>
@@ -24,6 +27,7 @@ class Probe_CL : public SysChanCfg_CL {
   using SysChanCfg_CL::b_EinheitValid;
   using SysChanCfg_CL::b_LimitsValid;
   using SysChanCfg_CL::b_TorqueUnitValid;
+  using SysChanCfg_CL::f_WriteKey;
   using SysChanCfg_CL::fl_MfuFaktor;
   using SysChanCfg_CL::i_KanalNr;
   using SysChanCfg_CL::o_Abtrieb;
@@ -31,7 +35,73 @@ class Probe_CL : public SysChanCfg_CL {
   using SysChanCfg_CL::o_SonderAbtrieb;
   using SysChanCfg_CL::str_Kanalname;
 };
+
+// A value for row i_Row that no default has and that a conversion on the way through the
+// file would change: the type's edges, dates after 2038, floats without an exact decimal.
+void f_Distinct(std::string& str_V, int i_Row) {
+  str_V = "v" + std::to_string(i_Row) + " \"\u00fc\\";
+}
+void f_Distinct(int& i_V, int i_Row) { i_V = i_Row % 2 == 0 ? INT_MIN + i_Row : INT_MAX - i_Row; }
+void f_Distinct(unsigned int& ui_V, int i_Row) { ui_V = UINT_MAX - static_cast<unsigned>(i_Row); }
+void f_Distinct(unsigned long& ul_V, int i_Row) {
+  ul_V = 4000000000ul + static_cast<unsigned>(i_Row);
+}
+void f_Distinct(long long& ll_V, int i_Row) { ll_V = 4102444800LL + i_Row; }
+void f_Distinct(float& fl_V, int i_Row) { fl_V = i_Row % 2 == 0 ? 0.1f * (i_Row + 3) : -3.0e38f; }
+void f_Distinct(double& d_V, int i_Row) { d_V = 0.1 * (i_Row + 3); }
+void f_Distinct(bool& b_V, int) { b_V = true; }
+
+// The text the writer makes of the rows of o_Cfg.
+std::string f_WriteAll(Probe_CL& o_Cfg) {
+  CJsonTree_T o_Tree(cJSON_CreateObject());
+  for (size_t ui_Row = 0; ui_Row < SysChanCfg_CL::ui_NrKeys; ++ui_Row) {
+    if (SysChanCfg_CL::a_o_Keys[ui_Row].f_Member == nullptr) continue;
+    EXPECT_EQ(o_Cfg.f_WriteKey(o_Tree.get(), SysChanCfg_CL::a_o_Keys[ui_Row]), 0) << ui_Row;
+  }
+  CJsonText_T o_Text(cJSON_Print(o_Tree.get()));
+  return o_Text.get();
+}
 }  // namespace
+
+// Every row written from one object and read into another gives the same member, and the
+// second object writes the same text again. Catches a row whose reader and writer disagree
+// on the key, the section or the conversion, and two rows that share a key or a member.
+TEST(SysChanCfg, EveryKeyRoundTripsThroughTheFile) {
+  TempRoot o_Root;
+  o_Root.f_Write(A_C_PATH, "{}");
+  Probe_CL o_Out;
+  std::set<const void*> o_Members;
+  for (size_t ui_Row = 0; ui_Row < SysChanCfg_CL::ui_NrKeys; ++ui_Row) {
+    const ChanCfgKey_ST& o_Key = SysChanCfg_CL::a_o_Keys[ui_Row];
+    if (o_Key.f_Member == nullptr) continue;
+    std::visit(
+        [&o_Members, ui_Row](auto* z_Member) {
+          EXPECT_TRUE(o_Members.insert(z_Member).second) << "row " << ui_Row << " shares a member";
+          f_Distinct(*z_Member, static_cast<int>(ui_Row));
+        },
+        o_Key.f_Member(o_Out));
+  }
+  const std::string str_Text = f_WriteAll(o_Out);
+  o_Root.f_Write(A_C_PATH, str_Text);
+
+  Probe_CL o_In;
+  for (size_t ui_Row = 0; ui_Row < SysChanCfg_CL::ui_NrKeys; ++ui_Row) {
+    const ChanCfgKey_ST& o_Key = SysChanCfg_CL::a_o_Keys[ui_Row];
+    if (o_Key.f_Member == nullptr) continue;
+    SCOPED_TRACE(std::string(o_Key.z_c_Section != nullptr ? o_Key.z_c_Section : "") + "/" +
+                 o_Key.z_c_Key);
+    std::visit(
+        [](auto* z_Want, auto* z_Got) {
+          if constexpr (std::is_same_v<decltype(z_Want), decltype(z_Got)>) {
+            EXPECT_EQ(*z_Got, *z_Want);
+          } else {
+            ADD_FAILURE() << "the member changed its type";
+          }
+        },
+        o_Key.f_Member(o_Out), o_Key.f_Member(o_In));
+  }
+  EXPECT_EQ(f_WriteAll(o_In), str_Text);
+}
 
 TEST(SysChanCfg, ValidityAndRepairFlagsFollowTheFile) {
   struct Case_ST {
