@@ -52,7 +52,7 @@ class ErrorHandler_CL : public ErrorShMem_CL {
   // the process's error object. Throws SysExcpt_CL* when Bms_CL is null, when the readiness
   // table cannot be read, or when the database cannot be opened. The middle argument is
   // not used.
-  ErrorHandler_CL(SysObj* z_o_Obj, unsigned long ul_Unused, Bms_CL* z_o_Bms);
+  ErrorHandler_CL(SysObj* z_o_Obj, unsigned long ul_Unused, Bms_CL* z_o_BmsObj);
   virtual ~ErrorHandler_CL();
   ErrorHandler_CL(const ErrorHandler_CL&) = delete;
   ErrorHandler_CL& operator=(const ErrorHandler_CL&) = delete;
@@ -161,6 +161,13 @@ class ErrorHandler_CL : public ErrorShMem_CL {
   };
   enum class en_Active { NO, YES, UNKNOWN };
 
+  // The steps of f_Insert: the report from the caller's text (an overlong process name
+  // cut), the duplicate test, and the write of a report that nothing waits before.
+  Report_ST f_NewReport(const char* z_c_Proc, int i_Coded);
+  en_Active f_FindDuplicate(int i_Code, bool b_Behind);
+  // 0 stored; otherwise the report waits and the write's return code.
+  int f_StoreNew(Report_ST o_R);
+
   int f_DBOpenFile(const std::string& str_File);
   bool f_DBUsable();
   int f_DBRecover();
@@ -181,7 +188,8 @@ class ErrorHandler_CL : public ErrorShMem_CL {
   int f_Exec(const char* z_c_Sql);
 
   std::unique_ptr<RdyStatus_CL> z_o_RdyStatus;
-  Bms_CL* z_o_Bms;
+  // The tool's digital outputs (ready, error); the service's Bms_CL, not owned.
+  Bms_CL* z_o_BmsIo;
   SysObj* z_o_SysObj;
   std::string str_DBPath;
   int i_MaxErrors = i_DefaultMaxErrors;

@@ -5,10 +5,13 @@
 #include <string>
 #include <vector>
 
+// The readiness words hold 32 flags; a number outside them requires and sets nothing.
+inline bool f_RdyFlagNrOk(int i_Nr) { return i_Nr >= 0 && i_Nr < 32; }
+
 // One configured flag, kept for the readiness dump.
 class RdySollStatus_CL {
  public:
-  RdySollStatus_CL(int i_Nr, const char* z_c_Name, bool b_Status);
+  RdySollStatus_CL(int i_FlagNr, const char* z_c_Name, bool b_Required);
 
   int f_GetNr() const { return i_Nr; }
   const char* f_GetName() const { return str_Name.c_str(); }

@@ -1,5 +1,7 @@
 // The system-error store: configuration, the SQLite list of errors, the current error,
-// acknowledgement and the JSON export of the active errors.
+// acknowledgement, the JSON export of the active errors, and readiness: the error segment
+// that carries both readiness words, the flag operations and the comparison step behind
+// output 17.
 #include "ErrorHandler.h"
 
 #include <cerrno>
@@ -24,6 +26,7 @@
 #include "sysLib/Bms.h"
 #include "sysLib/ConfigFile.h"
 #include "sysLib/Error.h"
+#include "sysLib/SysCmd.h"
 #include "sysLib/SysDiag.h"
 #include "sysLib/SysExcpt.h"
 #include "sysLib/SysFile.h"
@@ -59,6 +62,10 @@ constexpr const char* A_C_ACK_FIND_CMD =
 constexpr const char* A_C_ACK_UPDATE_CMD =
     "update syserrors set ack=1 where code=:code and ack=0 and class!=1;";
 
+// Raises the user interface's priority once the tool is first ready to work.
+constexpr const char* A_C_RENICE_CMD =
+    "dbus-send --system --print-reply --dest=com.torvane.akku.GUIService /GUI "
+    "com.torvane.akku.gui.setNice int32:-15";
 
 constexpr const char* A_C_CREATE_TABLE_CMD =
     "CREATE TABLE IF NOT EXISTS syserrors (id INTEGER PRIMARY KEY,date INTEGER DEFAULT '',proc "
@@ -186,9 +193,19 @@ int f_BindText(sqlite3_stmt* z_o_Stmt, const char* z_c_Name, const char* z_c_Val
 }
 }  // namespace
 
+// --- error segment and store ----------------------------------------------------------
+
+ErrorShMem_CL::ErrorShMem_CL() : ShMem_CL(A_C_ERROR_SHMEM_NAME, UI_ERROR_SHMEM_SIZE) {
+  if (f_IsShMemRdy()) z_o_ErrShMem = static_cast<ErrorShMemData_ST*>(f_GetShMem());
+}
+
+unsigned char ErrorShMem_CL::f_IsSmod() const {
+  return z_o_ErrShMem != nullptr ? z_o_ErrShMem->uc_Smod : 0;
+}
+
 ErrorHandler_CL::ErrorHandler_CL(SysObj* z_o_Obj, unsigned long, Bms_CL* z_o_BmsObj)
-    : z_o_Bms(z_o_BmsObj), z_o_SysObj(z_o_Obj) {
-  if (z_o_Bms == nullptr) throw new SysExcpt_CL(2, "ErrorHandler_CL::new Bms_CL", true);
+    : z_o_BmsIo(z_o_BmsObj), z_o_SysObj(z_o_Obj) {
+  if (z_o_BmsIo == nullptr) throw new SysExcpt_CL(2, "ErrorHandler_CL::new Bms_CL", true);
   try {
     z_o_RdyStatus.reset(new RdyStatus_CL());
   } catch (const std::bad_alloc&) {
@@ -549,26 +566,14 @@ int ErrorHandler_CL::f_InsertError(int i_CodedErr) {
 
 int ErrorHandler_CL::f_Insert(const char* z_c_Proc, const char* z_c_Code) {
   const int i_Coded = f_CodedFromText(z_c_Code);
-  Report_ST o_R{z_c_Proc != nullptr ? z_c_Proc : "", i_Coded >> 3, i_Coded & 7,
-                static_cast<int>(std::time(nullptr))};
-  if (o_R.str_Proc.size() > UI_MAX_PROC_LEN) {
-    syslog(LOG_WARNING, "ErrorHandler_CL::f_Insert process name of %zu bytes cut at %zu",
-           o_R.str_Proc.size(), UI_MAX_PROC_LEN);
-    // Cut before a character, not inside one: the name stays valid UTF-8 for the readers.
-    size_t ui_Cut = UI_MAX_PROC_LEN;
-    while (ui_Cut > 0 && (static_cast<unsigned char>(o_R.str_Proc[ui_Cut]) & 0xC0) == 0x80) --ui_Cut;
-    o_R.str_Proc.resize(ui_Cut);
-  }
+  Report_ST o_R = f_NewReport(z_c_Proc, i_Coded);
 
   // Reports are stored in the order they came: while older ones wait for the database, a
   // new one queues behind them and the database is only asked without waiting.
   if (!o_Pending.empty()) f_RetryPending();
   const bool b_Behind = !o_Pending.empty();
 
-  // One active row per code: a process that repeats its report while the error is still
-  // active must neither grow the list nor alarm the peers again, whatever class it sends.
-  const en_Active e_Dup =
-      (b_Behind && f_IsPending(o_R.i_Code)) ? en_Active::YES : f_FindActive(o_R.i_Code, b_Behind);
+  const en_Active e_Dup = f_FindDuplicate(o_R.i_Code, b_Behind);
   if (e_Dup == en_Active::YES) {
     syslog(LOG_INFO, "ErrorHandler_CL::f_Insert error %d already exists", i_Coded);
     return 0;
@@ -581,7 +586,33 @@ int ErrorHandler_CL::f_Insert(const char* z_c_Proc, const char* z_c_Code) {
     f_QueueReport(std::move(o_R));
     return -1;
   }
+  return f_StoreNew(std::move(o_R));
+}
 
+ErrorHandler_CL::Report_ST ErrorHandler_CL::f_NewReport(const char* z_c_Proc, int i_Coded) {
+  Report_ST o_R{z_c_Proc != nullptr ? z_c_Proc : "", i_Coded >> 3, i_Coded & 7,
+                static_cast<int>(std::time(nullptr))};
+  if (o_R.str_Proc.size() > UI_MAX_PROC_LEN) {
+    syslog(LOG_WARNING, "ErrorHandler_CL::f_Insert process name of %zu bytes cut at %zu",
+           o_R.str_Proc.size(), UI_MAX_PROC_LEN);
+    // Cut before a character, not inside one: the name stays valid UTF-8 for the readers.
+    size_t ui_Cut = UI_MAX_PROC_LEN;
+    while (ui_Cut > 0 && (static_cast<unsigned char>(o_R.str_Proc[ui_Cut]) & 0xC0) == 0x80)
+      --ui_Cut;
+    o_R.str_Proc.resize(ui_Cut);
+  }
+  return o_R;
+}
+
+ErrorHandler_CL::en_Active ErrorHandler_CL::f_FindDuplicate(int i_Code, bool b_Behind) {
+  // One active row per code: a process that repeats its report while the error is still
+  // active must neither grow the list nor alarm the peers again, whatever class it sends.
+  // Behind waiting reports, one of them may carry the code before the list does.
+  if (b_Behind && f_IsPending(i_Code)) return en_Active::YES;
+  return f_FindActive(i_Code, b_Behind);
+}
+
+int ErrorHandler_CL::f_StoreNew(Report_ST o_R) {
   f_BeginSqlTransaction();
   bool b_Stored = false;
   const int i_Ret = f_WriteRow(o_R, &b_Stored);
@@ -644,7 +675,7 @@ void ErrorHandler_CL::f_ShowNewError(const Report_ST& o_R) {
   // Class 0 errors are notes: the tool stays ready.
   if (o_R.i_Class != 0) {
     f_ResetRdyFlag(I_RDY_FLAG_NO_SYS_ERROR);
-    z_o_Bms->f_Out(I_BMS_OUT_NO_ERROR, false);
+    z_o_BmsIo->f_Out(I_BMS_OUT_NO_ERROR, false);
   }
 }
 
@@ -722,8 +753,7 @@ int ErrorHandler_CL::f_Exec(const char* z_c_Sql) {
 bool ErrorHandler_CL::f_StorePending(const Report_ST& o_R, bool* z_b_Duplicate) {
   *z_b_Duplicate = false;
   // A transaction left open by the failed write is taken over, not begun twice.
-  if (sqlite3_get_autocommit(z_o_DB) != 0 && f_Exec("BEGIN EXCLUSIVE;") != SQLITE_OK)
-    return false;
+  if (sqlite3_get_autocommit(z_o_DB) != 0 && f_Exec("BEGIN EXCLUSIVE;") != SQLITE_OK) return false;
   const en_Active e_Dup = f_FindActive(o_R.i_Code, true);
   bool b_Stored = false;
   if (e_Dup == en_Active::NO) f_WriteRow(o_R, &b_Stored);
@@ -790,7 +820,7 @@ void ErrorHandler_CL::f_RetryPending() {
 
 void ErrorHandler_CL::f_SetNoActiveError() {
   f_SetRdyFlag(I_RDY_FLAG_NO_SYS_ERROR);
-  z_o_Bms->f_Out(I_BMS_OUT_NO_ERROR, true);
+  z_o_BmsIo->f_Out(I_BMS_OUT_NO_ERROR, true);
   if (z_o_ErrShMem != nullptr) z_o_ErrShMem->i_CurError = 0;
 }
 
@@ -959,4 +989,86 @@ int ErrorHandler_CL::f_SysErrorGet(int* i_Code, int* i_Class, int* i_Date) {
   if (i_Class != nullptr) *i_Class = i_LastErrClass;
   if (i_Date != nullptr) *i_Date = i_LastErrDate;
   return 0;
+}
+
+// --- readiness ---------------------------------------------------------------------------
+
+bool ErrorHandler_CL::f_SetRdyFlag(int i_Nr) {
+  if (z_o_ErrShMem == nullptr) return false;
+  if (f_RdyFlagNrOk(i_Nr)) z_o_ErrShMem->ui_RdyIst = z_o_ErrShMem->ui_RdyIst | (1u << i_Nr);
+  return z_o_ErrShMem->ui_RdyIst == z_o_ErrShMem->ui_RdySoll;
+}
+
+bool ErrorHandler_CL::f_ResetRdyFlag(int i_Nr) {
+  if (z_o_ErrShMem == nullptr) return false;
+  if (f_RdyFlagNrOk(i_Nr)) z_o_ErrShMem->ui_RdyIst = z_o_ErrShMem->ui_RdyIst & ~(1u << i_Nr);
+  return z_o_ErrShMem->ui_RdyIst == z_o_ErrShMem->ui_RdySoll;
+}
+
+bool ErrorHandler_CL::f_IsRdyFlagSet(int i_Nr) {
+  const uint32_t ui_Soll =
+      z_o_ErrShMem != nullptr ? z_o_ErrShMem->ui_RdySoll : z_o_RdyStatus->f_GetRdySoll();
+  if (!f_RdyFlagNrOk(i_Nr) || (ui_Soll & (1u << i_Nr)) == 0) return true;
+  return z_o_ErrShMem != nullptr && (z_o_ErrShMem->ui_RdyIst & (1u << i_Nr)) != 0;
+}
+
+int ErrorHandler_CL::f_RdyGet(int* i_RdyIst, int* i_RdySoll) {
+  if (z_o_ErrShMem == nullptr) return -1;
+  const uint32_t ui_Soll = z_o_ErrShMem->ui_RdySoll;
+  if (i_RdyIst != nullptr) *i_RdyIst = static_cast<int>(z_o_ErrShMem->ui_RdyIst & ui_Soll);
+  if (i_RdySoll != nullptr) *i_RdySoll = static_cast<int>(ui_Soll);
+  return 0;
+}
+
+int ErrorHandler_CL::f_SysErrorGet(int* i_CodedErr) {
+  if (z_o_ErrShMem == nullptr) return -1;
+  if (i_CodedErr != nullptr) *i_CodedErr = z_o_ErrShMem->i_CurError;
+  return 0;
+}
+
+int ErrorHandler_CL::f_DumpRdy() {
+  const int i_Soll = z_o_ErrShMem != nullptr ? static_cast<int>(z_o_ErrShMem->ui_RdySoll) : 0;
+  const int i_Ist = z_o_ErrShMem != nullptr ? static_cast<int>(z_o_ErrShMem->ui_RdyIst) : 0;
+  syslog(LOG_INFO, "RdySoll: %d, RdyIst: %d\n", i_Soll, i_Ist);
+  for (const auto& o_Flag : z_o_RdyStatus->f_GetRdySollStatusList()) {
+    syslog(LOG_INFO, "Flag: %d\tName: %s\t\tSoll: %d\tIst: %d\n", o_Flag->f_GetNr(),
+           o_Flag->f_GetName(), o_Flag->f_GetStatus() ? 1 : 0,
+           f_IsRdyFlagSet(o_Flag->f_GetNr()) ? 1 : 0);
+  }
+  return 0;
+}
+
+void ErrorHandler_CL::f_RdyChecker(void*) { f_RdyChecker(); }
+
+void ErrorHandler_CL::f_RdyChecker() {
+  if (z_o_ErrShMem == nullptr) return;
+  const uint32_t ui_Soll = z_o_ErrShMem->ui_RdySoll;
+  const uint32_t ui_Ist = z_o_ErrShMem->ui_RdyIst;
+  const bool b_Ready = (ui_Ist & ui_Soll) == ui_Soll;
+
+  // Output and signal only on a change: the peers react to edges, and a flag that drops
+  // and comes back between two ticks is no change for them.
+  if (!b_Ready && b_RdyAlt) {
+    z_o_BmsIo->f_Out(I_BMS_OUT_READY, false);
+    syslog(LOG_INFO, "f_RdyChecker - Soll: %d, Ist: %d", static_cast<int>(ui_Soll),
+           static_cast<int>(ui_Ist));
+    f_Signal("rdychanged", g_variant_new("(ii)", static_cast<gint32>(ui_Ist & ui_Soll),
+                                         static_cast<gint32>(ui_Soll)));
+    b_RdyAlt = false;
+  } else if (b_Ready && !b_RdyAlt) {
+    z_o_BmsIo->f_Out(I_BMS_OUT_READY, true);
+    syslog(LOG_INFO, "f_RdyChecker - Soll: %d, Ist: %d", static_cast<int>(ui_Soll),
+           static_cast<int>(ui_Ist));
+    f_Signal("rdychanged", g_variant_new("(ii)", static_cast<gint32>(ui_Ist & ui_Soll),
+                                         static_cast<gint32>(ui_Soll)));
+    b_RdyAlt = true;
+    if (b_Startup) {
+      // The user interface starts at normal priority so that booting is not slowed; from
+      // the first ready moment on it must stay responsive while the tool works. The call
+      // waits for the interface's reply, up to the bus's call time-out: the loop does not.
+      if (f_SysCmdAsync(A_C_RENICE_CMD) != 0)
+        syslog(LOG_WARNING, "f_RdyChecker - renice of the user interface failed");
+      b_Startup = false;
+    }
+  }
 }
