@@ -1048,27 +1048,19 @@ void ErrorHandler_CL::f_RdyChecker() {
 
   // Output and signal only on a change: the peers react to edges, and a flag that drops
   // and comes back between two ticks is no change for them.
-  if (!b_Ready && b_RdyAlt) {
-    z_o_BmsIo->f_Out(I_BMS_OUT_READY, false);
-    syslog(LOG_INFO, "f_RdyChecker - Soll: %d, Ist: %d", static_cast<int>(ui_Soll),
-           static_cast<int>(ui_Ist));
-    f_Signal("rdychanged", g_variant_new("(ii)", static_cast<gint32>(ui_Ist & ui_Soll),
-                                         static_cast<gint32>(ui_Soll)));
-    b_RdyAlt = false;
-  } else if (b_Ready && !b_RdyAlt) {
-    z_o_BmsIo->f_Out(I_BMS_OUT_READY, true);
-    syslog(LOG_INFO, "f_RdyChecker - Soll: %d, Ist: %d", static_cast<int>(ui_Soll),
-           static_cast<int>(ui_Ist));
-    f_Signal("rdychanged", g_variant_new("(ii)", static_cast<gint32>(ui_Ist & ui_Soll),
-                                         static_cast<gint32>(ui_Soll)));
-    b_RdyAlt = true;
-    if (b_Startup) {
-      // The user interface starts at normal priority so that booting is not slowed; from
-      // the first ready moment on it must stay responsive while the tool works. The call
-      // waits for the interface's reply, up to the bus's call time-out: the loop does not.
-      if (f_SysCmdAsync(A_C_RENICE_CMD) != 0)
-        syslog(LOG_WARNING, "f_RdyChecker - renice of the user interface failed");
-      b_Startup = false;
-    }
+  if (b_Ready == b_RdyAlt) return;
+  z_o_BmsIo->f_Out(I_BMS_OUT_READY, b_Ready);
+  syslog(LOG_INFO, "f_RdyChecker - Soll: %d, Ist: %d", static_cast<int>(ui_Soll),
+         static_cast<int>(ui_Ist));
+  f_Signal("rdychanged", g_variant_new("(ii)", static_cast<gint32>(ui_Ist & ui_Soll),
+                                       static_cast<gint32>(ui_Soll)));
+  b_RdyAlt = b_Ready;
+  if (b_Ready && b_Startup) {
+    // The user interface starts at normal priority so that booting is not slowed; from
+    // the first ready moment on it must stay responsive while the tool works. The call
+    // waits for the interface's reply, up to the bus's call time-out: the loop does not.
+    if (f_SysCmdAsync(A_C_RENICE_CMD) != 0)
+      syslog(LOG_WARNING, "f_RdyChecker - renice of the user interface failed");
+    b_Startup = false;
   }
 }
