@@ -98,7 +98,7 @@ void ChanCfg_CL::f_RepairInPlace() {
     if (f_RepairTree(o_Tree) != nullptr) Cfg::f_SetCfgKey(o_Tree.get(), nullptr, "Einheit", 0);
   }
   if (o_Tree != nullptr) {
-    Cfg::f_WriteCfgFile(o_Tree.release(), str_Path.c_str(), true);
+    Cfg::f_WriteCfgFile(o_Tree.get(), str_Path.c_str());
     f_Announce(nullptr);
   }
 }
@@ -170,7 +170,7 @@ int ChanCfg_CL::f_RefreshData() {
   Cfg::f_SetCfgKey(o_Tree.get(), "Mfu", "Datum", static_cast<long>(i_MfuDatum));
   Cfg::f_SetCfgKey(o_Tree.get(), "Mfu", "Zyklus", ui_MfuZyklus);
   Cfg::f_SetCfgKey(o_Tree.get(), "Mfu", "MfuFaktor", static_cast<double>(fl_MfuFaktor));
-  return Cfg::f_WriteCfgFile(o_Tree.release(), str_Path.c_str(), true) == 0 ? 0 : -1;
+  return Cfg::f_WriteCfgFile(o_Tree.get(), str_Path.c_str()) == 0 ? 0 : -1;
 }
 
 int ChanCfg_CL::f_CreateCfg() {
@@ -194,7 +194,7 @@ int ChanCfg_CL::f_CreateCfg() {
       if (o_Key.e_Hook == en_ChanCfgHookLimits) f_UpdateToolLimits(o_Tree.get());
     }
   }
-  return Cfg::f_WriteCfgFile(o_Tree.release(), A_C_CHAN_CFG_PATH, true);
+  return Cfg::f_WriteCfgFile(o_Tree.get(), A_C_CHAN_CFG_PATH);
 }
 
 int ChanCfg_CL::f_NewCfg(const char* z_c_Path) {
