@@ -10,6 +10,7 @@
 
 #include "Harness.h"
 #include "syssrv-client.h"
+#include "sysLib/Holders.h"
 
 using namespace it;
 
@@ -92,9 +93,8 @@ class TypedRecorder {
     if (g_value_get_object(&a_o_Values[0]) != z_o_Self->z_o_Of) return TRUE;
     Emission_ST o_E{g_signal_name(z_o_Hint->signal_id), {}, false};
     for (guint i = 1; i < ui_N; i++) {  // value 0 is the instance
-      gchar* z_c_Text = g_strdup_value_contents(&a_o_Values[i]);
-      o_E.o_Args.push_back(z_c_Text);
-      g_free(z_c_Text);
+      GChars_T o_Text(g_strdup_value_contents(&a_o_Values[i]));
+      o_E.o_Args.push_back(o_Text.get());
     }
     z_o_Self->o_Seen.push_back(o_E);
     return TRUE;
@@ -134,9 +134,7 @@ class ClientLib : public ::testing::Test {
 std::string f_Prop(SysSrvClient* z_o_Client, const char* z_c_Name) {
   GValue o_V = G_VALUE_INIT;
   g_object_get_property(G_OBJECT(z_o_Client), z_c_Name, &o_V);
-  gchar* z_c_Text = g_strdup_value_contents(&o_V);
-  std::string str_Text = z_c_Text;
-  g_free(z_c_Text);
+  std::string str_Text = GChars_T(g_strdup_value_contents(&o_V)).get();
   g_value_unset(&o_V);
   return str_Text;
 }
@@ -348,11 +346,10 @@ TEST_F(ClientLib, GettersAndTheWiresExceptions) {
   ASSERT_TRUE(sys_srv_client_fetch_mfu_sync(z_o_Client, &i_Mfu, nullptr, &z_o_Err))
       << f_Msg(z_o_Err);
   EXPECT_EQ(i_Mfu, 1250);
-  GVariant* o_Raw = sys_srv_client_call_sync(z_o_Client, "fmfuget", nullptr, G_VARIANT_TYPE("(i)"),
-                                             G_DBUS_CALL_FLAGS_NONE, -1, nullptr, nullptr);
-  ASSERT_NE(o_Raw, nullptr);
-  EXPECT_EQ(f_Int(o_Raw), 100);
-  g_variant_unref(o_Raw);
+  Variant_T o_Raw(sys_srv_client_call_sync(z_o_Client, "fmfuget", nullptr, G_VARIANT_TYPE("(i)"),
+                                           G_DBUS_CALL_FLAGS_NONE, -1, nullptr, nullptr));
+  ASSERT_TRUE(o_Raw);
+  EXPECT_EQ(f_Int(o_Raw.get()), 100);
 
   // The status setter came back at once and changed nothing; the getter answers although
   // declared without a result.
@@ -491,15 +488,15 @@ TEST_F(ClientLib, FailuresAreCoded) {
       {G_IO_ERROR, G_IO_ERROR_PERMISSION_DENIED, SYS_SRV_CLIENT_ERROR_FAILED},
   };
   for (const Case_ST& o_C : a_o_Cases) {
-    GError* z_o_E = g_error_new_literal(o_C.ui_Domain, o_C.i_Code, "x");
-    EXPECT_EQ(sys_srv_client_error_classify(z_o_E), o_C.e_Expect)
+    GErrorHolder_CL o_E;
+    *o_E.f_Out() = g_error_new_literal(o_C.ui_Domain, o_C.i_Code, "x");
+    EXPECT_EQ(sys_srv_client_error_classify(o_E.get()), o_C.e_Expect)
         << g_quark_to_string(o_C.ui_Domain) << " " << o_C.i_Code;
-    g_error_free(z_o_E);
   }
   // systemd's answer when the unit behind the activation file cannot start.
-  GError* z_o_Sd = g_dbus_error_new_for_dbus_error("org.freedesktop.systemd1.UnitMasked", "x");
-  EXPECT_EQ(sys_srv_client_error_classify(z_o_Sd), SYS_SRV_CLIENT_ERROR_NOT_RUNNING);
-  g_error_free(z_o_Sd);
+  GErrorHolder_CL o_Sd;
+  *o_Sd.f_Out() = g_dbus_error_new_for_dbus_error("org.freedesktop.systemd1.UnitMasked", "x");
+  EXPECT_EQ(sys_srv_client_error_classify(o_Sd.get()), SYS_SRV_CLIENT_ERROR_NOT_RUNNING);
   EXPECT_EQ(sys_srv_error_encode(403, 4), 3228);
   EXPECT_EQ(sys_srv_error_code(3233), 404);
   EXPECT_EQ(sys_srv_error_class(3233), 1);
@@ -573,12 +570,11 @@ TEST(ClientWire, OtherShapesAreNotReadWrongly) {
   const GDBusInterfaceVTable o_VTable = {f_StandInCall, nullptr, nullptr, {nullptr}};
   guint ui_Obj = g_dbus_connection_register_object(
       z_o_Srv, SYS_SRV_OBJECT_PATH, z_o_Node->interfaces[0], &o_VTable, nullptr, nullptr, nullptr);
-  GVariant* o_Owned = g_dbus_connection_call_sync(
+  Variant_T o_Owned(g_dbus_connection_call_sync(
       z_o_Srv, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
       "RequestName", g_variant_new("(su)", SYS_SRV_BUS_NAME, 0u), nullptr, G_DBUS_CALL_FLAGS_NONE,
-      5000, nullptr, nullptr);
-  ASSERT_NE(o_Owned, nullptr);
-  g_variant_unref(o_Owned);
+      5000, nullptr, nullptr));
+  ASSERT_TRUE(o_Owned);
 
   SysSrvClient* z_o_C =
       sys_srv_client_new_for_address_sync(o_Bus.f_Address().c_str(), nullptr, &z_o_Err);

@@ -18,10 +18,8 @@ using namespace it;
 
 namespace {
 
-using Json_T = std::unique_ptr<cJSON, void (*)(cJSON*)>;
-Json_T f_Parse(const std::string& str_Text) {
-  return Json_T(cJSON_Parse(str_Text.c_str()), cJSON_Delete);
-}
+using Json_T = CJsonTree_T;
+Json_T f_Parse(const std::string& str_Text) { return Json_T(cJSON_Parse(str_Text.c_str())); }
 double f_Num(const cJSON* z_o_J, const char* z_c_Key) {
   const cJSON* z_o_V = cJSON_GetObjectItemCaseSensitive(z_o_J, z_c_Key);
   return cJSON_IsNumber(z_o_V) ? z_o_V->valuedouble : -1;

@@ -15,6 +15,7 @@
 #include "TestSupport.h"
 #include "TypschildKiro.h"
 #include "sysLib/Error.h"
+#include "sysLib/Holders.h"
 
 namespace {
 constexpr const char* A_C_PATH = "/home/tool/config/ChanCfg.json";
@@ -24,8 +25,7 @@ using Keys = std::vector<std::string>;
 // The written file, read by "Section/Key".
 struct Json_CL {
   explicit Json_CL(const TempRoot& o_Root)
-      : z_o_Tree(cJSON_Parse(o_Root.f_Read(A_C_PATH).c_str())) {}
-  ~Json_CL() { cJSON_Delete(z_o_Tree); }
+      : o_Tree(cJSON_Parse(o_Root.f_Read(A_C_PATH).c_str())), z_o_Tree(o_Tree.get()) {}
   const cJSON* f_At(const std::string& str_Path) const {
     size_t ui_Slash = str_Path.find('/');
     if (ui_Slash == std::string::npos) return cJSON_GetObjectItem(z_o_Tree, str_Path.c_str());
@@ -52,17 +52,16 @@ struct Json_CL {
     cJSON_ArrayForEach(z_o_Item, z_o_Obj) o_Keys.push_back(z_o_Item->string);
     return o_Keys;
   }
+  CJsonTree_T o_Tree;
   cJSON* z_o_Tree;
 };
 
 // Edits the file as another process would.
 void f_Edit(const TempRoot& o_Root, const std::function<void(cJSON*)>& f_Change) {
-  cJSON* z_o_Tree = cJSON_Parse(o_Root.f_Read(A_C_PATH).c_str());
-  f_Change(z_o_Tree);
-  char* z_c_Text = cJSON_Print(z_o_Tree);
-  o_Root.f_Write(A_C_PATH, z_c_Text);
-  cJSON_free(z_c_Text);
-  cJSON_Delete(z_o_Tree);
+  CJsonTree_T o_Tree(cJSON_Parse(o_Root.f_Read(A_C_PATH).c_str()));
+  f_Change(o_Tree.get());
+  CJsonText_T o_Text(cJSON_Print(o_Tree.get()));
+  o_Root.f_Write(A_C_PATH, o_Text.get());
 }
 
 // Rewrites one line of the simulator's default motor-unit nameplate.

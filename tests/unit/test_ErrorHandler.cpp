@@ -20,6 +20,7 @@
 #include "SystemSrv.h"
 #include "TestSupport.h"
 #include "sysLib/Bms.h"
+#include "sysLib/Holders.h"
 #include "sysLib/SysExcpt.h"
 
 namespace {
@@ -45,13 +46,11 @@ class RecordingHandler_CL : public ErrorHandler_CL {
 
  protected:
   void f_Signal(const char* z_c_Name, GVariant* o_Params) override {
-    GVariant* z_o_Tuple = g_variant_ref_sink(o_Params);
+    Variant_T o_Tuple(g_variant_ref_sink(o_Params));
     // The seam stands in for the gate, so it holds the signal against the interface too.
-    EXPECT_TRUE(f_SignalMatches(z_c_Name, g_variant_get_type_string(z_o_Tuple))) << z_c_Name;
-    gchar* z_c_Text = g_variant_print(z_o_Tuple, FALSE);
-    o_Sent.push_back(std::string(z_c_Name) + " " + z_c_Text);
-    g_free(z_c_Text);
-    g_variant_unref(z_o_Tuple);
+    EXPECT_TRUE(f_SignalMatches(z_c_Name, g_variant_get_type_string(o_Tuple.get()))) << z_c_Name;
+    GChars_T o_Text(g_variant_print(o_Tuple.get(), FALSE));
+    o_Sent.push_back(std::string(z_c_Name) + " " + o_Text.get());
   }
 };
 
