@@ -19,8 +19,6 @@ enum en_BattStatus {
 int f_CheckBattPower(SysObj* z_o_Obj);
 // Consumes one pending on/off announcement; 1 when it changed the status.
 int f_CheckBattOnOff(SysObj* z_o_Obj);
-// Charge in percent from a raw reading (0 below 20).
-int f_BattPercent(int i_Raw);
 
 gboolean f_BattPowerGet(SysObj* z_o_Obj, int* i_BattPower, GError** error);
 gboolean f_BattStatusGet(SysObj* z_o_Obj, int* i_BattStatus, GError** error);
@@ -28,6 +26,7 @@ gboolean f_BattPowerSet(SysObj* z_o_Obj, int i_BattPower, GError** error);
 // TRUE when unchanged or one of 0..5; FALSE for any other value (stored all the same).
 gboolean f_BattStatusSet(SysObj* z_o_Obj, int i_BattStatus, GError** error);
 
+// Starts the count-down of I_CNT_DOWN_SECONDS unless it runs already.
 void f_RunCntDwnTimer(SysObj* z_o_Obj);
 void f_StopCntDwnTimer(SysObj* z_o_Obj);
 // One second of the count-down (called by the checker on every 4th tick).

@@ -5,6 +5,7 @@
 #include <memory>
 #include <string>
 
+#include "CheckRules.h"
 #include "sysLib/NamedSem.h"
 #include "sysLib/SysChanCfg.h"
 
@@ -125,8 +126,9 @@ class ChanCfg_CL : public SysChanCfg_CL {
   int f_MfuSet(SysObj* z_o_Obj, int i_Mfu);
   void f_ZyklusSet(unsigned int ui_Zyklus);
   int f_ZyklusGet(unsigned int& ui_Zyklus);
-  // Saves the nameplate's dynamic data every few cycles; called by the periodic check.
-  void f_ZyklusCheck();
+  // Saves the nameplate's dynamic data every few cycles; o_Saved: the process's last save,
+  // kept in the checker's state.
+  void f_ZyklusCheck(SavedCycle_ST& o_Saved);
   // The channel name (or "Kiro") as host name. 0 or -1.
   int f_SetHostname();
 

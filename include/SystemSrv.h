@@ -3,6 +3,7 @@
 #include <gio/gio.h>
 #include <semaphore.h>
 
+#include "CheckRules.h"
 #include "SysSrvNames.h"
 
 class Bms_CL;
@@ -18,17 +19,12 @@ struct SysObj {
   GDBusConnection* connection;
   gint32 i_BattPower;
   gint32 i_BattStatus;
-  gint32 i_WaitForBattOffCnt;
-  bool b_LowBattErrActive;
-  gint32 i_CntDown;
-  bool b_CntDwnActive;
   bool i_ToolEnable;
-  float fl_LastTemperature;
-  bool b_TempCheckPending;
-  bool b_AckInputLevel;
   sem_t o_SignalEmitSemId;
   sem_t o_SysCheckerCritSectionSemId;
   gint32 i_JobRunningStatus;
+  // What the periodic checks remember between ticks (constructed by f_SysObjConstruct).
+  CheckerState_ST o_Checker;
 };
 
 struct SysObjClass {

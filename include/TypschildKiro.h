@@ -9,6 +9,7 @@
 #include <climits>
 #include <string>
 
+#include "CheckRules.h"
 #include "Typschild.h"
 
 // Copies ul_Len bytes of z_c_Value into a new zero-terminated string from malloc (the
@@ -115,10 +116,10 @@ class TypschildKiro_CL : public Typschild_CL {
   // Sets the cycle count held in memory (saved by the next f_SaveDynData).
   void f_ZyklusSet(unsigned int ui_NewZyklus) { ui_Zyklus = ui_NewZyklus; }
   // Saves the dynamic data when more than UI_SAVE_CYCLES cycles passed since the last
-  // save of this process: the EEPROM wears, so it is not written on every cycle.
-  void f_ZyklusCheck();
-  // For tests: forget the last saved cycle, as at process start.
-  static void f_ResetZyklusAlt() { b_ZyklusAltSet = false; }
+  // save of this process: the EEPROM wears, so it is not written on every cycle. o_Saved is
+  // the process's last save (the checker's state keeps it); the first call takes this
+  // object's cycle count as the last save.
+  void f_ZyklusCheck(SavedCycle_ST& o_Saved);
 
   // --- values read ----------------------------------------------------------------------
   const TypschildKiroStat_ST& f_GetStatData() const { return o_Stat; }
@@ -141,8 +142,4 @@ class TypschildKiro_CL : public Typschild_CL {
   unsigned int ui_StartLastZyklus = static_cast<unsigned int>(INT_MIN);
   double d_Lastintegral = D_REAL_MISSING;
   int i_HwRev = -1;
-
-  // The cycle of the last save: one for the process, whatever object asks.
-  static inline unsigned int ui_ZyklusAlt = 0;
-  static inline bool b_ZyklusAltSet = false;
 };

@@ -6,14 +6,11 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <memory>
 #include <syslog.h>
-#include <unistd.h>
 
-#include "ChanCfg.h"
 #include "ErrorHandler.h"
+#include "SystemChecker.h"
 #include "SystemSrv.h"
-#include "sysLib/Bms.h"
 #include "sysLib/Holders.h"
 #include "sysLib/SysCmd.h"
 #include "sysLib/SysDiag.h"
@@ -23,36 +20,10 @@ namespace {
 constexpr const char* A_C_LT_RUNNING = "/var/run/mod_lt_running";
 constexpr const char* A_C_SYNC_STATUS = "/proc/kiroctrl/syncstatus";
 constexpr const char* A_C_BATTERY = "/proc/kiroctrl/adcvalues/battery";
-constexpr int I_LOW_BATT_ERROR = 3228;
 // Stands for a usable battery while the driver gives no real reading.
 constexpr unsigned char UC_NO_READING = 42;
-constexpr int I_ZERO_READINGS_FOR_EMPTY = 6;
 
 File_T f_OpenLogical(const char* z_c_Path) { return File_T(fopen(f_SysPath(z_c_Path).c_str(), "r")); }
-
-// The two battery outputs change together under the board's output lock, because the
-// readiness output is driven on the same board.
-void f_SetBattOutputs(bool b_Off, bool b_Usable) {
-  if (z_o_Bms == nullptr) return;
-  z_o_Bms->f_LockOutSignals();
-  z_o_Bms->f_OutFast(30, b_Off);
-  z_o_Bms->f_OutFast(29, b_Usable);
-  z_o_Bms->f_UnlockOutSignals();
-}
-
-void f_SetFlag6(bool b_Set) {
-  if (z_o_ErrorHandler == nullptr) return;
-  if (b_Set)
-    z_o_ErrorHandler->f_SetRdyFlag(6);
-  else
-    z_o_ErrorHandler->f_ResetRdyFlag(6);
-}
-
-// Before the tool is switched off, the changing nameplate data must be on the EEPROM.
-void f_SaveBeforePowerOff() {
-  if (z_o_ChanCfg != nullptr) z_o_ChanCfg->f_SaveDynData();
-  sync();
-}
 
 // The raw battery byte as the driver gives it this tick, or -1 when the battery file
 // cannot be opened.
@@ -87,69 +58,34 @@ int f_ReadRawBattery(unsigned char uc_VBattAlt) {
 }
 }  // namespace
 
-int f_BattPercent(int i_Raw) { return i_Raw < 20 ? 0 : (100 * i_Raw - 1000) / 90; }
-
 int f_CheckBattPower(SysObj* z_o_Obj) {
-  static bool b_LtRdy = false;
-  static bool b_Log = true;
-  static unsigned char uc_VBattAlt = 255;
-
+  CheckerState_ST& o_State = z_o_Obj->o_Checker;
   f_CheckBattOnOff(z_o_Obj);
   if (z_o_Obj->i_BattStatus == en_BattOff) {
-    uc_VBattAlt = 0;
+    o_State.uc_VBattAlt = 0;
     return 0;
   }
-  if (!b_LtRdy) {
+  if (!o_State.b_LtReady) {
     // The driver's battery files mean nothing until it has started.
     if (!f_OpenLogical(A_C_LT_RUNNING)) {
-      if (b_Log) syslog(LOG_INFO, "f_CheckBattPower - Lt not initialized yet");
-      b_Log = false;
+      if (!o_State.b_LtWaitLogged) syslog(LOG_INFO, "f_CheckBattPower - Lt not initialized yet");
+      o_State.b_LtWaitLogged = true;
       return 0;
     }
     syslog(LOG_INFO, "f_CheckBattPower - Lt initialized");
-    b_LtRdy = true;
+    o_State.b_LtReady = true;
   }
 
-  int i_V = f_ReadRawBattery(uc_VBattAlt);
+  int i_V = f_ReadRawBattery(o_State.uc_VBattAlt);
   if (i_V < 0) return -1;
-  // A tool just switched on publishes its charge even when the reading is the old one.
-  bool b_JustOn = z_o_Obj->i_BattPower == 0 && z_o_Obj->i_BattStatus == en_BattOn;
-  if (i_V == uc_VBattAlt && !b_JustOn) return 0;
-
+  CheckerState_ST o_Before = o_State;
+  BattDecision_ST o_D = f_RuleBattReading(i_V, z_o_Obj->i_BattStatus, z_o_Obj->i_BattPower, o_State);
+  if (!o_D.b_Changed) return 0;
   syslog(LOG_INFO, "f_CheckBattPower Neu: %d, Alt: %d, Status: %d, Power: %d, i_WaitForBattOffCnt: %d",
-         i_V, uc_VBattAlt, z_o_Obj->i_BattStatus, z_o_Obj->i_BattPower,
-         z_o_Obj->i_WaitForBattOffCnt);
-
-  int i_Status = z_o_Obj->i_BattStatus;
-  int i_Power = 0;
-  bool b_PowerUpdate = true;
-  if (i_V == 0) {
-    // A single zero is a glitch; only six of them (since the last reset of the count)
-    // empty the battery.
-    b_PowerUpdate = false;
-    if (z_o_Obj->i_BattStatus != en_BattOff &&
-        ++z_o_Obj->i_WaitForBattOffCnt >= I_ZERO_READINGS_FOR_EMPTY) {
-      i_Status = en_BattEmpty;
-      i_Power = 0;
-      z_o_Obj->i_WaitForBattOffCnt = 0;
-      uc_VBattAlt = 0;
-      b_PowerUpdate = true;
-    }
-  } else {
-    if (i_V < 10)
-      i_Status = en_BattEmpty;
-    else if (i_V < 20)
-      i_Status = en_BattLow;
-    else if (i_V < 30)
-      i_Status = en_BattWeak;
-    else
-      i_Status = en_BattGood;
-    i_Power = f_BattPercent(i_V);
-    uc_VBattAlt = static_cast<unsigned char>(i_V);
-  }
-
-  if (b_PowerUpdate) f_BattPowerSet(z_o_Obj, i_Power, nullptr);
-  if (i_Status != z_o_Obj->i_BattStatus) f_BattStatusSet(z_o_Obj, i_Status, nullptr);
+         i_V, o_Before.uc_VBattAlt, z_o_Obj->i_BattStatus, z_o_Obj->i_BattPower,
+         o_Before.i_ZeroReadings);
+  if (o_D.b_PowerUpdate) f_BattPowerSet(z_o_Obj, o_D.i_Power, nullptr);
+  if (o_D.i_Status != z_o_Obj->i_BattStatus) f_BattStatusSet(z_o_Obj, o_D.i_Status, nullptr);
   return 0;
 }
 
@@ -190,69 +126,25 @@ gboolean f_BattStatusSet(SysObj* z_o_Obj, int i_BattStatus, GError**) {
   f_SysDiagSetBatteryStatus(i_BattStatus);
   SYS_EMIT_SIGNAL(z_o_Obj, "battstatuschanged", g_variant_new("(i)", i_BattStatus));
 
-  gboolean b_Known = TRUE;
-  switch (i_BattStatus) {
-    case en_BattOff:
-      z_o_Obj->i_BattPower = 0;
-      f_SysDiagSetBatteryPower(0);
-      SYS_EMIT_SIGNAL(z_o_Obj, "battpowerchanged", g_variant_new("(i)", 0));
-      f_SetFlag6(false);
-      f_SetBattOutputs(true, false);
-      f_RunCntDwnTimer(z_o_Obj);
-      f_SaveBeforePowerOff();
-      break;
-    case en_BattEmpty:
-      f_SetFlag6(false);
-      f_SetBattOutputs(false, false);
-      f_RunCntDwnTimer(z_o_Obj);
-      f_SaveBeforePowerOff();
-      break;
-    case en_BattLow:
-      // Raised once per low phase; withdrawn when the battery is good again.
-      if (!z_o_Obj->b_LowBattErrActive && z_o_ErrorHandler != nullptr) {
-        z_o_ErrorHandler->f_InsertError(I_LOW_BATT_ERROR);
-        z_o_Obj->b_LowBattErrActive = true;
-      }
-      f_SetFlag6(false);
-      f_SetBattOutputs(false, false);
-      break;
-    case en_BattGood:
-    case en_BattWeak:
-      f_StopCntDwnTimer(z_o_Obj);
-      f_SetFlag6(true);
-      f_SetBattOutputs(false, true);
-      if (z_o_Obj->b_LowBattErrActive && z_o_ErrorHandler != nullptr) {
-        z_o_ErrorHandler->f_AckError(I_LOW_BATT_ERROR);
-        z_o_Obj->b_LowBattErrActive = false;
-      }
-      break;
-    case en_BattOn:
-      f_StopCntDwnTimer(z_o_Obj);
-      z_o_Obj->i_BattPower = 0;
-      break;
-    default:
-      b_Known = FALSE;
-      break;
+  if (i_BattStatus == en_BattOff) {
+    z_o_Obj->i_BattPower = 0;
+    f_SysDiagSetBatteryPower(0);
+    SYS_EMIT_SIGNAL(z_o_Obj, "battpowerchanged", g_variant_new("(i)", 0));
+  } else if (i_BattStatus == en_BattOn) {
+    z_o_Obj->i_BattPower = 0;
   }
+  ServiceEffects_CL o_Effects(z_o_Obj);
+  f_ApplyActions(f_RuleBattStatus(i_BattStatus, z_o_ErrorHandler != nullptr, z_o_Obj->o_Checker),
+                 o_Effects);
   z_o_Obj->i_BattStatus = i_BattStatus;
-  return b_Known;
+  return i_BattStatus >= en_BattOff && i_BattStatus <= en_BattWeak;
 }
 
-void f_RunCntDwnTimer(SysObj* z_o_Obj) {
-  // A running count-down is never restarted: a second announcement must not buy time.
-  if (z_o_Obj->b_CntDwnActive) return;
-  z_o_Obj->i_CntDown = 20;
-  z_o_Obj->b_CntDwnActive = true;
-}
+void f_RunCntDwnTimer(SysObj* z_o_Obj) { f_CntDwnRun(z_o_Obj->o_Checker); }
 
-void f_StopCntDwnTimer(SysObj* z_o_Obj) { z_o_Obj->b_CntDwnActive = false; }
+void f_StopCntDwnTimer(SysObj* z_o_Obj) { z_o_Obj->o_Checker.b_CntDwnActive = false; }
 
 void f_CntDwnStep(SysObj* z_o_Obj) {
-  if (z_o_Obj->i_CntDown >= 1) {
-    int i_Value = z_o_Obj->i_CntDown--;
-    // The count-down goes on even if one second's signal could not be sent.
-    f_EmitSignal(z_o_Obj, "battcntdwn", g_variant_new("(i)", i_Value), nullptr);
-  } else {
-    f_PowerOff();
-  }
+  ServiceEffects_CL o_Effects(z_o_Obj);
+  f_ApplyActions(f_RuleCntDwnStep(z_o_Obj->o_Checker), o_Effects);
 }

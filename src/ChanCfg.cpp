@@ -239,7 +239,9 @@ int ChanCfg_CL::f_ZyklusGet(unsigned int& ui_Zyklus) {
   return z_o_TypschildKiro->f_ZyklusGet(ui_Zyklus);
 }
 
-void ChanCfg_CL::f_ZyklusCheck() { z_o_TypschildKiro->f_ZyklusCheck(); }
+void ChanCfg_CL::f_ZyklusCheck(SavedCycle_ST& o_Saved) {
+  z_o_TypschildKiro->f_ZyklusCheck(o_Saved);
+}
 
 bool ChanCfg_CL::f_IsValidHostName(const std::string& str_Name) {
   if (str_Name.empty() || str_Name.size() > 63) return false;

@@ -105,14 +105,9 @@ void f_SysObjConstruct(SysObj* z_o_Obj) {
   z_o_Obj->connection = nullptr;
   z_o_Obj->i_BattPower = -1;
   z_o_Obj->i_BattStatus = 4;
-  z_o_Obj->i_WaitForBattOffCnt = 0;
-  z_o_Obj->b_LowBattErrActive = false;
-  z_o_Obj->i_CntDown = 0;
-  z_o_Obj->b_CntDwnActive = false;
   z_o_Obj->i_ToolEnable = false;
-  z_o_Obj->fl_LastTemperature = 0.0f;
-  z_o_Obj->b_TempCheckPending = false;
-  z_o_Obj->b_AckInputLevel = false;
+  // GObject hands over zeroed memory and runs no C++ constructor.
+  new (&z_o_Obj->o_Checker) CheckerState_ST();
   z_o_Obj->i_JobRunningStatus = -1;
 
   if (sem_init(&z_o_Obj->o_SignalEmitSemId, 0, 1) != 0)
@@ -152,7 +147,7 @@ void f_SysObjConstruct(SysObj* z_o_Obj) {
   if (f_SysCmd(a_c_Cmd, nullptr, 0) != 0) return;
 
   if (!f_Build(z_o_Bms, [] { return new Bms_CL(); })) return;
-  z_o_Obj->b_AckInputLevel = !z_o_Bms->f_In(I_BMS_IN_ACK);
+  z_o_Obj->o_Checker.b_AckInputLevel = !z_o_Bms->f_In(I_BMS_IN_ACK);
   if (!f_Build(z_o_ChanCfg, [z_o_Obj] { return new ChanCfg_CL(z_o_Obj); })) return;
 
   if (!f_Build(z_o_ErrorHandler, [z_o_Obj] {

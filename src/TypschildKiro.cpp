@@ -406,15 +406,15 @@ int TypschildKiro_CL::f_ZyklusGet(unsigned int& ui_ZyklusOut) {
   return 0;
 }
 
-void TypschildKiro_CL::f_ZyklusCheck() {
-  if (!b_ZyklusAltSet) {
-    ui_ZyklusAlt = ui_Zyklus;
-    b_ZyklusAltSet = true;
+void TypschildKiro_CL::f_ZyklusCheck(SavedCycle_ST& o_Saved) {
+  if (!o_Saved.b_Set) {
+    o_Saved.ui_Cycle = ui_Zyklus;
+    o_Saved.b_Set = true;
   }
   if (f_ReadCycleDiagFiles() != 0) return;
-  syslog(LOG_INFO, "f_ZyklusCheck alt %u, neu: %u", ui_ZyklusAlt, ui_Zyklus);
-  if (ui_ZyklusAlt + UI_SAVE_CYCLES < ui_Zyklus) {
-    ui_ZyklusAlt = ui_Zyklus;
+  syslog(LOG_INFO, "f_ZyklusCheck alt %u, neu: %u", o_Saved.ui_Cycle, ui_Zyklus);
+  if (o_Saved.ui_Cycle + UI_SAVE_CYCLES < ui_Zyklus) {
+    o_Saved.ui_Cycle = ui_Zyklus;
     f_SaveDynData();
   }
 }

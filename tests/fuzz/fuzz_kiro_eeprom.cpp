@@ -32,7 +32,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* z_uc_Data, size_t ui_Size) 
   std::string str_Image = o_In.f_Rest().substr(0, 8192);
   f_FuzzWrite(TypschildKiro_CL::A_C_DEVICE_PATH, str_Image);
 
-  TypschildKiro_CL::f_ResetZyklusAlt();
   KiroProbe_CL o_Kiro;
   FUZZ_CHECK(o_Kiro.f_BufferTerminated());
   const TypschildKiroStat_ST& o_Stat = o_Kiro.f_GetStatData();

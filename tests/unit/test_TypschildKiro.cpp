@@ -40,7 +40,6 @@ class KiroTest : public ::testing::Test {
   void SetUp() override {
     Error_CL::f_GetErrorObj()->f_UseLocalStore();
     Error_CL::f_GetErrorObj()->f_AttachStore([this](int i_Err) { o_Errors.push_back(i_Err); });
-    Kiro::f_ResetZyklusAlt();
   }
   void TearDown() override { Error_CL::f_GetErrorObj()->f_DetachStore(); }
 
@@ -278,9 +277,10 @@ TEST_F(KiroTest, DynamicSectorDefaultsAndRoundTrip) {
 TEST_F(KiroTest, CycleCountIsSavedOnceMoreThanTenCyclesPassed) {
   f_Image(f_Checked(STR_STATIC));
   Kiro o_Kiro;  // reads cycle 100
+  SavedCycle_ST o_Saved;
   for (unsigned int ui_Store : {105u, 110u, 111u, 121u, 122u}) {
     f_SysDiagSetCycle(ui_Store);
-    o_Kiro.f_ZyklusCheck();
+    o_Kiro.f_ZyklusCheck(o_Saved);
     o_Kiro.f_ReadTypschildSector(Kiro::I_OFFSET_DYN_DATA, false);
     unsigned int ui_Saved = ui_Store < 111 ? 100 : ui_Store < 122 ? 111 : 122;
     EXPECT_EQ(std::atoi(f_Value(o_Kiro, "ZyklusNr").c_str()), static_cast<int>(ui_Saved));
