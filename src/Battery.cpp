@@ -78,12 +78,13 @@ int f_CheckBattPower(SysObj* z_o_Obj) {
 
   int i_V = f_ReadRawBattery(o_State.uc_VBattAlt);
   if (i_V < 0) return -1;
-  CheckerState_ST o_Before = o_State;
+  // The log line shows the state the reading was compared with.
+  int i_VAlt = o_State.uc_VBattAlt;
+  int i_Zeros = o_State.i_ZeroReadings;
   BattDecision_ST o_D = f_RuleBattReading(i_V, z_o_Obj->i_BattStatus, z_o_Obj->i_BattPower, o_State);
   if (!o_D.b_Changed) return 0;
   syslog(LOG_INFO, "f_CheckBattPower Neu: %d, Alt: %d, Status: %d, Power: %d, i_WaitForBattOffCnt: %d",
-         i_V, o_Before.uc_VBattAlt, z_o_Obj->i_BattStatus, z_o_Obj->i_BattPower,
-         o_Before.i_ZeroReadings);
+         i_V, i_VAlt, z_o_Obj->i_BattStatus, z_o_Obj->i_BattPower, i_Zeros);
   if (o_D.b_PowerUpdate) f_BattPowerSet(z_o_Obj, o_D.i_Power, nullptr);
   if (o_D.i_Status != z_o_Obj->i_BattStatus) f_BattStatusSet(z_o_Obj, o_D.i_Status, nullptr);
   return 0;
