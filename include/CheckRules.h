@@ -32,8 +32,8 @@ struct CheckerState_ST {
 
   bool b_AckInputLevel = false;
 
-  bool b_LtReady = false;        // the driver's battery files mean something
-  bool b_LtWaitLogged = false;   // "not initialized yet" logged once
+  bool b_LtReady = false;       // the driver's battery files mean something
+  bool b_LtWaitLogged = false;  // "not initialized yet" logged once
   unsigned char uc_VBattAlt = 255;
   int i_ZeroReadings = 0;
   bool b_LowBattErrSet = false;
@@ -46,17 +46,17 @@ struct CheckerState_ST {
 
 // What a rule asks for; carried out in list order.
 enum en_CheckAct {
-  en_ActLog,             // str_Text at syslog priority i_Arg
-  en_ActInsertError,     // coded error i_Arg
-  en_ActAckError,        // coded error i_Arg
-  en_ActAckAll,          // collective acknowledgement
-  en_ActOutput,          // board output i_Arg to b_Value
-  en_ActBattOutputs,     // outputs "off" (i_Arg != 0) and "usable" (b_Value) in one step
-  en_ActRdyFlag,         // readiness flag i_Arg set (b_Value) or reset
-  en_ActDiagTemperature, // fl_Value into the diagnostic store
-  en_ActCntDwnSignal,    // "battcntdwn" with i_Arg
+  en_ActLog,              // str_Text at syslog priority i_Arg
+  en_ActInsertError,      // coded error i_Arg
+  en_ActAckError,         // coded error i_Arg
+  en_ActAckAll,           // collective acknowledgement
+  en_ActOutput,           // board output i_Arg to b_Value
+  en_ActBattOutputs,      // outputs "off" (i_Arg != 0) and "usable" (b_Value) in one step
+  en_ActRdyFlag,          // readiness flag i_Arg set (b_Value) or reset
+  en_ActDiagTemperature,  // fl_Value into the diagnostic store
+  en_ActCntDwnSignal,     // "battcntdwn" with i_Arg
   en_ActPowerOff,
-  en_ActSaveDynData,     // the nameplate's changing data to the EEPROM, then sync
+  en_ActSaveDynData,  // the nameplate's changing data to the EEPROM, then sync
 };
 
 struct CheckAction_ST {
@@ -90,15 +90,17 @@ void f_ApplyActions(const CheckActions_T& o_Actions, CheckEffects_CL& o_Effects)
 
 // --- the tick's schedule ----------------------------------------------------------------
 // A step with period n runs on the ticks whose count is a multiple of n.
-inline bool f_IsDue(unsigned int ui_Period, unsigned int ui_Tick) { return ui_Tick % ui_Period == 0; }
+inline bool f_IsDue(unsigned int ui_Period, unsigned int ui_Tick) {
+  return ui_Tick % ui_Period == 0;
+}
 
 // --- maintenance ----------------------------------------------------------------------
 struct MaintInput_ST {
-  bool b_Active;              // supervision on
-  long long ll_Now;           // seconds since the epoch
-  long long ll_NextDate;      // 0 or less: no date
+  bool b_Active;          // supervision on
+  long long ll_Now;       // seconds since the epoch
+  long long ll_NextDate;  // 0 or less: no date
   unsigned int ui_NextCycle;
-  bool b_CycleRead;           // the cycle count could be read
+  bool b_CycleRead;  // the cycle count could be read
   unsigned int ui_Cycle;
 };
 constexpr int I_MAINTENANCE_DUE = 3216;
@@ -140,7 +142,7 @@ struct BattDecision_ST {
   bool b_Changed = false;      // something to publish (the reading is logged)
   bool b_PowerUpdate = false;  // publish i_Power
   int i_Power = 0;
-  int i_Status = 0;            // publish when it differs from the current one
+  int i_Status = 0;  // publish when it differs from the current one
 };
 // One raw reading against the published status and charge.
 BattDecision_ST f_RuleBattReading(int i_Raw, int i_Status, int i_Power, CheckerState_ST& o_State);

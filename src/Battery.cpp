@@ -23,7 +23,9 @@ constexpr const char* A_C_BATTERY = "/proc/kiroctrl/adcvalues/battery";
 // Stands for a usable battery while the driver gives no real reading.
 constexpr unsigned char UC_NO_READING = 42;
 
-File_T f_OpenLogical(const char* z_c_Path) { return File_T(fopen(f_SysPath(z_c_Path).c_str(), "r")); }
+File_T f_OpenLogical(const char* z_c_Path) {
+  return File_T(fopen(f_SysPath(z_c_Path).c_str(), "r"));
+}
 
 // The raw battery byte as the driver gives it this tick, or -1 when the battery file
 // cannot be opened.
@@ -81,10 +83,12 @@ int f_CheckBattPower(SysObj* z_o_Obj) {
   // The log line shows the state the reading was compared with.
   int i_VAlt = o_State.uc_VBattAlt;
   int i_Zeros = o_State.i_ZeroReadings;
-  BattDecision_ST o_D = f_RuleBattReading(i_V, z_o_Obj->i_BattStatus, z_o_Obj->i_BattPower, o_State);
+  BattDecision_ST o_D =
+      f_RuleBattReading(i_V, z_o_Obj->i_BattStatus, z_o_Obj->i_BattPower, o_State);
   if (!o_D.b_Changed) return 0;
-  syslog(LOG_INFO, "f_CheckBattPower Neu: %d, Alt: %d, Status: %d, Power: %d, i_WaitForBattOffCnt: %d",
-         i_V, i_VAlt, z_o_Obj->i_BattStatus, z_o_Obj->i_BattPower, i_Zeros);
+  syslog(LOG_INFO,
+         "f_CheckBattPower Neu: %d, Alt: %d, Status: %d, Power: %d, i_WaitForBattOffCnt: %d", i_V,
+         i_VAlt, z_o_Obj->i_BattStatus, z_o_Obj->i_BattPower, i_Zeros);
   if (o_D.b_PowerUpdate) f_BattPowerSet(z_o_Obj, o_D.i_Power, nullptr);
   if (o_D.i_Status != z_o_Obj->i_BattStatus) f_BattStatusSet(z_o_Obj, o_D.i_Status, nullptr);
   return 0;
@@ -113,8 +117,8 @@ gboolean f_BattStatusGet(SysObj* z_o_Obj, int* i_BattStatus, GError**) {
 gboolean f_BattPowerSet(SysObj* z_o_Obj, int i_BattPower, GError**) {
   // While the battery is announced off the charge is meaningless; keep the 0 published.
   if (i_BattPower == z_o_Obj->i_BattPower || z_o_Obj->i_BattStatus == en_BattOff) return TRUE;
-  syslog(LOG_INFO, "f_BattPowerSet new: %d, old: %d, status: %d", i_BattPower,
-         z_o_Obj->i_BattPower, z_o_Obj->i_BattStatus);
+  syslog(LOG_INFO, "f_BattPowerSet new: %d, old: %d, status: %d", i_BattPower, z_o_Obj->i_BattPower,
+         z_o_Obj->i_BattStatus);
   f_SysDiagSetBatteryPower(i_BattPower);
   z_o_Obj->i_BattPower = i_BattPower;
   SYS_EMIT_SIGNAL(z_o_Obj, "battpowerchanged", g_variant_new("(i)", i_BattPower));

@@ -28,17 +28,39 @@ CheckAction_ST f_Log(const std::string& str_Text) {
 void f_ApplyActions(const CheckActions_T& o_Actions, CheckEffects_CL& o_Effects) {
   for (const CheckAction_ST& o_A : o_Actions) {
     switch (o_A.e_Act) {
-      case en_ActLog: o_Effects.f_Log(o_A.i_Arg, o_A.str_Text); break;
-      case en_ActInsertError: o_Effects.f_InsertError(o_A.i_Arg); break;
-      case en_ActAckError: o_Effects.f_AckError(o_A.i_Arg); break;
-      case en_ActAckAll: o_Effects.f_AckAll(); break;
-      case en_ActOutput: o_Effects.f_SetOutput(o_A.i_Arg, o_A.b_Value); break;
-      case en_ActBattOutputs: o_Effects.f_SetBattOutputs(o_A.i_Arg != 0, o_A.b_Value); break;
-      case en_ActRdyFlag: o_Effects.f_SetRdyFlag(o_A.i_Arg, o_A.b_Value); break;
-      case en_ActDiagTemperature: o_Effects.f_SetDiagTemperature(o_A.fl_Value); break;
-      case en_ActCntDwnSignal: o_Effects.f_CntDwnSignal(o_A.i_Arg); break;
-      case en_ActPowerOff: o_Effects.f_PowerOff(); break;
-      case en_ActSaveDynData: o_Effects.f_SaveDynData(); break;
+      case en_ActLog:
+        o_Effects.f_Log(o_A.i_Arg, o_A.str_Text);
+        break;
+      case en_ActInsertError:
+        o_Effects.f_InsertError(o_A.i_Arg);
+        break;
+      case en_ActAckError:
+        o_Effects.f_AckError(o_A.i_Arg);
+        break;
+      case en_ActAckAll:
+        o_Effects.f_AckAll();
+        break;
+      case en_ActOutput:
+        o_Effects.f_SetOutput(o_A.i_Arg, o_A.b_Value);
+        break;
+      case en_ActBattOutputs:
+        o_Effects.f_SetBattOutputs(o_A.i_Arg != 0, o_A.b_Value);
+        break;
+      case en_ActRdyFlag:
+        o_Effects.f_SetRdyFlag(o_A.i_Arg, o_A.b_Value);
+        break;
+      case en_ActDiagTemperature:
+        o_Effects.f_SetDiagTemperature(o_A.fl_Value);
+        break;
+      case en_ActCntDwnSignal:
+        o_Effects.f_CntDwnSignal(o_A.i_Arg);
+        break;
+      case en_ActPowerOff:
+        o_Effects.f_PowerOff();
+        break;
+      case en_ActSaveDynData:
+        o_Effects.f_SaveDynData();
+        break;
     }
   }
 }

@@ -36,8 +36,8 @@ void f_ReadTemperatureLimit(CheckerState_ST& o_State) {
     i_Read = fscanf(o_File.get(), "%u", &ui_Limit);
     if (i_Read == EOF) syslog(LOG_INFO, "f_CheckTemperature - fscanf - %s", strerror(errno));
   }
-  o_State.ui_TempLimit = f_NextTempLimit(static_cast<bool>(o_File), i_Read, ui_Limit,
-                                         o_State.ui_TempLimit);
+  o_State.ui_TempLimit =
+      f_NextTempLimit(static_cast<bool>(o_File), i_Read, ui_Limit, o_State.ui_TempLimit);
 }
 
 // --- the tick's steps, in the order they run ---------------------------------------------
@@ -84,6 +84,7 @@ struct TickStep_ST {
   unsigned int ui_Period;  // in ticks of 250 ms
   void (*f_Run)(SysObj* z_o_Obj, bool b_Due);
 };
+// clang-format off
 constexpr TickStep_ST A_O_SCHEDULE[] = {
     {1, f_StepBattery},
     {1, f_StepMaintenance},
@@ -93,6 +94,7 @@ constexpr TickStep_ST A_O_SCHEDULE[] = {
     {1, f_StepReadiness},
     {4, f_StepCntDwn},        // one second of the count-down
 };
+// clang-format on
 }  // namespace
 
 ServiceEffects_CL::ServiceEffects_CL(SysObj* z_o_Obj) : z_o_Obj(z_o_Obj) {}
@@ -214,7 +216,8 @@ gboolean f_SystemChecker(gpointer z_v_Obj) {
     return f_CheckProcTerm(z_v_Obj);
   }
   unsigned int ui_Tick = z_o_Obj->o_Checker.ui_Tick;
-  for (const TickStep_ST& o_Step : A_O_SCHEDULE) o_Step.f_Run(z_o_Obj, f_IsDue(o_Step.ui_Period, ui_Tick));
+  for (const TickStep_ST& o_Step : A_O_SCHEDULE)
+    o_Step.f_Run(z_o_Obj, f_IsDue(o_Step.ui_Period, ui_Tick));
   z_o_Obj->o_Checker.ui_Tick++;
   sem_post(&z_o_Obj->o_SysCheckerCritSectionSemId);
   return f_CheckProcTerm(z_v_Obj);

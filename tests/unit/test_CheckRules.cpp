@@ -56,6 +56,7 @@ TEST(CheckRules, SensorBytesToDegrees) {
     unsigned char uc_Msb, uc_Lsb;
     float fl_Expected;
   };
+  // clang-format off
   const Row_ST a_o_Rows[] = {
       {0x00, 0x00, 0.0f},   {0x19, 0x00, 25.0f},    {0x19, 0x40, 25.25f},
       {0x19, 0x3F, 25.0f},  // the six low bits are not part of the reading
@@ -63,6 +64,7 @@ TEST(CheckRules, SensorBytesToDegrees) {
       {0x80, 0x00, -128.0f},
       {0xFF, 0xFF, 0.0f},  // the division rounds towards zero, unlike a shift
   };
+  // clang-format on
   for (const Row_ST& o_R : a_o_Rows)
     EXPECT_EQ(f_ConvertTemperature(o_R.uc_Msb, o_R.uc_Lsb), o_R.fl_Expected)
         << std::hex << int(o_R.uc_Msb) << " " << int(o_R.uc_Lsb);
@@ -72,12 +74,14 @@ TEST(CheckRules, BatteryBandsAndCharge) {
   struct Row_ST {
     int i_Raw, i_Percent, i_Status;
   };
+  // clang-format off
   const Row_ST a_o_Rows[] = {
       {1, 0, en_BattEmpty},   {9, 0, en_BattEmpty},  {10, 0, en_BattLow},
       {19, 0, en_BattLow},    {20, 11, en_BattWeak}, {29, 21, en_BattWeak},
       {30, 22, en_BattGood},  {42, 35, en_BattGood}, {100, 100, en_BattGood},
       {255, 272, en_BattGood},  // the driver's scale goes past a full battery
   };
+  // clang-format on
   for (const Row_ST& o_R : a_o_Rows) {
     EXPECT_EQ(f_BattPercent(o_R.i_Raw), o_R.i_Percent) << o_R.i_Raw;
     EXPECT_EQ(f_BattStatusOf(o_R.i_Raw), o_R.i_Status) << o_R.i_Raw;
@@ -90,6 +94,7 @@ TEST(CheckRules, BatteryReadingsAndTheZeroCount) {
     int i_Raw;
     const char* z_c_Published;  // "power/status", "" for nothing
   };
+  // clang-format off
   const Row_ST a_o_Rows[] = {
       {100, "100/3"}, {100, ""},    // an unchanged reading publishes nothing
       {0, ""},        {0, ""},      {0, ""},  // zeros are glitches at first
@@ -101,6 +106,7 @@ TEST(CheckRules, BatteryReadingsAndTheZeroCount) {
       {0, "0/1"},                   // counted from zero again: six more
       {15, "0/2"},    {25, "16/5"}, {9, "0/1"},
   };
+  // clang-format on
   CheckerState_ST o_State;
   int i_Status = en_BattOn, i_Power = -1;
   int i_Row = 0;
@@ -134,6 +140,7 @@ TEST(CheckRules, BatteryStatusEffects) {
     const char* z_c_Done;
     bool b_ErrSetAfter, b_CntDwnAfter;
   };
+  // clang-format off
   const Row_ST a_o_Rows[] = {
       {en_BattOff, false, true, "flag 6=0, batt off=1 usable=0, save", false, true},
       {en_BattEmpty, true, true, "flag 6=0, batt off=0 usable=0, save", true, true},
@@ -146,6 +153,7 @@ TEST(CheckRules, BatteryStatusEffects) {
       {en_BattOn, true, true, "", true, false},
       {7, false, true, "", false, false},
   };
+  // clang-format on
   for (const Row_ST& o_R : a_o_Rows) {
     CheckerState_ST o_State;
     o_State.b_LowBattErrSet = o_R.b_ErrSet;
@@ -179,9 +187,9 @@ TEST(CheckRules, CountDownRunsTwentySecondsThenSwitchesOffAndIsNotRestarted) {
 }
 
 TEST(CheckRules, TemperatureLimitFile) {
-  EXPECT_EQ(f_NextTempLimit(false, 0, 0, 60), 75u);    // no file: the default
-  EXPECT_EQ(f_NextTempLimit(true, EOF, 0, 60), 75u);   // empty file: the default
-  EXPECT_EQ(f_NextTempLimit(true, 0, 0, 60), 60u);     // not a number: kept
+  EXPECT_EQ(f_NextTempLimit(false, 0, 0, 60), 75u);   // no file: the default
+  EXPECT_EQ(f_NextTempLimit(true, EOF, 0, 60), 75u);  // empty file: the default
+  EXPECT_EQ(f_NextTempLimit(true, 0, 0, 60), 60u);    // not a number: kept
   EXPECT_EQ(f_NextTempLimit(true, 1, 40, 60), 40u);
 }
 
@@ -191,6 +199,7 @@ TEST(CheckRules, TemperatureHysteresisAndTheLoweredLimit) {
     float fl_Temp;
     const char* z_c_Done;
   };
+  // clang-format off
   const Row_ST a_o_Rows[] = {
       {60, 25.0f, "temp 25.00"},
       {60, 60.0f, "temp 60.00"},  // at the limit: not over it
@@ -215,6 +224,7 @@ TEST(CheckRules, TemperatureHysteresisAndTheLoweredLimit) {
       {3, -4.0f, "temp -4.00"},
       {3, 1.0f, "temp 1.00"},
   };
+  // clang-format on
   CheckerState_ST o_State;
   int i_Row = 0;
   for (const Row_ST& o_R : a_o_Rows) {
@@ -230,6 +240,7 @@ TEST(CheckRules, MaintenanceDueByCycleOrDate) {
     const char* z_c_Done;
   };
   // {active, now, next date, next cycle, cycle read, cycle}
+  // clang-format off
   const Row_ST a_o_Rows[] = {
       {{false, 100, 0, 50, true, 100}, ""},  // supervision off: nothing
       {{true, 100, 0, 50, true, 100}, "insert 3216, out 31=1"},
@@ -244,6 +255,7 @@ TEST(CheckRules, MaintenanceDueByCycleOrDate) {
       {{false, 5000, 1, 500, true, 10}, "out 31=0, ack 3216"},  // switched off
       {{false, 5000, 1, 500, true, 10}, ""},
   };
+  // clang-format on
   CheckerState_ST o_State;
   int i_Row = 0;
   for (const Row_ST& o_R : a_o_Rows) {
@@ -263,6 +275,7 @@ TEST(CheckRules, AcknowledgeInputActsOnRisingEdgesOnly) {
     std::vector<bool> o_Levels;
     const char* z_c_Done;
   };
+  // clang-format off
   const Row_ST a_o_Rows[] = {
       {false, {false, true, true, false, true}, "ackall;ackall"},
       // The service starts with the opposite of the input: held at start, it acknowledges.
@@ -270,6 +283,7 @@ TEST(CheckRules, AcknowledgeInputActsOnRisingEdgesOnly) {
       {true, {false, false, true}, "ackall"},
       {true, {true, true}, ""},
   };
+  // clang-format on
   for (const Row_ST& o_R : a_o_Rows) {
     CheckerState_ST o_State;
     o_State.b_AckInputLevel = o_R.b_Start;
