@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "SysSrvNames.h"
+
 // The cycle count of the nameplate's last save; one for the process.
 struct SavedCycle_ST {
   bool b_Set = false;
@@ -103,18 +105,13 @@ struct MaintInput_ST {
   bool b_CycleRead;  // the cycle count could be read
   unsigned int ui_Cycle;
 };
-constexpr int I_MAINTENANCE_DUE = 3216;
-constexpr int I_MAINTENANCE_OUTPUT = 31;
 CheckActions_T f_RuleMaintenance(const MaintInput_ST& o_In, CheckerState_ST& o_State);
 
 // --- flash errors -----------------------------------------------------------------------
-constexpr int I_FLASH_ERROR = 3233;
 // str_Found: the kernel log lines found, empty when none or the search failed.
 CheckActions_T f_RuleFlash(const std::string& str_Found, CheckerState_ST& o_State);
 
 // --- board temperature ------------------------------------------------------------------
-constexpr int I_OVER_TEMPERATURE = 3252;
-constexpr int I_TEMPERATURE_AT_OR_BELOW_ZERO = 3268;
 // °C from the sensor's two register bytes.
 float f_ConvertTemperature(unsigned char uc_Msb, unsigned char uc_Lsb);
 // The limit after reading the limit file: no file gives the default, an empty file the
@@ -126,12 +123,9 @@ unsigned int f_NextTempLimit(bool b_Opened, int i_Scanned, unsigned int ui_Read,
 CheckActions_T f_RuleTemperature(float fl_Temp, CheckerState_ST& o_State);
 
 // --- acknowledge input ------------------------------------------------------------------
-constexpr int I_ACK_INPUT = 17;
 CheckActions_T f_RuleAckInput(bool b_Level, CheckerState_ST& o_State);
 
 // --- battery ----------------------------------------------------------------------------
-constexpr int I_LOW_BATT_ERROR = 3228;
-constexpr int I_BATT_RDY_FLAG = 6;
 constexpr int I_CNT_DOWN_SECONDS = 20;
 // Charge in percent from a raw reading (0 below 20).
 int f_BattPercent(int i_Raw);

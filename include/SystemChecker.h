@@ -28,12 +28,12 @@ class ServiceEffects_CL : public CheckEffects_CL {
   SysObj* z_o_Obj;
 };
 
-// Maintenance due by date or by cycle count: error 3216 and output 31.
+// Maintenance due by date or by cycle count: its error and its output.
 void f_CheckWartung(SysObj* z_o_Obj);
-// "UBIFS error" in the kernel log: error 3233, once per process life.
+// "UBIFS error" in the kernel log: the flash error, once per process life.
 void f_CheckUbifsErrors(SysObj* z_o_Obj);
-// Board temperature over I2C: errors 3252 / 3268 with hysteresis. 0, or -1 when the
-// sensor could not be read.
+// Board temperature over I2C: over-temperature / at-or-below-zero with hysteresis. 0, or -1 when
+// the sensor could not be read.
 int f_CheckTemperature(SysObj* z_o_Obj);
 // Reads the board sensor (address 0x49 on /dev/i2c-2): 0 with the temperature in °C, or
 // -1 (logged) when the device cannot be opened, selected, written or read.

@@ -70,10 +70,10 @@ CheckActions_T f_RuleMaintenance(const MaintInput_ST& o_In, CheckerState_ST& o_S
   if (!o_In.b_Active) {
     if (o_State.b_MaintDue) {
       o_State.b_MaintDue = false;
-      o_Out.push_back(f_Act(en_ActOutput, I_MAINTENANCE_OUTPUT, false));
+      o_Out.push_back(f_Act(en_ActOutput, I_BMS_OUT_MAINTENANCE_DUE, false));
     }
     if (o_State.b_MaintErrSet) {
-      o_Out.push_back(f_Act(en_ActAckError, I_MAINTENANCE_DUE));
+      o_Out.push_back(f_Act(en_ActAckError, I_SYSERR_MAINTENANCE_DUE));
       o_State.b_MaintErrSet = false;
     }
     return o_Out;
@@ -91,21 +91,21 @@ CheckActions_T f_RuleMaintenance(const MaintInput_ST& o_In, CheckerState_ST& o_S
       o_Out.push_back(f_Log("f_CheckWartung - Cycle: " + std::to_string(o_In.ui_Cycle) + " - " +
                             std::to_string(o_In.ui_NextCycle)));
     if (!o_State.b_MaintErrSet) {
-      o_Out.push_back(f_Act(en_ActInsertError, I_MAINTENANCE_DUE));
+      o_Out.push_back(f_Act(en_ActInsertError, I_SYSERR_MAINTENANCE_DUE));
       o_State.b_MaintErrSet = true;
     }
   } else if (o_State.b_MaintErrSet) {
-    o_Out.push_back(f_Act(en_ActAckError, I_MAINTENANCE_DUE));
+    o_Out.push_back(f_Act(en_ActAckError, I_SYSERR_MAINTENANCE_DUE));
     o_State.b_MaintErrSet = false;
   }
-  o_Out.push_back(f_Act(en_ActOutput, I_MAINTENANCE_OUTPUT, b_Due));
+  o_Out.push_back(f_Act(en_ActOutput, I_BMS_OUT_MAINTENANCE_DUE, b_Due));
   return o_Out;
 }
 
 CheckActions_T f_RuleFlash(const std::string& str_Found, CheckerState_ST& o_State) {
   if (str_Found.empty() || o_State.b_FlashErrSet) return {};
   o_State.b_FlashErrSet = true;
-  return {f_Log("f_CheckUbifsErrors - " + str_Found), f_Act(en_ActInsertError, I_FLASH_ERROR)};
+  return {f_Log("f_CheckUbifsErrors - " + str_Found), f_Act(en_ActInsertError, I_SYSERR_FLASH)};
 }
 
 float f_ConvertTemperature(unsigned char uc_Msb, unsigned char uc_Lsb) {
@@ -131,18 +131,18 @@ CheckActions_T f_RuleTemperature(float fl_Temp, CheckerState_ST& o_State) {
   float fl_Limit = static_cast<float>(o_State.ui_TempLimit);
   if (fl_Temp > fl_Limit) {
     if (!o_State.b_TempErrSet) {
-      o_Out.push_back(f_Act(en_ActInsertError, I_OVER_TEMPERATURE));
+      o_Out.push_back(f_Act(en_ActInsertError, I_SYSERR_OVER_TEMPERATURE));
       o_State.b_TempErrSet = true;
     }
   } else if (fl_Temp <= 0.0f) {
     if (!o_State.b_TempErrSet) {
-      o_Out.push_back(f_Act(en_ActInsertError, I_TEMPERATURE_AT_OR_BELOW_ZERO));
+      o_Out.push_back(f_Act(en_ActInsertError, I_SYSERR_TEMPERATURE_AT_OR_BELOW_ZERO));
       o_State.b_TempErrSet = true;
     }
   } else if (o_State.b_TempErrSet && fl_Temp < fl_Limit - 5.0f && fl_Temp > 5.0f) {
     // Between limit - 5 and the limit (and between 0 and 5) the state holds.
-    o_Out.push_back(f_Act(en_ActAckError, I_OVER_TEMPERATURE));
-    o_Out.push_back(f_Act(en_ActAckError, I_TEMPERATURE_AT_OR_BELOW_ZERO));
+    o_Out.push_back(f_Act(en_ActAckError, I_SYSERR_OVER_TEMPERATURE));
+    o_Out.push_back(f_Act(en_ActAckError, I_SYSERR_TEMPERATURE_AT_OR_BELOW_ZERO));
     o_State.b_TempErrSet = false;
   }
   return o_Out;
@@ -198,7 +198,7 @@ void f_CntDwnRun(CheckerState_ST& o_State) {
 }
 
 CheckActions_T f_RuleBattStatus(int i_Status, bool b_ErrorStore, CheckerState_ST& o_State) {
-  auto f_Flag6 = [](bool b_Set) { return f_Act(en_ActRdyFlag, I_BATT_RDY_FLAG, b_Set); };
+  auto f_Flag6 = [](bool b_Set) { return f_Act(en_ActRdyFlag, I_RDY_FLAG_BATTERY, b_Set); };
   auto f_Outputs = [](bool b_Off, bool b_Usable) {
     return f_Act(en_ActBattOutputs, b_Off ? 1 : 0, b_Usable);
   };
@@ -214,7 +214,7 @@ CheckActions_T f_RuleBattStatus(int i_Status, bool b_ErrorStore, CheckerState_ST
     case en_BattLow:
       // Raised once per low phase; withdrawn when the battery is good again.
       if (!o_State.b_LowBattErrSet && b_ErrorStore) {
-        o_Out.push_back(f_Act(en_ActInsertError, I_LOW_BATT_ERROR));
+        o_Out.push_back(f_Act(en_ActInsertError, I_SYSERR_BATTERY_LOW));
         o_State.b_LowBattErrSet = true;
       }
       o_Out.push_back(f_Flag6(false));
@@ -225,7 +225,7 @@ CheckActions_T f_RuleBattStatus(int i_Status, bool b_ErrorStore, CheckerState_ST
       o_State.b_CntDwnActive = false;
       o_Out = {f_Flag6(true), f_Outputs(false, true)};
       if (o_State.b_LowBattErrSet && b_ErrorStore) {
-        o_Out.push_back(f_Act(en_ActAckError, I_LOW_BATT_ERROR));
+        o_Out.push_back(f_Act(en_ActAckError, I_SYSERR_BATTERY_LOW));
         o_State.b_LowBattErrSet = false;
       }
       break;

@@ -67,7 +67,7 @@ void f_StepTemperature(SysObj* z_o_Obj, bool b_Due) {
 void f_StepAckInput(SysObj* z_o_Obj, bool) {
   if (z_o_Bms == nullptr) return;
   ServiceEffects_CL o_Effects(z_o_Obj);
-  f_ApplyActions(f_RuleAckInput(z_o_Bms->f_In(I_ACK_INPUT), z_o_Obj->o_Checker), o_Effects);
+  f_ApplyActions(f_RuleAckInput(z_o_Bms->f_In(I_BMS_IN_ACK), z_o_Obj->o_Checker), o_Effects);
 }
 
 void f_StepReadiness(SysObj*, bool) {
@@ -124,8 +124,8 @@ void ServiceEffects_CL::f_SetBattOutputs(bool b_Off, bool b_Usable) {
   // readiness output is driven on the same board.
   if (z_o_Bms == nullptr) return;
   z_o_Bms->f_LockOutSignals();
-  z_o_Bms->f_OutFast(30, b_Off);
-  z_o_Bms->f_OutFast(29, b_Usable);
+  z_o_Bms->f_OutFast(I_BMS_OUT_BATT_OFF, b_Off);
+  z_o_Bms->f_OutFast(I_BMS_OUT_BATT_USABLE, b_Usable);
   z_o_Bms->f_UnlockOutSignals();
 }
 
