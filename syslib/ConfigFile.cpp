@@ -154,9 +154,54 @@ int f_WriteFileAtomic(const char* z_c_Path, const std::string& str_Text) {
   return 0;
 }
 
+namespace {
+// cJSON prints a number with 15 digits whenever that text reads back within a relative
+// DBL_EPSILON of it, which can be one step of the last bit off: a cycle count of
+// 7677230164176710656 came back 1024 lower from a rewritten file. Such a number goes out
+// with 17 digits, which always read back unchanged; every other number prints as before.
+bool f_PrintsLossy(const cJSON* z_o_Item) {
+  if (!cJSON_IsNumber(z_o_Item) || !std::isfinite(z_o_Item->valuedouble)) return false;
+  char a_c_Text[32];
+  std::snprintf(a_c_Text, sizeof a_c_Text, "%1.15g", z_o_Item->valuedouble);
+  return std::strtod(a_c_Text, nullptr) != z_o_Item->valuedouble;
+}
+
+bool f_HasLossyNumber(const cJSON* z_o_Node) {
+  if (f_PrintsLossy(z_o_Node)) return true;
+  for (const cJSON* z_o_Child = z_o_Node->child; z_o_Child != nullptr; z_o_Child = z_o_Child->next)
+    if (f_HasLossyNumber(z_o_Child)) return true;
+  return false;
+}
+
+// Turns every lossy number of the tree into raw text with all 17 digits, in place.
+bool f_MakeNumbersExact(cJSON* z_o_Node) {
+  if (f_PrintsLossy(z_o_Node)) {
+    char a_c_Text[32];
+    int i_Len = std::snprintf(a_c_Text, sizeof a_c_Text, "%1.17g", z_o_Node->valuedouble);
+    auto* z_c_Raw = static_cast<char*>(cJSON_malloc(static_cast<size_t>(i_Len) + 1));
+    if (z_c_Raw == nullptr) return false;
+    std::memcpy(z_c_Raw, a_c_Text, static_cast<size_t>(i_Len) + 1);
+    z_o_Node->valuestring = z_c_Raw;  // a number has none; freed with the item
+    z_o_Node->type = cJSON_Raw | (z_o_Node->type & cJSON_StringIsConst);
+    return true;
+  }
+  for (cJSON* z_o_Child = z_o_Node->child; z_o_Child != nullptr; z_o_Child = z_o_Child->next)
+    if (!f_MakeNumbersExact(z_o_Child)) return false;
+  return true;
+}
+
+// The file's text: cJSON's formatted print, of an exact copy when a number needs it.
+char* f_PrintCfg(const cJSON* z_o_Tree) {
+  if (!f_HasLossyNumber(z_o_Tree)) return cJSON_Print(z_o_Tree);
+  CJsonTree_T o_Exact(cJSON_Duplicate(z_o_Tree, 1));
+  if (!o_Exact || !f_MakeNumbersExact(o_Exact.get())) return nullptr;
+  return cJSON_Print(o_Exact.get());
+}
+}  // namespace
+
 int ConfigFileHelper_CL::f_WriteCfgFile(const cJSON* o_Tree, const char* z_c_Path) {
   if (o_Tree == nullptr) return -1;
-  CJsonText_T o_Text(z_c_Path != nullptr ? cJSON_Print(o_Tree) : nullptr);
+  CJsonText_T o_Text(z_c_Path != nullptr ? f_PrintCfg(o_Tree) : nullptr);
   if (!o_Text) {
     syslog(LOG_WARNING, "ConfigFileHelper_CL::f_WriteCfgFile - %s: cannot format",
            z_c_Path != nullptr ? z_c_Path : "(null)");
@@ -185,23 +230,6 @@ int ConfigFileHelper_CL::f_PutCfgItem(cJSON* o_Parent, const char* z_c_Key, CJso
 // --- editing ----------------------------------------------------------------------
 
 namespace {
-// A number item that reads back as exactly d_Value. cJSON prints a number with 15 digits
-// when that text parses back to within a relative DBL_EPSILON of it, which is one step of
-// the last bit off for some values (a cycle count of 7.677e18 came back 1024 lower); such a
-// value goes out as its 17 digits instead, which always read back unchanged. Every other
-// number is the plain item, printed as before.
-cJSON* f_CreateExactNumber(double d_Value) {
-  char a_c_Text[32];
-  if (std::isfinite(d_Value)) {
-    std::snprintf(a_c_Text, sizeof a_c_Text, "%1.15g", d_Value);
-    if (std::strtod(a_c_Text, nullptr) != d_Value) {
-      std::snprintf(a_c_Text, sizeof a_c_Text, "%1.17g", d_Value);
-      return cJSON_CreateRaw(a_c_Text);
-    }
-  }
-  return cJSON_CreateNumber(d_Value);
-}
-
 // Puts o_Item at tree[section][key] and takes it over in every case.
 int f_SetItem(cJSON* o_Tree, const char* z_c_Section, const char* z_c_Key, cJSON* o_Item) {
   CJsonTree_T o_Owned(o_Item);
@@ -244,22 +272,22 @@ int ConfigFileHelper_CL::f_SetCfgKey(cJSON* o_Tree, const char* z_c_Section, con
 
 int ConfigFileHelper_CL::f_SetCfgKey(cJSON* o_Tree, const char* z_c_Section, const char* z_c_Key,
                                      long l_Value) {
-  return f_SetItem(o_Tree, z_c_Section, z_c_Key, f_CreateExactNumber(static_cast<double>(l_Value)));
+  return f_SetItem(o_Tree, z_c_Section, z_c_Key, cJSON_CreateNumber(static_cast<double>(l_Value)));
 }
 
 int ConfigFileHelper_CL::f_SetCfgKey(cJSON* o_Tree, const char* z_c_Section, const char* z_c_Key,
                                      long long ll_Value) {
-  return f_SetItem(o_Tree, z_c_Section, z_c_Key, f_CreateExactNumber(static_cast<double>(ll_Value)));
+  return f_SetItem(o_Tree, z_c_Section, z_c_Key, cJSON_CreateNumber(static_cast<double>(ll_Value)));
 }
 
 int ConfigFileHelper_CL::f_SetCfgKey(cJSON* o_Tree, const char* z_c_Section, const char* z_c_Key,
                                      unsigned long ul_Value) {
-  return f_SetItem(o_Tree, z_c_Section, z_c_Key, f_CreateExactNumber(static_cast<double>(ul_Value)));
+  return f_SetItem(o_Tree, z_c_Section, z_c_Key, cJSON_CreateNumber(static_cast<double>(ul_Value)));
 }
 
 int ConfigFileHelper_CL::f_SetCfgKey(cJSON* o_Tree, const char* z_c_Section, const char* z_c_Key,
                                      double d_Value) {
-  return f_SetItem(o_Tree, z_c_Section, z_c_Key, f_CreateExactNumber(d_Value));
+  return f_SetItem(o_Tree, z_c_Section, z_c_Key, cJSON_CreateNumber(d_Value));
 }
 
 int ConfigFileHelper_CL::f_SetCfgKey(cJSON* o_Tree, const char* z_c_Section, const char* z_c_Key,
