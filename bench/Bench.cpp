@@ -389,13 +389,14 @@ int main(int argc, char** argv) {
 
   double a_d_IdlePct[2] = {0, 0};
   if (!o_Opt.b_MemoryOnly && o_Opt.i_IdleS > 0) {
-    // Both idle at once: the phase is wall time, not work.
+    // Both idle at once: the phase is wall time, not work. The process's lifetime figure,
+    // because an idle service's worker threads end inside the window and their time would
+    // drop out of a sum over the threads still alive (which then comes out negative).
     long long a_ll_Cpu0[2], a_ll_Cpu1[2];
-    for (int i_T = 0; i_T < 2; ++i_T)
-      a_ll_Cpu0[i_T] = f_ProcCpuNs(a_z_o_T[i_T]->f_Pid()) + f_ProcChildCpuNs(a_z_o_T[i_T]->f_Pid());
+    for (int i_T = 0; i_T < 2; ++i_T) a_ll_Cpu0[i_T] = f_ProcLifeCpuNs(a_z_o_T[i_T]->f_Pid());
     g_usleep(static_cast<gulong>(o_Opt.i_IdleS) * G_USEC_PER_SEC);
     for (int i_T = 0; i_T < 2; ++i_T) {
-      a_ll_Cpu1[i_T] = f_ProcCpuNs(a_z_o_T[i_T]->f_Pid()) + f_ProcChildCpuNs(a_z_o_T[i_T]->f_Pid());
+      a_ll_Cpu1[i_T] = f_ProcLifeCpuNs(a_z_o_T[i_T]->f_Pid());
       a_d_IdlePct[i_T] = static_cast<double>(a_ll_Cpu1[i_T] - a_ll_Cpu0[i_T]) /
                          (o_Opt.i_IdleS * 1e9) * 100.0;
     }

@@ -57,8 +57,11 @@ long long f_ProcCpuNs(pid_t i_Pid) {
   return ll_Sum;
 }
 
-long long f_ProcChildCpuNs(pid_t i_Pid) {
-  return f_StatTicksNs("/proc/" + std::to_string(i_Pid) + "/stat", 16);  // cutime, cstime
+long long f_ProcLifeCpuNs(pid_t i_Pid) {
+  std::string str_Stat = "/proc/" + std::to_string(i_Pid) + "/stat";
+  long long ll_Own = f_StatTicksNs(str_Stat, 14);        // utime, stime
+  long long ll_Children = f_StatTicksNs(str_Stat, 16);   // cutime, cstime
+  return ll_Own < 0 || ll_Children < 0 ? -1 : ll_Own + ll_Children;
 }
 
 long f_ProcPrivateDirtyKb(pid_t i_Pid) {

@@ -9,9 +9,12 @@
 // CPU time of every thread of the process (the bus library does its I/O in a thread of
 // its own), in nanoseconds; -1 when the process is gone.
 long long f_ProcCpuNs(pid_t i_Pid);
-// CPU time of the children the process has waited for (the shell commands of its
-// periodic checks), in nanoseconds at clock-tick resolution; -1 when the process is gone.
-long long f_ProcChildCpuNs(pid_t i_Pid);
+// CPU time of the whole process over its life: every thread, also those that have ended
+// (a thread pool's idle workers do), and the children it has waited for (the shell
+// commands of the service's periodic checks), in nanoseconds at clock-tick resolution;
+// -1 when the process is gone. For long windows, where f_ProcCpuNs would drop the time of
+// a thread that ended inside the window.
+long long f_ProcLifeCpuNs(pid_t i_Pid);
 // Private dirty memory in kB (what the process alone keeps in RAM); -1 when unreadable.
 long f_ProcPrivateDirtyKb(pid_t i_Pid);
 // Number of open descriptors; -1 when unreadable.
