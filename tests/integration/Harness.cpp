@@ -280,7 +280,9 @@ BusClient::BusClient(const std::string& str_Address) {
     return;
   }
   z_o_Conn = sys_srv_client_get_connection(z_o_Client);
-  ui_Filter = g_dbus_connection_add_filter(z_o_Conn, f_Filter, this, nullptr);
+  ui_Filter = g_dbus_connection_add_filter(
+      z_o_Conn, f_Filter, this,
+      [](gpointer z_v_Self) { g_atomic_int_set(&static_cast<BusClient*>(z_v_Self)->i_FilterGone, 1); });
 }
 
 GDBusMessage* BusClient::f_Filter(GDBusConnection*, GDBusMessage* z_o_Msg, gboolean b_Incoming,
@@ -306,7 +308,12 @@ bool BusClient::f_GotReplyTo(guint32 ui_Serial) {
 
 BusClient::~BusClient() {
   if (z_o_Client != nullptr) {
+    // The filter runs in the bus thread and may be inside it (holding the lock) after the
+    // removal returns; its destroy notify, dispatched from this thread's main context,
+    // says when it is done. A slow machine (qemu) hit that window.
     g_dbus_connection_remove_filter(z_o_Conn, ui_Filter);
+    if (!f_WaitUntil([this] { return g_atomic_int_get(&i_FilterGone) != 0; }, 10000))
+      ADD_FAILURE() << "the bus connection's filter was not released";
     g_object_unref(z_o_Client);
   }
   g_mutex_clear(&o_Lock);

@@ -127,6 +127,8 @@ class BusClient {
   SysSrvClient* z_o_Client = nullptr;
   GDBusConnection* z_o_Conn = nullptr;  // the client's
   guint ui_Filter = 0;
+  // Set by the filter's destroy notify: from then on the bus thread no longer runs it.
+  gint i_FilterGone = 0;
   GMutex o_Lock;
   std::vector<guint32> o_ReplySerials;
 };
