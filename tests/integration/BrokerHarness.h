@@ -53,8 +53,10 @@ class Process {
       : o_Argv(std::move(o_Argv)), str_LogPath(std::move(str_LogPath)), o_Env(std::move(o_Env)) {}
   ~Process() { f_Stop(SIGKILL); }
   void f_Start() {
+    const pid_t i_TestPid = getpid();
     i_Pid = fork();
     if (i_Pid == 0) {
+      f_DieWithTest(i_TestPid);
       int i_Fd = open(str_LogPath.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
       dup2(i_Fd, 2);
       dup2(i_Fd, 1);

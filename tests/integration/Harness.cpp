@@ -11,6 +11,7 @@
 #include <gtest/gtest.h>
 #include <sstream>
 #include <sys/mman.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -55,6 +56,12 @@ int f_Shell(const std::string& str_Cmd, std::string* z_str_Out) {
 void f_Pump(int i_Ms) {
   gint64 i_End = g_get_monotonic_time() + i_Ms * 1000;
   f_WaitUntil([=] { return g_get_monotonic_time() >= i_End; }, i_Ms + 1000);
+}
+
+void f_DieWithTest(pid_t i_TestPid) {
+  prctl(PR_SET_PDEATHSIG, SIGKILL);
+  // The test may have ended between the fork and the prctl.
+  if (getppid() != i_TestPid) _exit(127);
 }
 
 bool f_WaitUntil(const std::function<bool()>& f_Cond, int i_TimeoutMs) {
@@ -107,8 +114,10 @@ PrivateBus::PrivateBus(const std::string& str_ConfigXml) {
     ADD_FAILURE() << "pipe";
     return;
   }
+  const pid_t i_TestPid = getpid();
   i_Pid = fork();
   if (i_Pid == 0) {
+    f_DieWithTest(i_TestPid);
     dup2(a_i_Pipe[1], 1);
     close(a_i_Pipe[0]);
     std::string str_Arg = "--config-file=" + str_CfgPath;
@@ -217,8 +226,10 @@ void Daemon::f_Spawn() {
   std::string str_Err = o_Box.f_Path("/sim/daemon.stderr");
   std::string str_Out = o_Box.f_Path("/sim/daemon.stdout");
   i_StartedAt = g_get_monotonic_time();
+  const pid_t i_TestPid = getpid();
   i_Pid = fork();
   if (i_Pid == 0) {
+    f_DieWithTest(i_TestPid);
     int i_ErrFd = open(str_Err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
     int i_OutFd = open(str_Out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
     dup2(i_ErrFd, 2);
