@@ -1,5 +1,7 @@
 #include "Harness.h"
 
+#include <algorithm>
+#include <cjson/cJSON.h>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -172,16 +174,13 @@ bool Sandbox::f_Exists(const std::string& str_Logical) const {
 }
 
 int Sandbox::f_Sim(const std::string& str_Args, std::string* z_str_Out) const {
-  std::string str_Sub = str_Args;
-  std::string str_Rest;
-  size_t ui_Sp = str_Args.find(' ');
-  if (ui_Sp != std::string::npos) {
-    str_Sub = str_Args.substr(0, ui_Sp);
-    str_Rest = str_Args.substr(ui_Sp);
-  }
-  std::string str_Cmd = std::string(SYSSRV_SIM) + " " + str_Sub;
-  str_Cmd += (str_Sub == "init") ? " '" + str_Dir + "'" : " --root '" + str_Dir + "'";
-  return f_Shell(str_Cmd + str_Rest + " 2>&1", z_str_Out);
+  // The subcommand comes first; "init" takes the root as its argument, the others --root.
+  const size_t ui_Sp = std::min(str_Args.find(' '), str_Args.size());
+  const std::string str_Sub = str_Args.substr(0, ui_Sp);
+  return f_Shell(std::string(SYSSRV_SIM) + " " + str_Sub +
+                     (str_Sub == "init" ? " '" : " --root '") + str_Dir + "'" +
+                     str_Args.substr(ui_Sp) + " 2>&1",
+                 z_str_Out);
 }
 
 namespace {
@@ -291,9 +290,9 @@ BusClient::BusClient(const std::string& str_Address) {
     return;
   }
   z_o_Conn = sys_srv_client_get_connection(z_o_Client);
-  ui_Filter = g_dbus_connection_add_filter(
-      z_o_Conn, f_Filter, this,
-      [](gpointer z_v_Self) { g_atomic_int_set(&static_cast<BusClient*>(z_v_Self)->i_FilterGone, 1); });
+  ui_Filter = g_dbus_connection_add_filter(z_o_Conn, f_Filter, this, [](gpointer z_v_Self) {
+    g_atomic_int_set(&static_cast<BusClient*>(z_v_Self)->i_FilterGone, 1);
+  });
 }
 
 GDBusMessage* BusClient::f_Filter(GDBusConnection*, GDBusMessage* z_o_Msg, gboolean b_Incoming,
@@ -311,8 +310,8 @@ GDBusMessage* BusClient::f_Filter(GDBusConnection*, GDBusMessage* z_o_Msg, gbool
 
 bool BusClient::f_GotReplyTo(guint32 ui_Serial) {
   g_mutex_lock(&o_Lock);
-  bool b_Got = false;
-  for (guint32 ui_S : o_ReplySerials) b_Got = b_Got || ui_S == ui_Serial;
+  bool b_Got =
+      std::find(o_ReplySerials.begin(), o_ReplySerials.end(), ui_Serial) != o_ReplySerials.end();
   g_mutex_unlock(&o_Lock);
   return b_Got;
 }
@@ -459,6 +458,18 @@ std::vector<int> f_Ints(GVariant* o_V) {
 
 std::string f_Str(GVariant* o_V, int i_Index) {
   return g_variant_get_string(Variant_T(g_variant_get_child_value(o_V, i_Index)).get(), nullptr);
+}
+
+std::string f_JsonAt(const std::string& str_Json, const std::string& str_Path) {
+  CJsonTree_T o_Tree(cJSON_Parse(str_Json.c_str()));
+  const cJSON* z_o_Item = o_Tree.get();
+  for (size_t ui_From = 0; z_o_Item != nullptr && ui_From <= str_Path.size();) {
+    size_t ui_Slash = std::min(str_Path.find('/', ui_From), str_Path.size());
+    z_o_Item = cJSON_GetObjectItem(z_o_Item, str_Path.substr(ui_From, ui_Slash - ui_From).c_str());
+    ui_From = ui_Slash + 1;
+  }
+  CJsonText_T o_Text(z_o_Item != nullptr ? cJSON_PrintUnformatted(z_o_Item) : nullptr);
+  return o_Text ? o_Text.get() : "";
 }
 
 }  // namespace it

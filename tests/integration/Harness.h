@@ -116,6 +116,10 @@ class BusClient {
                    int i_TimeoutMs = 5000, GDBusCallFlags e_Flags = G_DBUS_CALL_FLAGS_NONE);
   // Calls and expects success; the reply is returned (caller unrefs) or the test fails.
   GVariant* f_CallOk(const char* z_c_Method, GVariant* o_Params = nullptr);
+  // Calls and expects success; the reply owned (null when the test failed).
+  Variant_T f_Reply(const char* z_c_Method, GVariant* o_Params = nullptr) {
+    return Variant_T(f_CallOk(z_c_Method, o_Params));
+  }
   // Calls, expects success and drops the reply; true on success.
   bool f_Invoke(const char* z_c_Method, GVariant* o_Params = nullptr);
   // True when the call failed with the service's error reply (GIO error 30).
@@ -192,5 +196,15 @@ class Service {
 int f_Int(GVariant* o_V, int i_Index = 0);
 std::vector<int> f_Ints(GVariant* o_V);
 std::string f_Str(GVariant* o_V, int i_Index = 0);
+// The same of an owned reply; -999 and "" for a failed call (whose failure the test has).
+inline int f_Int(const Variant_T& o_V, int i_Index = 0) {
+  return o_V ? f_Int(o_V.get(), i_Index) : -999;
+}
+inline std::string f_Str(const Variant_T& o_V, int i_Index = 0) {
+  return o_V ? f_Str(o_V.get(), i_Index) : "";
+}
+// The member at "Key" or "Section/Key" of a JSON text, printed unformatted; "" when the text
+// does not parse or the member is missing.
+std::string f_JsonAt(const std::string& str_Json, const std::string& str_Path);
 
 }  // namespace it

@@ -41,41 +41,36 @@ bool f_Clear(int i_Nr) { return f_Ok("fbatchcntrclear", g_variant_new("(i)", i_N
 bool f_Del(int i_Nr) { return f_Ok("fbatchcntrdel", g_variant_new("(i)", i_Nr)); }
 // The listed ids, or {-1} for the error reply.
 Ids f_List() {
-  GVariant* o_R = z_o_Svc->o_Client.f_Call("fbatchcntrget");
-  Variant_T o_ROwner(o_R);
-  if (o_R == nullptr) return {-1};
-  GVariant* o_Bytes = g_variant_get_child_value(o_R, 0);
-  Variant_T o_BytesOwner(o_Bytes);
+  Variant_T o_R(z_o_Svc->o_Client.f_Call("fbatchcntrget"));
+  if (!o_R) return {-1};
+  Variant_T o_Bytes(g_variant_get_child_value(o_R.get(), 0));
   gsize ui_Len = 0;
-  auto* z_uc_Data = static_cast<const guchar*>(g_variant_get_fixed_array(o_Bytes, &ui_Len, 1));
-  Ids o_Ids(z_uc_Data, z_uc_Data + ui_Len);
-  return o_Ids;
+  auto* z_uc_Data =
+      static_cast<const guchar*>(g_variant_get_fixed_array(o_Bytes.get(), &ui_Len, 1));
+  return Ids(z_uc_Data, z_uc_Data + ui_Len);
 }
 
-// Ids in a counter file ({-999} when it does not parse), and one value printed.
-Ids f_FileIds(const char* z_c_Path) {
-  cJSON* z_o_Tree = cJSON_Parse(z_o_Svc->o_Box.f_Read(z_c_Path).c_str());
-  CJsonTree_T o_TreeOwner(z_o_Tree);
-  Ids o_Ids;
-  if (z_o_Tree == nullptr) o_Ids.push_back(-999);
+// The sets of a counter file by id, each printed; {-999, ""} alone when it does not parse.
+std::vector<std::pair<int, std::string>> f_Sets(const char* z_c_Path) {
+  CJsonTree_T o_Tree(cJSON_Parse(z_o_Svc->o_Box.f_Read(z_c_Path).c_str()));
+  if (!o_Tree) return {{-999, ""}};
+  std::vector<std::pair<int, std::string>> o_Sets;
   const cJSON* z_o_Set = nullptr;
-  cJSON_ArrayForEach(z_o_Set, cJSON_GetObjectItem(z_o_Tree, "CntrSets"))
-      o_Ids.push_back(cJSON_GetObjectItem(z_o_Set, "Id")->valueint);
+  cJSON_ArrayForEach(z_o_Set, cJSON_GetObjectItem(o_Tree.get(), "CntrSets"))
+      o_Sets.emplace_back(cJSON_GetObjectItem(z_o_Set, "Id")->valueint,
+                          CJsonText_T(cJSON_PrintUnformatted(z_o_Set)).get());
+  return o_Sets;
+}
+Ids f_FileIds(const char* z_c_Path) {
+  Ids o_Ids;
+  for (const auto& o_Set : f_Sets(z_c_Path)) o_Ids.push_back(o_Set.first);
   return o_Ids;
 }
+// One member of set i_Id, printed; "" when the set or the member is missing.
 std::string f_Value(const char* z_c_Path, int i_Id, const char* z_c_Key) {
-  cJSON* z_o_Tree = cJSON_Parse(z_o_Svc->o_Box.f_Read(z_c_Path).c_str());
-  CJsonTree_T o_TreeOwner(z_o_Tree);
-  std::string str_Value;
-  const cJSON* z_o_Set = nullptr;
-  cJSON_ArrayForEach(z_o_Set, cJSON_GetObjectItem(z_o_Tree, "CntrSets")) {
-    const cJSON* z_o_Item = cJSON_GetObjectItem(z_o_Set, z_c_Key);
-    if (cJSON_GetObjectItem(z_o_Set, "Id")->valueint != i_Id || z_o_Item == nullptr) continue;
-    char* z_c_Text = cJSON_PrintUnformatted(z_o_Item);
-    CJsonText_T o_TextOwner(z_c_Text);
-    str_Value = z_c_Text;
-  }
-  return str_Value;
+  for (const auto& o_Set : f_Sets(z_c_Path))
+    if (o_Set.first == i_Id) return f_JsonAt(o_Set.second, z_c_Key);
+  return "";
 }
 // Every rewrite renames a new file into place, so a new inode means "rewritten".
 ino_t f_Inode(const char* z_c_Path) {

@@ -13,26 +13,20 @@ using namespace it;
 
 namespace {
 
-bool f_IsInt(GVariant* o_V, int i_Value) { return f_Int(o_V) == i_Value; }
-
 // One daemon per case; the end expects exit status 0.
 class Battery : public ::testing::Test {
  protected:
   explicit Battery(const std::function<void(const Sandbox&)>& f_Prepare = {}) : o_Svc(f_Prepare) {}
-  // Waits for "battstatuschanged" with the given status.
-  bool f_Status(int i_Status, int i_TimeoutMs = 5000) {
-    return o_Rec.f_WaitFor("battstatuschanged", i_TimeoutMs,
-                           [=](GVariant* v) { return f_IsInt(v, i_Status); }) != nullptr;
+  // Waits for "battstatuschanged" (or "battpowerchanged") with the given value.
+  bool f_Status(int i_Value, int i_TimeoutMs = 5000, const char* z_c_Signal = "battstatuschanged") {
+    return o_Rec.f_WaitFor(z_c_Signal, i_TimeoutMs,
+                           [=](GVariant* v) { return f_Int(v) == i_Value; }) != nullptr;
   }
   bool f_Power(int i_Power, int i_TimeoutMs = 5000) {
-    return o_Rec.f_WaitFor("battpowerchanged", i_TimeoutMs,
-                           [=](GVariant* v) { return f_IsInt(v, i_Power); }) != nullptr;
+    return f_Status(i_Power, i_TimeoutMs, "battpowerchanged");
   }
   int f_Get(const char* z_c_Method, GVariant* o_Args = nullptr) {
-    GVariant* o_R = o_Svc.o_Client.f_CallOk(z_c_Method, o_Args);
-    int i_V = o_R ? f_Int(o_R) : -999;
-    if (o_R) g_variant_unref(o_R);
-    return i_V;
+    return f_Int(o_Svc.o_Client.f_Reply(z_c_Method, o_Args));
   }
   Service o_Svc;
   const Sandbox& o_Box = o_Svc.o_Box;
@@ -72,7 +66,7 @@ TEST_F(Battery, FallingChargeDrivesStatusOutputsErrorAndCountDown) {
   ASSERT_EQ(o_Box.f_Sim("battery 9"), 0);
   ASSERT_TRUE(f_Status(1));
   for (int i = 20; i >= 1; i--)
-    ASSERT_NE(o_Rec.f_WaitFor("battcntdwn", 3000, [=](GVariant* v) { return f_IsInt(v, i); }),
+    ASSERT_NE(o_Rec.f_WaitFor("battcntdwn", 3000, [=](GVariant* v) { return f_Int(v) == i; }),
               nullptr)
         << i;
   EXPECT_TRUE(f_WaitUntil([&] { return o_Box.f_Read("/proc/pwrctrl/poweroff") == "1\n"; }, 3000));
@@ -102,7 +96,7 @@ TEST_F(Battery, OffOnAnnouncementsWork) {
   o_Daemon.f_Signal(SIGUSR1);
   ASSERT_TRUE(f_Status(0));
   EXPECT_TRUE(f_Power(0));
-  EXPECT_NE(o_Rec.f_WaitFor("battcntdwn", 3000, [](GVariant* v) { return f_IsInt(v, 20); }),
+  EXPECT_NE(o_Rec.f_WaitFor("battcntdwn", 3000, [](GVariant* v) { return f_Int(v) == 20; }),
             nullptr);
   EXPECT_TRUE(o_Box.f_BmsOut(30));
   EXPECT_TRUE(f_WaitUntil(
@@ -137,11 +131,13 @@ TEST_F(Battery, OffOnAnnouncementsWork) {
         o_Seen.push_back(f_Int(z_o_S->o_Args));
       return o_Seen;
     };
-    ASSERT_TRUE(f_WaitUntil([&] {
-      std::vector<int> o_S = f_Statuses();
-      return std::count(o_S.begin(), o_S.end(), 3) == 2 ||
-             (std::count(o_S.begin(), o_S.end(), 0) > 0 && !o_S.empty() && o_S.back() == 3);
-    }, 8000));
+    ASSERT_TRUE(f_WaitUntil(
+        [&] {
+          std::vector<int> o_S = f_Statuses();
+          return std::count(o_S.begin(), o_S.end(), 3) == 2 ||
+                 (std::count(o_S.begin(), o_S.end(), 0) > 0 && !o_S.empty() && o_S.back() == 3);
+        },
+        8000));
     if (std::count(o_Seen.begin(), o_Seen.end(), 0) == 0) break;
     f_Pump(600);  // let the split pair settle before the next try
   }

@@ -30,13 +30,12 @@ class BusArgs : public ::testing::Test {
 
   // The interface as the running service describes it.
   std::vector<Method_ST> f_Methods() {
-    GVariant* o_Xml = g_dbus_connection_call_sync(
-        o_Client.f_Conn(), A_C_BUS_NAME, A_C_PATH, "org.freedesktop.DBus.Introspectable",
-        "Introspect", nullptr, G_VARIANT_TYPE("(s)"), G_DBUS_CALL_FLAGS_NONE, 10000, nullptr,
-        nullptr);
-    Variant_T o_XmlOwner(o_Xml);
+    Variant_T o_Xml(g_dbus_connection_call_sync(o_Client.f_Conn(), A_C_BUS_NAME, A_C_PATH,
+                                                "org.freedesktop.DBus.Introspectable", "Introspect",
+                                                nullptr, G_VARIANT_TYPE("(s)"),
+                                                G_DBUS_CALL_FLAGS_NONE, 10000, nullptr, nullptr));
     std::vector<Method_ST> o_Out;
-    if (o_Xml == nullptr) return o_Out;
+    if (!o_Xml) return o_Out;
     GDBusNodeInfo* z_o_Node = g_dbus_node_info_new_for_xml(f_Str(o_Xml).c_str(), nullptr);
     GDBusInterfaceInfo* z_o_If =
         z_o_Node ? g_dbus_node_info_lookup_interface(z_o_Node, A_C_IFACE) : nullptr;
@@ -71,11 +70,10 @@ class BusArgs : public ::testing::Test {
             << o_Err.f_Message();
       }
     }
-    GError* z_o_Err = nullptr;
-    GVariant* o_Mfu = o_Client.f_Call("fmfuget", nullptr, &z_o_Err, 60000);
-    Variant_T o_MfuOwner(o_Mfu);
-    ASSERT_NE(o_Mfu, nullptr) << "service gone: " << z_o_Err->message << "\n"
-                              << z_o_Svc->o_Daemon.f_Log();
+    GErrorHolder_CL o_Err;
+    Variant_T o_Mfu(o_Client.f_Call("fmfuget", nullptr, o_Err.f_Out(), 60000));
+    ASSERT_TRUE(o_Mfu) << "service gone: " << o_Err.f_Message() << "\n"
+                       << z_o_Svc->o_Daemon.f_Log();
     EXPECT_EQ(f_Int(o_Mfu), 100);
   }
 
@@ -95,10 +93,7 @@ class BusArgs : public ::testing::Test {
   }
 
   bool f_FileParses(const char* z_c_Path) {
-    cJSON* z_o_Tree = cJSON_Parse(o_Box.f_Read(z_c_Path).c_str());
-    CJsonTree_T o_TreeOwner(z_o_Tree);
-    bool b_Ok = cJSON_IsObject(z_o_Tree);
-    return b_Ok;
+    return cJSON_IsObject(CJsonTree_T(cJSON_Parse(o_Box.f_Read(z_c_Path).c_str())).get());
   }
 };
 

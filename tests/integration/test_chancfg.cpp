@@ -1,7 +1,6 @@
 // The channel configuration against the real daemon: the file it builds at start-up and the
 // maintenance factor over the bus. A file changed by another process is re-read in the unit
 // tests; its announcement is the relay's, tested with the other relays.
-#include <cjson/cJSON.h>
 #include <cstdlib>
 #include <ctime>
 #include <gtest/gtest.h>
@@ -24,21 +23,8 @@ class ChanCfgBus : public ::testing::Test {
   SignalRecorder& o_Rec = z_o_Svc->o_Rec;
   const Sandbox& o_Box = z_o_Svc->o_Box;
 
-  // A member of the file by "Section/Key", printed ("" when missing), or as a number.
   std::string f_Get(const std::string& str_Path) {
-    cJSON* z_o_Tree = cJSON_Parse(o_Box.f_Read(A_C_CFG).c_str());
-    CJsonTree_T o_TreeOwner(z_o_Tree);
-    size_t ui_Slash = str_Path.find('/');
-    const cJSON* z_o_Item =
-        ui_Slash == std::string::npos
-            ? cJSON_GetObjectItem(z_o_Tree, str_Path.c_str())
-            : cJSON_GetObjectItem(
-                  cJSON_GetObjectItem(z_o_Tree, str_Path.substr(0, ui_Slash).c_str()),
-                  str_Path.substr(ui_Slash + 1).c_str());
-    char* z_c_Text = z_o_Item != nullptr ? cJSON_PrintUnformatted(z_o_Item) : nullptr;
-    CJsonText_T o_TextOwner(z_c_Text);
-    std::string str_Out = z_c_Text != nullptr ? z_c_Text : "";
-    return str_Out;
+    return f_JsonAt(o_Box.f_Read(A_C_CFG), str_Path);
   }
   double f_Num(const std::string& str_Path) { return std::atof(f_Get(str_Path).c_str()); }
   // Waits for the announcement of the file; then makes sure no second one follows.
@@ -67,10 +53,9 @@ TEST_F(ChanCfgBus, MfuOverTheBusRescalesTheLimitsOnce) {
   // The nameplate puts its own count into the store at start; this is a later one.
   ASSERT_EQ(o_Box.f_Sim("cycle 4242"), 0);
   const double d_T0 = static_cast<double>(time(nullptr));
-  GVariant* o_R = o_Client.f_CallOk("fmfuset", g_variant_new("(i)", 800));
-  Variant_T o_ROwner(o_R);
-  ASSERT_NE(o_R, nullptr);
-  EXPECT_STREQ(g_variant_get_type_string(o_R), "()");
+  Variant_T o_R = o_Client.f_Reply("fmfuset", g_variant_new("(i)", 800));
+  ASSERT_TRUE(o_R);
+  EXPECT_STREQ(g_variant_get_type_string(o_R.get()), "()");
   f_AnnouncedOnce();
   // 0.8 × 30039 thousandths = 24031.2 → 24.031 Nm.
   EXPECT_EQ(f_Num("Grenzen/MomentMax"), 24.031);
@@ -88,8 +73,5 @@ TEST_F(ChanCfgBus, MfuOverTheBusRescalesTheLimitsOnce) {
   EXPECT_EQ(o_Box.f_Read(A_C_CFG), str_File);
 
   // Whatever the factor, "fmfuget" reports 100.
-  GVariant* o_Get = o_Client.f_CallOk("fmfuget");
-  Variant_T o_GetOwner(o_Get);
-  ASSERT_NE(o_Get, nullptr);
-  EXPECT_EQ(f_Int(o_Get), 100);
+  EXPECT_EQ(f_Int(o_Client.f_Reply("fmfuget")), 100);
 }

@@ -33,28 +33,23 @@ class Checks : public ::testing::Test {
     return f_WaitUntil([&] { return z_o_Box->f_Read("/var/sysdiag/temperature") == str_Stored; },
                        I_TEMP_PERIOD_MS);
   }
-  static const Signal_ST* f_Fault(int i_Code, int i_TimeoutMs = I_TEMP_PERIOD_MS) {
-    return z_o_Rec->f_WaitFor("sysfault", i_TimeoutMs,
-                              [=](GVariant* v) { return f_Int(v, 0) == i_Code; });
-  }
-  static const Signal_ST* f_Acked(int i_Code, int i_TimeoutMs = I_TEMP_PERIOD_MS) {
-    return z_o_Rec->f_WaitFor("acksysfault", i_TimeoutMs,
+  // The first "sysfault" (or "acksysfault") of the code.
+  static const Signal_ST* f_Fault(int i_Code, int i_TimeoutMs = I_TEMP_PERIOD_MS,
+                                  const char* z_c_Signal = "sysfault") {
+    return z_o_Rec->f_WaitFor(z_c_Signal, i_TimeoutMs,
                               [=](GVariant* v) { return f_Int(v, 0) == i_Code; });
   }
   // Rewrites the maintenance section of the channel configuration as a technician's tool
   // would, and announces the change.
   static void f_SetMaintenance(bool b_Active, unsigned ui_Cycle, long l_Date) {
-    cJSON* z_o_Cfg = cJSON_Parse(z_o_Box->f_Read(A_C_CHAN_CFG).c_str());
-    ASSERT_NE(z_o_Cfg, nullptr);
+    CJsonTree_T o_Cfg(cJSON_Parse(z_o_Box->f_Read(A_C_CHAN_CFG).c_str()));
+    ASSERT_TRUE(o_Cfg);
     cJSON* z_o_W = cJSON_CreateObject();
     cJSON_AddBoolToObject(z_o_W, "Aktiv", b_Active);
     cJSON_AddNumberToObject(z_o_W, "Zyklus", ui_Cycle);
     cJSON_AddNumberToObject(z_o_W, "Datum", static_cast<double>(l_Date));
-    cJSON_ReplaceItemInObject(z_o_Cfg, "Wartung", z_o_W);
-    char* z_c_Text = cJSON_Print(z_o_Cfg);
-    z_o_Box->f_Write(A_C_CHAN_CFG, z_c_Text);
-    free(z_c_Text);
-    cJSON_Delete(z_o_Cfg);
+    cJSON_ReplaceItemInObject(o_Cfg.get(), "Wartung", z_o_W);
+    z_o_Box->f_Write(A_C_CHAN_CFG, CJsonText_T(cJSON_Print(o_Cfg.get())).get());
     z_o_Svc->o_Client.f_Invoke("fcfgfilechanged", g_variant_new("(s)", A_C_CHAN_CFG));
   }
   static inline Service* z_o_Svc = nullptr;
@@ -83,7 +78,7 @@ TEST_F(Checks, SmodPostponesTheTemperatureCheck) {
   ASSERT_NE(z_o_S, nullptr);
   EXPECT_LT(z_o_S->i_Time - i_Left, 1000 * 1000);
   ASSERT_TRUE(f_Temp("25", "25.00"));
-  EXPECT_NE(f_Acked(406, 1000), nullptr);
+  EXPECT_NE(f_Fault(406, 1000, "acksysfault"), nullptr);
 }
 
 TEST_F(Checks, MaintenanceDueIsReportedAndWithdrawn) {
@@ -96,7 +91,7 @@ TEST_F(Checks, MaintenanceDueIsReportedAndWithdrawn) {
 
   // Switching supervision off withdraws it.
   f_SetMaintenance(false, 1000000, 1);
-  EXPECT_NE(f_Acked(402, 2000), nullptr);
+  EXPECT_NE(f_Fault(402, 2000, "acksysfault"), nullptr);
   EXPECT_TRUE(f_WaitUntil([] { return !z_o_Box->f_BmsOut(31); }, 1000));
 }
 

@@ -19,24 +19,18 @@ TEST(Nameplate, SupplierDataReachTheDiagnosticStore) {
   EXPECT_EQ(o_Box.f_Read("/var/sysdiag/hardware/serial"), "B230403117");
   EXPECT_EQ(o_Box.f_Read("/var/sysdiag/hardware/pwrctrlversion"), "1.04");
   EXPECT_EQ(o_Box.f_Read("/var/sysdiag/cycle"), "100");
-  GVariant* o_R = o_Svc.o_Client.f_CallOk("fsyserrorget");
-  Variant_T o_ROwner(o_R);
-  ASSERT_NE(o_R, nullptr);
-  EXPECT_EQ(f_Int(o_R, 0), 0);
+  EXPECT_EQ(f_Int(o_Svc.o_Client.f_Reply("fsyserrorget")), 0);
 }
 
 TEST(Nameplate, CorruptedStaticSectorLeavesError3201Active) {
   Service o_Svc(
       [](const Sandbox& o_Box) { ASSERT_EQ(o_Box.f_Sim("nameplate corrupt static"), 0); });
   // Raised while the service starts, before its error store exists: held, then stored.
-  GVariant* o_R = o_Svc.o_Client.f_CallOk("fsyserrorget");
-  Variant_T o_ROwner(o_R);
-  ASSERT_NE(o_R, nullptr);
-  EXPECT_EQ(f_Ints(o_R), (std::vector<int>{400, 1, f_Int(o_R, 2)}));
-  o_ROwner.reset(o_Svc.o_Client.f_CallOk("fgetunacknsyserrors"));
-  o_R = o_ROwner.get();
-  ASSERT_NE(o_R, nullptr);
-  EXPECT_NE(f_Str(o_R).find("{\"code\":400,\"class\":1,"), std::string::npos) << f_Str(o_R);
+  Variant_T o_R = o_Svc.o_Client.f_Reply("fsyserrorget");
+  ASSERT_TRUE(o_R);
+  EXPECT_EQ(f_Ints(o_R.get()), (std::vector<int>{400, 1, f_Int(o_R, 2)}));
+  const std::string str_List = f_Str(o_Svc.o_Client.f_Reply("fgetunacknsyserrors"));
+  EXPECT_NE(str_List.find("{\"code\":400,\"class\":1,"), std::string::npos) << str_List;
   EXPECT_EQ(o_Svc.o_Box.f_CurError(), 3201);
   EXPECT_FALSE(o_Svc.o_Box.f_BmsOut(18));
 }

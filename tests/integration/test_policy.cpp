@@ -14,14 +14,15 @@ namespace {
 
 std::string f_DenyByDefaultConfig(const std::string& str_Dir) {
   return PrivateBus::f_Config(
-      str_Dir,
-      PrivateBus::f_DefaultPolicy("    <deny own=\"*\"/>\n"
-                                  "    <deny send_type=\"method_call\"/>\n"
-                                  "    <allow send_destination=\"org.freedesktop.DBus\"\n"
-                                  "           send_interface=\"org.freedesktop.DBus\"/>\n"
-                                  "    <allow send_destination=\"org.freedesktop.DBus\"\n"
-                                  "           send_interface=\"org.freedesktop.DBus.Introspectable\"/>\n") +
-      "  <include>" SYSSRV_SOURCE_DIR "/packaging/com.torvane.akku.SysService.conf</include>\n");
+      str_Dir, PrivateBus::f_DefaultPolicy(
+                   "    <deny own=\"*\"/>\n"
+                   "    <deny send_type=\"method_call\"/>\n"
+                   "    <allow send_destination=\"org.freedesktop.DBus\"\n"
+                   "           send_interface=\"org.freedesktop.DBus\"/>\n"
+                   "    <allow send_destination=\"org.freedesktop.DBus\"\n"
+                   "           send_interface=\"org.freedesktop.DBus.Introspectable\"/>\n") +
+                   "  <include>" SYSSRV_SOURCE_DIR
+                   "/packaging/com.torvane.akku.SysService.conf</include>\n");
 }
 
 // Runs gdbus as user "nobody" against the bus; returns its output.
@@ -42,10 +43,7 @@ TEST(BusPolicy, ShippedPolicyLetsRootOwnAndCallAndOthersOnlyLook) {
   ASSERT_TRUE(o_Daemon.f_Start()) << o_Daemon.f_Log();
 
   BusClient o_Client(o_Bus.f_Address());
-  GVariant* o_R = o_Client.f_CallOk("fmfuget");
-  Variant_T o_ROwner(o_R);
-  ASSERT_NE(o_R, nullptr);
-  EXPECT_EQ(f_Int(o_R), 100);
+  EXPECT_EQ(f_Int(o_Client.f_Reply("fmfuget")), 100);
 
   if (geteuid() == 0) {
     const std::string str_Dest =
