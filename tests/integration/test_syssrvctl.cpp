@@ -3,15 +3,16 @@
 #include <cjson/cJSON.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <poll.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cmath>
 #include <csignal>
+#include <cstdlib>
 #include <fstream>
-#include <cstdio>
 #include <functional>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -22,62 +23,11 @@ using namespace it;
 
 namespace {
 
-// Flag 1 stands for the tightening process, so that readiness can be driven from outside.
-const char* A_C_RDY =
-    R"({"flags":[{"nr":1,"state":1,"name":"ToolProc"},{"nr":3,"state":1,"name":"SysSrv"}]})";
-
 struct CtlRun_ST {
   int i_Exit;
   std::string str_Out;
   std::string str_Err;
 };
-
-std::vector<char*> f_Argv(const std::vector<std::string>& o_Args,
-                          std::vector<std::string>& o_Store, const char* z_c_Prog = SYSSRV_CTL) {
-  o_Store = o_Args;
-  o_Store.insert(o_Store.begin(), z_c_Prog);
-  std::vector<char*> o_Argv;
-  for (std::string& str_A : o_Store) o_Argv.push_back(&str_A[0]);
-  o_Argv.push_back(nullptr);
-  return o_Argv;
-}
-
-gchar** f_Env(const std::string& str_Address) {
-  gchar** a_z_c_Env = g_get_environ();
-  return g_environ_setenv(a_z_c_Env, "DBUS_SYSTEM_BUS_ADDRESS", str_Address.c_str(), TRUE);
-}
-
-// Whatever goes wrong, the user must get our one line, never GLib's diagnostics.
-void f_ExpectNoGlibNoise(const std::string& str_Err) {
-  for (const char* z_c_Noise : {"GLib", "CRITICAL", "WARNING", "**"})
-    EXPECT_EQ(str_Err.find(z_c_Noise), std::string::npos) << str_Err;
-}
-
-// Runs one of our programs (the client unless told) with the bus address in its environment.
-CtlRun_ST f_Ctl(const std::string& str_Address, const std::vector<std::string>& o_Args,
-                const char* z_c_Prog = SYSSRV_CTL) {
-  std::vector<std::string> o_Store;
-  std::vector<char*> o_Argv = f_Argv(o_Args, o_Store, z_c_Prog);
-  gchar** a_z_c_Env = f_Env(str_Address);
-  gchar *z_c_Out = nullptr, *z_c_Err = nullptr;
-  gint i_Status = -1;
-  GErrorHolder_CL o_Err;
-  CtlRun_ST o_Run{-1, "", ""};
-  bool b_Ran = g_spawn_sync(nullptr, o_Argv.data(), a_z_c_Env, G_SPAWN_DEFAULT, nullptr, nullptr,
-                            &z_c_Out, &z_c_Err, &i_Status, o_Err.f_Out());
-  GChars_T o_Out(z_c_Out);
-  GChars_T o_ErrText(z_c_Err);
-  if (b_Ran) {
-    o_Run.i_Exit = WIFEXITED(i_Status) ? WEXITSTATUS(i_Status) : -1;
-    o_Run.str_Out = o_Out.get();
-    o_Run.str_Err = o_ErrText.get();
-  } else {
-    ADD_FAILURE() << "cannot run " << z_c_Prog << ": " << o_Err.f_Message();
-  }
-  g_strfreev(a_z_c_Env);
-  f_ExpectNoGlibNoise(o_Run.str_Err);
-  return o_Run;
-}
 
 std::string f_Joined(const std::vector<std::string>& o_Args) {
   std::string str_Text;
@@ -85,133 +35,134 @@ std::string f_Joined(const std::vector<std::string>& o_Args) {
   return str_Text;
 }
 
-// A running "syssrvctl monitor" whose output is read as it comes.
-class MonitorProc {
+// One of our programs (the client unless told) with the bus address in its environment. Its
+// stdout and stderr go to files of their own, so that a running monitor can be read as it writes.
+class Prog_CL {
  public:
-  MonitorProc(const std::string& str_Address, const std::vector<std::string>& o_Args) {
-    std::vector<std::string> o_Store;
-    std::vector<char*> o_Argv = f_Argv(o_Args, o_Store);
-    gchar** a_z_c_Env = f_Env(str_Address);
-    GErrorHolder_CL o_Err;
-    if (!g_spawn_async_with_pipes(nullptr, o_Argv.data(), a_z_c_Env, G_SPAWN_DO_NOT_REAP_CHILD,
-                                  nullptr, nullptr, &i_Pid, nullptr, &i_OutFd, &i_ErrFd,
-                                  o_Err.f_Out())) {
-      ADD_FAILURE() << o_Err.f_Message();
+  Prog_CL(const std::string& str_Address, std::vector<std::string> o_Args,
+          const char* z_c_Prog = SYSSRV_CTL)
+      : str_Dir(f_MakeTempDir("it-ctl")) {
+    o_Args.insert(o_Args.begin(), z_c_Prog);
+    std::vector<char*> a_z_c_Argv;
+    for (std::string& str_A : o_Args) a_z_c_Argv.push_back(&str_A[0]);
+    a_z_c_Argv.push_back(nullptr);
+    gchar** a_z_c_Env =
+        g_environ_setenv(g_get_environ(), "DBUS_SYSTEM_BUS_ADDRESS", str_Address.c_str(), TRUE);
+    // Everything the child needs is made before the fork: the bus threads may hold malloc's lock.
+    const std::string str_OutPath = str_Dir + "/out", str_ErrPath = str_Dir + "/err";
+    const pid_t i_TestPid = getpid();
+    i_Pid = fork();
+    if (i_Pid == 0) {
+      f_DieWithTest(i_TestPid);
+      dup2(open(str_OutPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644), 1);
+      dup2(open(str_ErrPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644), 2);
+      execve(z_c_Prog, a_z_c_Argv.data(), a_z_c_Env);
+      _exit(127);
     }
     g_strfreev(a_z_c_Env);
   }
-  ~MonitorProc() {
-    if (i_Pid > 0 && !b_Reaped) {
+  ~Prog_CL() {
+    f_End(SIGKILL);
+    f_RemoveTree(str_Dir);
+  }
+  // Sends i_Sig (none when 0, for a program that ends by itself) and waits for the end; the
+  // exit status, -1 when it did not end normally (a signalled program within 5 s).
+  int f_End(int i_Sig) {
+    if (i_Pid <= 0) return -1;
+    int i_Status = 0;
+    if (i_Sig != 0) kill(i_Pid, i_Sig);
+    bool b_Ended =
+        i_Sig == 0 ? waitpid(i_Pid, &i_Status, 0) == i_Pid
+                   : f_WaitUntil([&] { return waitpid(i_Pid, &i_Status, WNOHANG) == i_Pid; }, 5000);
+    if (!b_Ended) {
       kill(i_Pid, SIGKILL);
       waitpid(i_Pid, nullptr, 0);
     }
-    if (i_OutFd >= 0) close(i_OutFd);
-    if (i_ErrFd >= 0) close(i_ErrFd);
-  }
-  // Reads until the text shows up on stdout (or stderr) or the time is up.
-  bool f_WaitOut(const std::string& str_Text, int i_TimeoutMs) {
-    return f_Wait([&] { return str_Out.find(str_Text) != std::string::npos; }, i_TimeoutMs);
-  }
-  bool f_WaitErr(const std::string& str_Text, int i_TimeoutMs) {
-    return f_Wait([&] { return str_Err.find(str_Text) != std::string::npos; }, i_TimeoutMs);
-  }
-  // Sends the signal and returns the exit status, -1 when it did not end normally in time.
-  int f_Stop(int i_Sig) {
-    kill(i_Pid, i_Sig);
-    int i_Status = 0;
-    bool b_Ended = f_Wait(
-        [&] {
-          if (waitpid(i_Pid, &i_Status, WNOHANG) != i_Pid) return false;
-          b_Reaped = true;
-          return true;
-        },
-        5000);
-    f_Drain();
+    i_Pid = -1;
+    // Whatever goes wrong, the user must get our one line, never GLib's diagnostics.
+    for (const char* z_c_Noise : {"GLib", "CRITICAL", "WARNING", "**"})
+      EXPECT_EQ(f_Err().find(z_c_Noise), std::string::npos) << f_Err();
     return b_Ended && WIFEXITED(i_Status) ? WEXITSTATUS(i_Status) : -1;
   }
-  const std::string& f_Out() const { return str_Out; }
-  const std::string& f_Err() const { return str_Err; }
+  std::string f_Out() const { return f_ReadFile(str_Dir + "/out"); }
+  std::string f_Err() const { return f_ReadFile(str_Dir + "/err"); }
+  bool f_WaitOut(const std::string& str_Text, int i_TimeoutMs) const {
+    return f_WaitUntil([&] { return f_Out().find(str_Text) != std::string::npos; }, i_TimeoutMs);
+  }
+  bool f_WaitErr(const std::string& str_Text, int i_TimeoutMs) const {
+    return f_WaitUntil([&] { return f_Err().find(str_Text) != std::string::npos; }, i_TimeoutMs);
+  }
 
  private:
-  void f_Drain() {
-    for (auto o_Pair : {std::make_pair(i_OutFd, &str_Out), std::make_pair(i_ErrFd, &str_Err)}) {
-      pollfd o_Poll{o_Pair.first, POLLIN, 0};
-      char a_c_Buf[4096];
-      while (poll(&o_Poll, 1, 0) > 0 && (o_Poll.revents & POLLIN)) {
-        ssize_t i_N = read(o_Pair.first, a_c_Buf, sizeof(a_c_Buf));
-        if (i_N <= 0) break;
-        o_Pair.second->append(a_c_Buf, static_cast<size_t>(i_N));
-      }
-    }
-  }
-  bool f_Wait(const std::function<bool()>& f_Cond, int i_TimeoutMs) {
-    return f_WaitUntil(
-        [&] {
-          f_Drain();
-          return f_Cond();
-        },
-        i_TimeoutMs);
-  }
-  GPid i_Pid = -1;
-  int i_OutFd = -1;
-  int i_ErrFd = -1;
-  bool b_Reaped = false;
-  std::string str_Out;
-  std::string str_Err;
+  std::string str_Dir;
+  pid_t i_Pid = -1;
 };
+
+CtlRun_ST f_Ctl(const std::string& str_Address, const std::vector<std::string>& o_Args,
+                const char* z_c_Prog = SYSSRV_CTL) {
+  Prog_CL o_Prog(str_Address, o_Args, z_c_Prog);
+  int i_Exit = o_Prog.f_End(0);
+  return {i_Exit, o_Prog.f_Out(), o_Prog.f_Err()};
+}
+
+// A run's stdout as JSON, once its exit status is checked.
+CJsonTree_T f_Json(const CtlRun_ST& o_Run, int i_Exit = 0) {
+  EXPECT_EQ(o_Run.i_Exit, i_Exit) << o_Run.str_Err;
+  CJsonTree_T o_Tree(cJSON_Parse(o_Run.str_Out.c_str()));
+  EXPECT_NE(o_Tree, nullptr) << o_Run.str_Out;
+  return o_Tree;
+}
+
+// The item under a path of keys; a key of digits picks an array element. A number reads true as 1.
+const cJSON* f_Item(const cJSON* z_o_Item, std::initializer_list<const char*> o_Keys) {
+  for (const char* z_c_Key : o_Keys)
+    z_o_Item = cJSON_IsArray(z_o_Item) ? cJSON_GetArrayItem(z_o_Item, std::atoi(z_c_Key))
+                                       : cJSON_GetObjectItemCaseSensitive(z_o_Item, z_c_Key);
+  return z_o_Item;
+}
+double f_Number(const CJsonTree_T& o_Tree, std::initializer_list<const char*> o_Keys) {
+  const cJSON* z_o_Item = f_Item(o_Tree.get(), o_Keys);
+  return cJSON_IsNumber(z_o_Item) ? z_o_Item->valuedouble : cJSON_IsTrue(z_o_Item) ? 1 : -999;
+}
+std::string f_Text(const CJsonTree_T& o_Tree, std::initializer_list<const char*> o_Keys) {
+  const char* z_c_Text = cJSON_GetStringValue(f_Item(o_Tree.get(), o_Keys));
+  return z_c_Text != nullptr ? z_c_Text : "(none)";
+}
+
+const char* A_C_CHAN_CFG = "/home/tool/config/ChanCfg.json";
+const char* A_C_CNT_CFG = "/home/tool/config/OkNokCntCfg.json";
+const char* A_C_RES_CFG = "/home/tool/config/ResSrv.json";
 
 class Syssrvctl : public ::testing::Test {
  protected:
   static void SetUpTestSuite() {
-    z_o_Bus = new PrivateBus();
-    z_o_Box = new Sandbox();
-    z_o_Box->f_Write("/home/tool/config/log/rdystatus.json", A_C_RDY);
-    z_o_Client = new BusClient(z_o_Bus->f_Address());
-    z_o_Rec = new SignalRecorder(*z_o_Client);
-    z_o_Daemon = new Daemon(*z_o_Box, *z_o_Bus);
-    ASSERT_TRUE(z_o_Daemon->f_Start()) << z_o_Daemon->f_Log();
+    // Flag 1 stands for the tightening process, so that readiness can be driven from outside.
+    z_o_Svc = new Service([](const Sandbox& o_Box) {
+      o_Box.f_Write("/home/tool/config/log/rdystatus.json",
+                    R"({"flags":[{"nr":1,"state":1,"name":"ToolProc"},)"
+                    R"({"nr":3,"state":1,"name":"SysSrv"}]})");
+    });
+    ASSERT_TRUE(z_o_Svc->f_Started());
     // The first ticks read the battery: from then on its status is a settled "good".
-    ASSERT_NE(z_o_Rec->f_WaitFor("battstatuschanged", 10000), nullptr) << z_o_Daemon->f_Log();
+    ASSERT_NE(z_o_Svc->o_Rec.f_WaitFor("battstatuschanged", 10000), nullptr)
+        << z_o_Svc->o_Daemon.f_Log();
   }
-  static void TearDownTestSuite() {
-    EXPECT_EQ(z_o_Daemon->f_Stop(), 0) << z_o_Daemon->f_Log();
-    delete z_o_Daemon;
-    delete z_o_Rec;
-    delete z_o_Client;
-    delete z_o_Box;
-    delete z_o_Bus;
-  }
+  static void TearDownTestSuite() { delete z_o_Svc; }
+  static const std::string& f_Address() { return z_o_Svc->o_Bus.f_Address(); }
   static CtlRun_ST f_Run(const std::vector<std::string>& o_Args) {
-    return f_Ctl(z_o_Bus->f_Address(), o_Args);
+    return f_Ctl(f_Address(), o_Args);
   }
   static int f_Get(const char* z_c_Method, int i_Index = 0) {
-    GVariant* o_R = z_o_Client->f_CallOk(z_c_Method);
-    Variant_T o_ROwner(o_R);
-    if (o_R == nullptr) return -1;
-    int i_Value = f_Int(o_R, i_Index);
-    return i_Value;
+    Variant_T o_R(z_o_Svc->o_Client.f_CallOk(z_c_Method));
+    return o_R ? f_Int(o_R.get(), i_Index) : -1;
   }
-  // A JSON file of the sandbox; null when it does not parse.
-  static cJSON* f_File(const char* z_c_Logical) {
-    return cJSON_Parse(z_o_Box->f_Read(z_c_Logical).c_str());
+  // A number in a JSON file of the sandbox.
+  static double f_FileNumber(const char* z_c_Logical, std::initializer_list<const char*> o_Keys) {
+    return f_Number(CJsonTree_T(cJSON_Parse(z_o_Svc->o_Box.f_Read(z_c_Logical).c_str())), o_Keys);
   }
-  static PrivateBus* z_o_Bus;
-  static Sandbox* z_o_Box;
-  static BusClient* z_o_Client;
-  static SignalRecorder* z_o_Rec;
-  static Daemon* z_o_Daemon;
+  static Service* z_o_Svc;
 };
-PrivateBus* Syssrvctl::z_o_Bus;
-Sandbox* Syssrvctl::z_o_Box;
-BusClient* Syssrvctl::z_o_Client;
-SignalRecorder* Syssrvctl::z_o_Rec;
-Daemon* Syssrvctl::z_o_Daemon;
-
-double f_Number(cJSON* z_o_Tree, std::initializer_list<const char*> o_Keys) {
-  const cJSON* z_o_Item = z_o_Tree;
-  for (const char* z_c_Key : o_Keys) z_o_Item = cJSON_GetObjectItemCaseSensitive(z_o_Item, z_c_Key);
-  return cJSON_IsNumber(z_o_Item) ? z_o_Item->valuedouble : cJSON_IsTrue(z_o_Item) ? 1 : -999;
-}
+Service* Syssrvctl::z_o_Svc = nullptr;
 
 // One pass through the subcommands in the order a technician would use them; each step
 // names what it must have changed in the service.
@@ -246,7 +197,7 @@ TEST_F(Syssrvctl, EverySubcommandChangesWhatItSays) {
        [] { return f_Get("frdyget") == 0x08; }},
       {{"ready", "dump"},
        "   1  ToolProc             yes       NO",
-       [] { return z_o_Daemon->f_WaitLog("RdySoll: 10, RdyIst:", 3000); }},
+       [] { return z_o_Svc->o_Daemon.f_WaitLog("RdySoll: 10, RdyIst:", 3000); }},
       {{"battery", "set-power", "42"},
        "Charge 42 % published",
        [] { return f_Get("fbattpowerget") == 42; }},
@@ -254,113 +205,82 @@ TEST_F(Syssrvctl, EverySubcommandChangesWhatItSays) {
       {{"mfu", "set", "800"},
        "Maintenance factor 0.800 set",
        [] {
-         cJSON* z_o_Cfg = f_File("/home/tool/config/ChanCfg.json");
-         CJsonTree_T o_CfgOwner(z_o_Cfg);
-         bool b_Ok = f_Number(z_o_Cfg, {"Mfu", "MfuFaktor"}) > 0.799 &&
-                     f_Number(z_o_Cfg, {"Mfu", "MfuFaktor"}) < 0.801;
-         return b_Ok;
+         return std::fabs(f_FileNumber(A_C_CHAN_CFG, {"Mfu", "MfuFaktor"}) - 0.8) < 0.001;
        }},
       {{"batch", "set", str_Set},
        "Program counter set written",
        [] {
-         cJSON* z_o_Cfg = f_File("/home/tool/config/OkNokCntCfg.json");
-         CJsonTree_T o_CfgOwner(z_o_Cfg);
-         cJSON* z_o_Set = cJSON_GetArrayItem(cJSON_GetObjectItem(z_o_Cfg, "CntrSets"), 0);
-         bool b_Ok = f_Number(z_o_Set, {"Id"}) == 5 && f_Number(z_o_Set, {"MaxOk"}) == 10;
-         return b_Ok;
+         return f_FileNumber(A_C_CNT_CFG, {"CntrSets", "0", "Id"}) == 5 &&
+                f_FileNumber(A_C_CNT_CFG, {"CntrSets", "0", "MaxOk"}) == 10;
        }},
       {{"batch", "list"}, "    5      10       2  up    down   yes", nullptr},
       {{"batch", "clear", "5"},
        "Program counter set 5 cleared",
        [] {
-         cJSON* z_o_Cfg = f_File("/home/tool/config/OkNokCntCfg.json");
-         CJsonTree_T o_CfgOwner(z_o_Cfg);
-         cJSON* z_o_Set = cJSON_GetArrayItem(cJSON_GetObjectItem(z_o_Cfg, "CntrSets"), 0);
-         bool b_Ok = f_Number(z_o_Set, {"Id"}) == 5 && f_Number(z_o_Set, {"MaxOk"}) == 0;
-         return b_Ok;
+         return f_FileNumber(A_C_CNT_CFG, {"CntrSets", "0", "Id"}) == 5 &&
+                f_FileNumber(A_C_CNT_CFG, {"CntrSets", "0", "MaxOk"}) == 0;
        }},
       {{"batch", "delete", "5"}, "Program counter set 5 deleted", nullptr},
       {{"batch", "list"}, "No program counter sets configured", nullptr},
       {{"idcode-source", "1", "1"},
        "Identification-code source 1, delete after start on",
        [] {
-         cJSON* z_o_Cfg = f_File("/home/tool/config/ResSrv.json");
-         CJsonTree_T o_CfgOwner(z_o_Cfg);
-         bool b_Ok = f_Number(z_o_Cfg, {"id_code", "active"}) == 1 &&
-                     f_Number(z_o_Cfg, {"id_code", "del_after_start"}) == 1;
-         return b_Ok;
+         return f_FileNumber(A_C_RES_CFG, {"id_code", "active"}) == 1 &&
+                f_FileNumber(A_C_RES_CFG, {"id_code", "del_after_start"}) == 1;
        }},
       // The sandbox path is turned into the path on the tool, which the service compares.
-      {{"config-changed", z_o_Box->f_Path("/home/tool/config/OkNokCntCfg.json")},
+      {{"config-changed", z_o_Svc->o_Box.f_Path(A_C_CNT_CFG)},
        "Announced /home/tool/config/OkNokCntCfg.json",
        [] {
-         return z_o_Rec->f_WaitFor("cfgfilechanged", 3000, [](GVariant* o_V) {
+         return z_o_Svc->o_Rec.f_WaitFor("cfgfilechanged", 3000, [](GVariant* o_V) {
            return f_Str(o_V) == "/home/tool/config/OkNokCntCfg.json";
          }) != nullptr;
        }},
   };
   for (const Step_ST& o_Step : a_o_Steps) {
     SCOPED_TRACE(f_Joined(o_Step.o_Args));
-    z_o_Rec->f_Clear();
+    z_o_Svc->o_Rec.f_Clear();
     CtlRun_ST o_Run = f_Run(o_Step.o_Args);
     EXPECT_EQ(o_Run.i_Exit, 0) << o_Run.str_Err;
     EXPECT_NE(o_Run.str_Out.find(o_Step.z_c_Output), std::string::npos) << o_Run.str_Out;
-    if (o_Step.f_Effect) {
-      EXPECT_TRUE(o_Step.f_Effect());
-    }
+    EXPECT_TRUE(!o_Step.f_Effect || o_Step.f_Effect());
   }
-  EXPECT_TRUE(z_o_Daemon->f_Running()) << z_o_Daemon->f_Log();
+  EXPECT_TRUE(z_o_Svc->o_Daemon.f_Running()) << z_o_Svc->o_Daemon.f_Log();
 }
 
 TEST_F(Syssrvctl, JsonOutputParsesWithTheValuesOfTheService) {
-  CtlRun_ST o_Rep = f_Run({"report", "Test", "3252"});
-  ASSERT_EQ(o_Rep.i_Exit, 0) << o_Rep.str_Err;
+  ASSERT_EQ(f_Run({"report", "Test", "3252"}).i_Exit, 0);
   ASSERT_EQ(f_Run({"batch", "set", R"({"Id":7,"MaxOk":3})"}).i_Exit, 0);
 
-  CtlRun_ST o_Status = f_Run({"status", "--json"});
-  ASSERT_EQ(o_Status.i_Exit, 0) << o_Status.str_Err;
-  cJSON* z_o_Status = cJSON_Parse(o_Status.str_Out.c_str());
-  CJsonTree_T o_StatusOwner(z_o_Status);
-  ASSERT_NE(z_o_Status, nullptr) << o_Status.str_Out;
-  EXPECT_TRUE(cJSON_IsFalse(cJSON_GetObjectItem(z_o_Status, "ready"))) << o_Status.str_Out;
-  EXPECT_EQ(f_Number(z_o_Status, {"current_error", "coded"}), 3252);
-  EXPECT_STREQ(cJSON_GetStringValue(cJSON_GetObjectItem(
-                   cJSON_GetObjectItem(z_o_Status, "current_error"), "meaning")),
-               "board over-temperature");
-  EXPECT_EQ(f_Number(z_o_Status, {"active_errors"}), 1);
-  EXPECT_EQ(f_Number(z_o_Status, {"battery", "status"}), 3);
+  CJsonTree_T o_Status = f_Json(f_Run({"status", "--json"}));
+  EXPECT_TRUE(cJSON_IsFalse(f_Item(o_Status.get(), {"ready"})));
+  EXPECT_EQ(f_Number(o_Status, {"current_error", "coded"}), 3252);
+  EXPECT_EQ(f_Text(o_Status, {"current_error", "meaning"}), "board over-temperature");
+  EXPECT_EQ(f_Number(o_Status, {"active_errors"}), 1);
+  EXPECT_EQ(f_Number(o_Status, {"battery", "status"}), 3);
 
-  CtlRun_ST o_Errors = f_Run({"errors", "--json"});
-  cJSON* z_o_Errors = cJSON_Parse(o_Errors.str_Out.c_str());
-  CJsonTree_T o_ErrorsOwner(z_o_Errors);
-  ASSERT_NE(z_o_Errors, nullptr) << o_Errors.str_Out;
-  cJSON* z_o_First = cJSON_GetArrayItem(cJSON_GetObjectItem(z_o_Errors, "errors"), 0);
-  EXPECT_EQ(f_Number(z_o_First, {"code"}), 406);
-  EXPECT_EQ(f_Number(z_o_First, {"class"}), 4);
-  EXPECT_EQ(f_Number(z_o_First, {"coded"}), 3252);
+  CJsonTree_T o_Errors = f_Json(f_Run({"errors", "--json"}));
+  EXPECT_EQ(f_Number(o_Errors, {"errors", "0", "code"}), 406);
+  EXPECT_EQ(f_Number(o_Errors, {"errors", "0", "class"}), 4);
+  EXPECT_EQ(f_Number(o_Errors, {"errors", "0", "coded"}), 3252);
 
-  CtlRun_ST o_Batch = f_Run({"batch", "list", "--json"});
-  cJSON* z_o_Batch = cJSON_Parse(o_Batch.str_Out.c_str());
-  CJsonTree_T o_BatchOwner(z_o_Batch);
-  ASSERT_NE(z_o_Batch, nullptr) << o_Batch.str_Out;
-  cJSON* z_o_Set = cJSON_GetArrayItem(cJSON_GetObjectItem(z_o_Batch, "sets"), 0);
-  EXPECT_EQ(f_Number(z_o_Set, {"Id"}), 7);
-  EXPECT_EQ(f_Number(z_o_Set, {"MaxOk"}), 3);
+  CJsonTree_T o_Batch = f_Json(f_Run({"batch", "list", "--json"}));
+  EXPECT_EQ(f_Number(o_Batch, {"sets", "0", "Id"}), 7);
+  EXPECT_EQ(f_Number(o_Batch, {"sets", "0", "MaxOk"}), 3);
   // Defaults as the service applies them, so the object can be sent back with "batch set".
-  EXPECT_STREQ(cJSON_GetStringValue(cJSON_GetObjectItem(z_o_Set, "DirectionOk")), "down");
-  EXPECT_TRUE(cJSON_IsTrue(cJSON_GetObjectItem(z_o_Set, "LockTool")));
+  EXPECT_EQ(f_Text(o_Batch, {"sets", "0", "DirectionOk"}), "down");
+  EXPECT_TRUE(cJSON_IsTrue(f_Item(o_Batch.get(), {"sets", "0", "LockTool"})));
 
   EXPECT_EQ(f_Run({"ack", "3252"}).i_Exit, 0);
 }
 
 TEST_F(Syssrvctl, MonitorPrintsTheSignalsItSawUntilInterrupted) {
-  MonitorProc o_Text(z_o_Bus->f_Address(), {"monitor"});
-  MonitorProc o_Json(z_o_Bus->f_Address(), {"monitor", "--json"});
+  Prog_CL o_Text(f_Address(), {"monitor"});
+  Prog_CL o_Json(f_Address(), {"monitor", "--json"});
   ASSERT_TRUE(o_Text.f_WaitErr("Listening", 5000)) << o_Text.f_Err();
   ASSERT_TRUE(o_Json.f_WaitErr("Listening", 5000)) << o_Json.f_Err();
 
-  GVariant* o_R = z_o_Client->f_CallOk("fprgchanged", g_variant_new("(i)", 42));
-  Variant_T o_ROwner(o_R);
+  Variant_T o_R(z_o_Svc->o_Client.f_CallOk("fprgchanged", g_variant_new("(i)", 42)));
   ASSERT_EQ(f_Run({"report", "ToolProc", "3228"}).i_Exit, 0);
 
   EXPECT_TRUE(o_Text.f_WaitOut("program 42", 5000)) << o_Text.f_Out();
@@ -368,30 +288,20 @@ TEST_F(Syssrvctl, MonitorPrintsTheSignalsItSawUntilInterrupted) {
       << o_Text.f_Out();
   ASSERT_TRUE(o_Json.f_WaitOut("\"sysfault\"", 5000)) << o_Json.f_Out();
 
-  // Every line is one object; the signal we caused is among them with named arguments.
+  // Every whole line is one object; the signal we caused is among them with named arguments.
   bool b_SeenPrg = false;
-  size_t ui_Pos = 0;
-  const std::string& str_Out = o_Json.f_Out();
-  while (ui_Pos < str_Out.size()) {
-    size_t ui_End = str_Out.find('\n', ui_Pos);
-    if (ui_End == std::string::npos) break;
-    std::string str_Line = str_Out.substr(ui_Pos, ui_End - ui_Pos);
-    ui_Pos = ui_End + 1;
-    cJSON* z_o_Line = cJSON_Parse(str_Line.c_str());
-    CJsonTree_T o_LineOwner(z_o_Line);
-    ASSERT_NE(z_o_Line, nullptr) << str_Line;
-    EXPECT_TRUE(cJSON_IsString(cJSON_GetObjectItem(z_o_Line, "time"))) << str_Line;
-    const char* z_c_Sig = cJSON_GetStringValue(cJSON_GetObjectItem(z_o_Line, "signal"));
-    if (z_c_Sig != nullptr && std::string(z_c_Sig) == "prgchanged") {
-      b_SeenPrg = f_Number(z_o_Line, {"args", "program"}) == 42;
-    }
+  std::istringstream o_Lines(o_Json.f_Out());
+  for (std::string str_Line; std::getline(o_Lines, str_Line) && !o_Lines.eof();) {
+    CJsonTree_T o_Line(cJSON_Parse(str_Line.c_str()));
+    ASSERT_NE(o_Line, nullptr) << str_Line;
+    EXPECT_TRUE(cJSON_IsString(f_Item(o_Line.get(), {"time"}))) << str_Line;
+    if (f_Text(o_Line, {"signal"}) == "prgchanged")
+      b_SeenPrg = f_Number(o_Line, {"args", "program"}) == 42;
   }
-  EXPECT_TRUE(b_SeenPrg) << str_Out;
+  EXPECT_TRUE(b_SeenPrg) << o_Json.f_Out();
 
-  EXPECT_EQ(o_Text.f_Stop(SIGINT), 0) << o_Text.f_Err();
-  EXPECT_EQ(o_Json.f_Stop(SIGTERM), 0) << o_Json.f_Err();
-  f_ExpectNoGlibNoise(o_Text.f_Err());
-  f_ExpectNoGlibNoise(o_Json.f_Err());
+  EXPECT_EQ(o_Text.f_End(SIGINT), 0) << o_Text.f_Err();
+  EXPECT_EQ(o_Json.f_End(SIGTERM), 0) << o_Json.f_Err();
   EXPECT_EQ(f_Run({"ack", "3228"}).i_Exit, 0);
 }
 
@@ -404,19 +314,15 @@ TEST_F(Syssrvctl, FollowsTheConventionsOfTheSystemsCtlPrograms) {
   EXPECT_NE(o_Bare.str_Out.find("Readiness"), std::string::npos) << o_Bare.str_Out;
 
   // --json: short (also plain --json) is one line, pretty is indented; both the same object.
-  for (const char* z_c_Form : {"--json", "--json=short", "--json=pretty", "-j"}) {
-    SCOPED_TRACE(z_c_Form);
-    CtlRun_ST o_Run = f_Run({z_c_Form});
-    EXPECT_EQ(o_Run.i_Exit, 0) << o_Run.str_Err;
-    bool b_Pretty = std::string(z_c_Form) == "--json=pretty";
-    size_t ui_Lines = static_cast<size_t>(std::count(o_Run.str_Out.begin(), o_Run.str_Out.end(), '\n'));
-    EXPECT_EQ(ui_Lines > 1, b_Pretty) << o_Run.str_Out;
-    cJSON* z_o_Tree = cJSON_Parse(o_Run.str_Out.c_str());
-    CJsonTree_T o_TreeOwner(z_o_Tree);
-    ASSERT_NE(z_o_Tree, nullptr) << o_Run.str_Out;
-    EXPECT_TRUE(cJSON_IsTrue(cJSON_GetObjectItem(z_o_Tree, "running"))) << o_Run.str_Out;
-    EXPECT_TRUE(cJSON_IsNumber(cJSON_GetObjectItem(cJSON_GetObjectItem(z_o_Tree, "battery"),
-                                                   "status")));
+  for (const std::string str_Form : {"--json", "--json=short", "--json=pretty", "-j"}) {
+    SCOPED_TRACE(str_Form);
+    CtlRun_ST o_Run = f_Run({str_Form});
+    EXPECT_EQ(std::count(o_Run.str_Out.begin(), o_Run.str_Out.end(), '\n') > 1,
+              str_Form == "--json=pretty")
+        << o_Run.str_Out;
+    CJsonTree_T o_Tree = f_Json(o_Run);
+    EXPECT_TRUE(cJSON_IsTrue(f_Item(o_Tree.get(), {"running"}))) << o_Run.str_Out;
+    EXPECT_TRUE(cJSON_IsNumber(f_Item(o_Tree.get(), {"battery", "status"})));
   }
 
   // --no-legend: the rows only, ready for cut and awk.
@@ -434,10 +340,9 @@ TEST_F(Syssrvctl, FollowsTheConventionsOfTheSystemsCtlPrograms) {
   EXPECT_EQ(o_Jobs.i_Exit, 0) << o_Jobs.str_Err;
   EXPECT_EQ(o_Jobs.str_Out.rfind("    9       4       0", 0), 0u) << o_Jobs.str_Out;
   EXPECT_EQ(o_Jobs.str_Out.find("    8 "), std::string::npos) << o_Jobs.str_Out;
-  CtlRun_ST o_JobJson = f_Run({"batch", "list", "--job", "--json"});
-  EXPECT_NE(o_JobJson.str_Out.find(R"("file":"/home/tool/config/JobOkNokCntCfg.json")"),
-            std::string::npos)
-      << o_JobJson.str_Out;
+  EXPECT_NE(f_Run({"batch", "list", "--job", "--json"})
+                .str_Out.find(R"("file":"/home/tool/config/JobOkNokCntCfg.json")"),
+            std::string::npos);
   EXPECT_EQ(f_Run({"batch", "delete", "8"}).i_Exit, 0);
 }
 
@@ -458,6 +363,7 @@ TEST_F(Syssrvctl, RefusalsAndBadArgumentsEndWithTheirExitCode) {
       {{"tool-enable", "2"}, 2, "the enable value must be a whole number 0..1"},
       // A charge is a percentage; the service would publish 150 % as it stands.
       {{"battery", "set-power", "150"}, 2, "N must be a whole number 0..100, got '150'"},
+      // A negative number is an argument, not an option.
       {{"battery", "set-power", "-1"}, 2, "N must be a whole number 0..100, got '-1'"},
       {{"mfu", "set", "0"}, 2, "N must be a whole number 1..10000, got '0'"},
       {{"idcode-source", "1", "2"}, 2, "DEL must be a whole number 0..1, got '2'"},
@@ -485,50 +391,46 @@ TEST_F(Syssrvctl, RefusalsAndBadArgumentsEndWithTheirExitCode) {
   }
 
   // The service's error reply: the settings file of the identification code is missing.
-  std::string str_Saved = z_o_Box->f_Read("/home/tool/config/ResSrv.json");
-  ASSERT_EQ(remove(z_o_Box->f_Path("/home/tool/config/ResSrv.json").c_str()), 0);
+  std::string str_Saved = z_o_Svc->o_Box.f_Read(A_C_RES_CFG);
+  ASSERT_EQ(remove(z_o_Svc->o_Box.f_Path(A_C_RES_CFG).c_str()), 0);
   CtlRun_ST o_Refused = f_Run({"idcode-source", "2", "0"});
-  z_o_Box->f_Write("/home/tool/config/ResSrv.json", str_Saved);
+  z_o_Svc->o_Box.f_Write(A_C_RES_CFG, str_Saved);
   EXPECT_EQ(o_Refused.i_Exit, 1);
   EXPECT_NE(o_Refused.str_Err.find("SysSrv refused fidcodesrcset: "
                                    "/home/tool/config/ResSrv.json could not be read"),
             std::string::npos)
       << o_Refused.str_Err;
-  EXPECT_TRUE(z_o_Daemon->f_Running());
+  EXPECT_TRUE(z_o_Svc->o_Daemon.f_Running());
 }
 
 TEST(SyssrvctlWithoutService, SaysSoAndExitsThree) {
   PrivateBus o_Bus;
-  for (const std::vector<std::string>& o_Args :
-       std::vector<std::vector<std::string>>{{"status"}, {"errors", "--json"}, {"ack", "--all"}}) {
-    SCOPED_TRACE(f_Joined(o_Args));
-    CtlRun_ST o_Run = f_Ctl(o_Bus.f_Address(), o_Args);
+  const std::string str_NoBus = "unix:path=" + o_Bus.f_Dir() + "/no_such_socket";
+  const std::pair<std::string, std::vector<std::string>> a_o_Cases[] = {
+      {o_Bus.f_Address(), {"status"}},
+      {o_Bus.f_Address(), {"errors", "--json"}},
+      {o_Bus.f_Address(), {"ack", "--all"}},
+      {str_NoBus, {"status"}},
+  };
+  for (const auto& o_C : a_o_Cases) {
+    SCOPED_TRACE(o_C.first + " " + f_Joined(o_C.second));
+    CtlRun_ST o_Run = f_Ctl(o_C.first, o_C.second);
     EXPECT_EQ(o_Run.i_Exit, 3);
-    EXPECT_NE(o_Run.str_Err.find("SysSrv is not running"), std::string::npos) << o_Run.str_Err;
+    EXPECT_NE(o_Run.str_Err.find(o_C.first == str_NoBus ? "no system bus at " + str_NoBus
+                                                        : "SysSrv is not running"),
+              std::string::npos)
+        << o_Run.str_Err;
     EXPECT_EQ(o_Run.str_Out, "");
-  }
-  // No bus at all.
-  std::string str_NoBus = "unix:path=" + o_Bus.f_Dir() + "/no_such_socket";
-  CtlRun_ST o_Run = f_Ctl(str_NoBus, {"status"});
-  EXPECT_EQ(o_Run.i_Exit, 3);
-  EXPECT_NE(o_Run.str_Err.find("no system bus at " + str_NoBus), std::string::npos)
-      << o_Run.str_Err;
-
-  // A script asking for the state as JSON gets an object it can parse either way.
-  for (const std::string& str_Address : {o_Bus.f_Address(), str_NoBus}) {
-    SCOPED_TRACE(str_Address);
-    CtlRun_ST o_Json = f_Ctl(str_Address, {"status", "--json"});
-    EXPECT_EQ(o_Json.i_Exit, 3);
-    cJSON* z_o_Tree = cJSON_Parse(o_Json.str_Out.c_str());
-    CJsonTree_T o_TreeOwner(z_o_Tree);
-    ASSERT_NE(z_o_Tree, nullptr) << o_Json.str_Out;
-    EXPECT_TRUE(cJSON_IsFalse(cJSON_GetObjectItem(z_o_Tree, "running"))) << o_Json.str_Out;
+    // A script asking for the state as JSON gets an object it can parse either way.
+    if (o_C.second.size() > 1 || o_C.second[0] != "status") continue;
+    CJsonTree_T o_Json = f_Json(f_Ctl(o_C.first, {"status", "--json"}), 3);
+    EXPECT_TRUE(cJSON_IsFalse(f_Item(o_Json.get(), {"running"})));
   }
 
   // The monitor waits for a service that is not there yet, and still ends cleanly.
-  MonitorProc o_Mon(o_Bus.f_Address(), {"monitor"});
+  Prog_CL o_Mon(o_Bus.f_Address(), {"monitor"});
   EXPECT_TRUE(o_Mon.f_WaitOut("SysSrv is not on the bus", 5000)) << o_Mon.f_Out();
-  EXPECT_EQ(o_Mon.f_Stop(SIGINT), 0) << o_Mon.f_Err();
+  EXPECT_EQ(o_Mon.f_End(SIGINT), 0) << o_Mon.f_Err();
 }
 
 // The bus knows how to start the service, but the start fails: for the user that is
@@ -633,10 +535,12 @@ TEST(SyssrvctlCompletion, OffersTheRealCommandsActionsAndOptions) {
     CtlRun_ST o_Run = f_Ctl("", {"-c", str_Cmd}, "/bin/bash");
     EXPECT_EQ(o_Run.i_Exit, 0) << o_Run.str_Err;
     for (const std::string& str_W : o_C.o_Want)
-      EXPECT_NE(o_Run.str_Out.find(str_W + "\n"), std::string::npos) << str_W << " in\n" << o_Run.str_Out;
+      EXPECT_NE(o_Run.str_Out.find(str_W + "\n"), std::string::npos) << str_W << " in\n"
+                                                                     << o_Run.str_Out;
     for (const std::string& str_W : o_C.o_Not)
       EXPECT_EQ(("\n" + o_Run.str_Out).find("\n" + str_W + "\n"), std::string::npos)
-          << str_W << " in\n" << o_Run.str_Out;
+          << str_W << " in\n"
+          << o_Run.str_Out;
   }
 }
 
