@@ -45,7 +45,7 @@ inline bool f_PortOpen(int i_Port) {
   return b_Open;
 }
 
-// A program of the test, started by fork/exec, its stderr in a file, stopped by its pid.
+// A program of the test, started by fork/exec, its output in a file, stopped by its pid.
 class Process {
  public:
   Process(std::vector<std::string> o_Argv, std::string str_LogPath,
@@ -81,7 +81,6 @@ class Process {
     i_Pid = -1;
     return b_Ended && WIFEXITED(i_Status) ? WEXITSTATUS(i_Status) : -1;
   }
-  bool f_Running() const { return i_Pid > 0 && waitpid(i_Pid, nullptr, WNOHANG) == 0; }
   pid_t f_Pid() const { return i_Pid; }
   std::string f_Log() const { return f_ReadFile(str_LogPath); }
   bool f_WaitLog(const std::string& str_Text, int i_TimeoutMs) const {
@@ -93,10 +92,6 @@ class Process {
   std::string str_LogPath;
   std::vector<std::string> o_Env;
   pid_t i_Pid = -1;
-};
-
-struct Tls_ST {
-  std::string str_Ca, str_User, str_Password;
 };
 
 // A mosquitto broker on a free loopback port. It keeps sessions on disk, so a subscriber's
@@ -127,7 +122,7 @@ class Broker {
   }
   void f_Stop() { o_Proc.f_Stop(SIGTERM); }
   int f_Port() const { return i_Port; }
-  const std::string& f_Dir() const { return str_Dir; }
+  std::string f_Log() const { return o_Proc.f_Log(); }
 
  private:
   std::string str_Dir;
@@ -138,6 +133,10 @@ class Broker {
 struct Msg_ST {
   std::string str_Topic, str_Payload;
   bool b_Retained;
+};
+
+struct Tls_ST {
+  std::string str_Ca, str_User, str_Password;
 };
 
 // A subscriber on its own thread (the library's), as a plant dashboard would be: QoS 1 and,
@@ -181,41 +180,34 @@ class Collector {
     std::lock_guard<std::mutex> o_Lock(o_Mutex);
     return o_Msgs;
   }
-  // The last payload seen on a topic ending in str_Suffix, once it satisfies f_Pred (state:
-  // what a subscriber holds now).
-  std::string f_WaitLast(const std::string& str_Suffix, int i_TimeoutMs,
-                         const std::function<bool(const std::string&)>& f_Pred = {}) {
+  // A payload on the topic once f_Pred holds for it: the last one (state: what a subscriber
+  // holds now) or, with b_Any, any one (events: one of many).
+  std::string f_WaitLast(const std::string& str_Topic, int i_TimeoutMs,
+                         const std::function<bool(const std::string&)>& f_Pred = {},
+                         bool b_Any = false) {
     std::string str_Found;
     f_WaitUntil(
         [&] {
           for (const Msg_ST& o_M : f_Msgs())
-            if (f_EndsWith(o_M.str_Topic, str_Suffix)) str_Found = o_M.str_Payload;
+            if (o_M.str_Topic == str_Topic && (!b_Any || f_Pred(o_M.str_Payload)))
+              str_Found = o_M.str_Payload;
           return !str_Found.empty() && (!f_Pred || f_Pred(str_Found));
         },
         i_TimeoutMs);
     return str_Found;
   }
-  // Any payload on a topic ending in str_Suffix that satisfies f_Pred (events: one of many).
-  std::string f_WaitAny(const std::string& str_Suffix, int i_TimeoutMs,
-                        const std::function<bool(const std::string&)>& f_Pred) {
-    std::string str_Found;
-    f_WaitUntil(
-        [&] {
-          for (const Msg_ST& o_M : f_Msgs())
-            if (f_EndsWith(o_M.str_Topic, str_Suffix) && f_Pred(o_M.str_Payload))
-              str_Found = o_M.str_Payload;
-          return !str_Found.empty();
-        },
-        i_TimeoutMs);
-    return str_Found;
+  // Whether the last payload on the topic comes to contain str_Text (or, with !b_Has, to lack it).
+  bool f_LastHas(const std::string& str_Topic, const std::string& str_Text, int i_TimeoutMs,
+                 bool b_Has = true) {
+    auto f_Holds = [&](const std::string& s) {
+      return (s.find(str_Text) != std::string::npos) == b_Has;
+    };
+    std::string str_Last = f_WaitLast(str_Topic, i_TimeoutMs, f_Holds);
+    return !str_Last.empty() && f_Holds(str_Last);
   }
   void f_Publish(const std::string& str_Topic, const std::string& str_Payload) {
     mosquitto_publish(z_o_Mosq, nullptr, str_Topic.c_str(), static_cast<int>(str_Payload.size()),
                       str_Payload.data(), 1, false);
-  }
-  static bool f_EndsWith(const std::string& str_S, const std::string& str_End) {
-    return str_S.size() >= str_End.size() &&
-           str_S.compare(str_S.size() - str_End.size(), str_End.size(), str_End) == 0;
   }
 
  private:
