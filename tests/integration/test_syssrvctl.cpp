@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cmath>
 #include <csignal>
 #include <cstdlib>
@@ -105,28 +106,52 @@ CtlRun_ST f_Ctl(const std::string& str_Address, const std::vector<std::string>& 
   return {i_Exit, o_Prog.f_Out(), o_Prog.f_Err()};
 }
 
-// A run's stdout as JSON, once its exit status is checked.
-CJsonTree_T f_Json(const CtlRun_ST& o_Run, int i_Exit = 0) {
-  EXPECT_EQ(o_Run.i_Exit, i_Exit) << o_Run.str_Err;
-  CJsonTree_T o_Tree(cJSON_Parse(o_Run.str_Out.c_str()));
-  EXPECT_NE(o_Tree, nullptr) << o_Run.str_Out;
-  return o_Tree;
+using Check_T = std::function<bool(const CtlRun_ST&)>;
+using Want_T = std::vector<std::pair<std::vector<const char*>, std::string>>;
+
+// Whether str_Json holds each value (as JSON text) under its path of keys; a key of digits
+// picks an array element.
+bool f_Holds(const std::string& str_Json, const Want_T& o_Want) {
+  CJsonTree_T o_Tree(cJSON_Parse(str_Json.c_str()));
+  for (const auto& o_W : o_Want) {
+    const cJSON* z_o_Item = o_Tree.get();
+    for (const char* z_c_Key : o_W.first)
+      z_o_Item = cJSON_IsArray(z_o_Item) ? cJSON_GetArrayItem(z_o_Item, std::atoi(z_c_Key))
+                                         : cJSON_GetObjectItemCaseSensitive(z_o_Item, z_c_Key);
+    CJsonText_T o_Text(z_o_Item != nullptr ? cJSON_PrintUnformatted(z_o_Item) : nullptr);
+    // Numbers within a millionth: the tool keeps some of them as float.
+    bool b_Near = cJSON_IsNumber(z_o_Item) && std::isdigit(o_W.second[0]) &&
+                  std::fabs(z_o_Item->valuedouble - std::atof(o_W.second.c_str())) < 1e-6;
+    if (!b_Near && (!o_Text || o_W.second != o_Text.get())) return false;
+  }
+  return o_Tree != nullptr;
+}
+Check_T f_OutHolds(const Want_T& o_Want) {
+  return [=](const CtlRun_ST& o_Run) { return f_Holds(o_Run.str_Out, o_Want); };
 }
 
-// The item under a path of keys; a key of digits picks an array element. A number reads true as 1.
-const cJSON* f_Item(const cJSON* z_o_Item, std::initializer_list<const char*> o_Keys) {
-  for (const char* z_c_Key : o_Keys)
-    z_o_Item = cJSON_IsArray(z_o_Item) ? cJSON_GetArrayItem(z_o_Item, std::atoi(z_c_Key))
-                                       : cJSON_GetObjectItemCaseSensitive(z_o_Item, z_c_Key);
-  return z_o_Item;
+// One run and what it must show: its exit status, a text on stdout (on stderr when it fails)
+// and, when given, f_Check of the run: more of its output, or the change it made.
+struct Step_ST {
+  std::vector<std::string> o_Args;
+  int i_Exit;
+  std::string str_Text;
+  Check_T f_Check = nullptr;
+};
+Step_ST f_Ok(std::vector<std::string> o_Args, std::string str_Text, Check_T f_Check = nullptr) {
+  return {std::move(o_Args), 0, std::move(str_Text), std::move(f_Check)};
 }
-double f_Number(const CJsonTree_T& o_Tree, std::initializer_list<const char*> o_Keys) {
-  const cJSON* z_o_Item = f_Item(o_Tree.get(), o_Keys);
-  return cJSON_IsNumber(z_o_Item) ? z_o_Item->valuedouble : cJSON_IsTrue(z_o_Item) ? 1 : -999;
-}
-std::string f_Text(const CJsonTree_T& o_Tree, std::initializer_list<const char*> o_Keys) {
-  const char* z_c_Text = cJSON_GetStringValue(f_Item(o_Tree.get(), o_Keys));
-  return z_c_Text != nullptr ? z_c_Text : "(none)";
+
+void f_Steps(const std::string& str_Address, const std::vector<Step_ST>& o_Steps) {
+  for (const Step_ST& o_S : o_Steps) {
+    SCOPED_TRACE(f_Joined(o_S.o_Args));
+    CtlRun_ST o_Run = f_Ctl(str_Address, o_S.o_Args);
+    EXPECT_EQ(o_Run.i_Exit, o_S.i_Exit) << o_Run.str_Err;
+    EXPECT_NE((o_S.i_Exit == 0 ? o_Run.str_Out : o_Run.str_Err).find(o_S.str_Text),
+              std::string::npos)
+        << o_Run.str_Out << o_Run.str_Err;
+    EXPECT_TRUE(!o_S.f_Check || o_S.f_Check(o_Run)) << o_Run.str_Out;
+  }
 }
 
 const char* A_C_CHAN_CFG = "/home/tool/config/ChanCfg.json";
@@ -152,126 +177,128 @@ class Syssrvctl : public ::testing::Test {
   static CtlRun_ST f_Run(const std::vector<std::string>& o_Args) {
     return f_Ctl(f_Address(), o_Args);
   }
-  static int f_Get(const char* z_c_Method, int i_Index = 0) {
-    Variant_T o_R(z_o_Svc->o_Client.f_CallOk(z_c_Method));
-    return o_R ? f_Int(o_R.get(), i_Index) : -1;
+  // The check that the method's reply starts with these numbers.
+  static Check_T f_Answers(const char* z_c_Method, std::vector<int> o_Want) {
+    return [=](const CtlRun_ST&) {
+      Variant_T o_R(z_o_Svc->o_Client.f_CallOk(z_c_Method));
+      for (size_t i = 0; i < o_Want.size(); i++)
+        if (!o_R || f_Int(o_R.get(), static_cast<int>(i)) != o_Want[i]) return false;
+      return true;
+    };
   }
-  // A number in a JSON file of the sandbox.
-  static double f_FileNumber(const char* z_c_Logical, std::initializer_list<const char*> o_Keys) {
-    return f_Number(CJsonTree_T(cJSON_Parse(z_o_Svc->o_Box.f_Read(z_c_Logical).c_str())), o_Keys);
+  static Check_T f_FileHolds(const char* z_c_Logical, const Want_T& o_Want) {
+    return [=](const CtlRun_ST&) { return f_Holds(z_o_Svc->o_Box.f_Read(z_c_Logical), o_Want); };
   }
   static Service* z_o_Svc;
 };
 Service* Syssrvctl::z_o_Svc = nullptr;
 
 // One pass through the subcommands in the order a technician would use them; each step
-// names what it must have changed in the service.
+// names what it must have changed in the service. JSON output is what scripts parse.
 TEST_F(Syssrvctl, EverySubcommandChangesWhatItSays) {
-  struct Step_ST {
-    std::vector<std::string> o_Args;
-    const char* z_c_Output;          // part of stdout
-    std::function<bool()> f_Effect;  // the change, seen over the bus or in the files
-  };
   const std::string str_Set =
       R"({"Id":5,"MaxOk":10,"MaxNok":2,"DirectionOk":"up","LockTool":true})";
-  const Step_ST a_o_Steps[] = {
-      {{"ready", "set", "1"}, "Flag 1 (ToolProc) set", [] { return f_Get("frdyget") == 0x0A; }},
-      {{"status"}, "Readiness            ready", nullptr},
-      {{"report", "ToolProc", "610/3"},
-       "Reported error 4883 (code 610, class 3) as ToolProc",
-       [] { return f_Get("fsyserrorget", 0) == 610 && f_Get("fsyserrorget", 1) == 3; }},
-      {{"errors"}, "   610      3    4883", nullptr},
-      {{"status"}, "Current error        4883 (code 610, class 3)", nullptr},
-      {{"ack", "4883"},
-       "Acknowledged code 610 (1 active error)",
-       [] { return f_Get("fsyserrorget", 0) == 0; }},
-      {{"report", "ToolProc", "3216"},
-       "Reported error 3216",
-       [] { return f_Get("fsyserrorget", 0) == 402; }},
-      {{"ack", "--all"},
-       "Acknowledged 1 error(s) of classes 0 and 3; 0 stay active",
-       [] { return f_Get("fsyserrorget", 0) == 0; }},
-      {{"clear"}, "Deleted the error list", nullptr},
-      {{"ready", "reset", "1"},
-       "Not ready; missing: 1 ToolProc",
-       [] { return f_Get("frdyget") == 0x08; }},
-      {{"ready", "dump"},
-       "   1  ToolProc             yes       NO",
-       [] { return z_o_Svc->o_Daemon.f_WaitLog("RdySoll: 10, RdyIst:", 3000); }},
-      {{"battery", "set-power", "42"},
-       "Charge 42 % published",
-       [] { return f_Get("fbattpowerget") == 42; }},
-      {{"tool-enable", "1"}, "Tool enabled.", [] { return f_Get("ftoolenableget") == 1; }},
-      {{"mfu", "set", "800"},
-       "Maintenance factor 0.800 set",
-       [] {
-         return std::fabs(f_FileNumber(A_C_CHAN_CFG, {"Mfu", "MfuFaktor"}) - 0.8) < 0.001;
-       }},
-      {{"batch", "set", str_Set},
-       "Program counter set written",
-       [] {
-         return f_FileNumber(A_C_CNT_CFG, {"CntrSets", "0", "Id"}) == 5 &&
-                f_FileNumber(A_C_CNT_CFG, {"CntrSets", "0", "MaxOk"}) == 10;
-       }},
-      {{"batch", "list"}, "    5      10       2  up    down   yes", nullptr},
-      {{"batch", "clear", "5"},
-       "Program counter set 5 cleared",
-       [] {
-         return f_FileNumber(A_C_CNT_CFG, {"CntrSets", "0", "Id"}) == 5 &&
-                f_FileNumber(A_C_CNT_CFG, {"CntrSets", "0", "MaxOk"}) == 0;
-       }},
-      {{"batch", "delete", "5"}, "Program counter set 5 deleted", nullptr},
-      {{"batch", "list"}, "No program counter sets configured", nullptr},
-      {{"idcode-source", "1", "1"},
-       "Identification-code source 1, delete after start on",
-       [] {
-         return f_FileNumber(A_C_RES_CFG, {"id_code", "active"}) == 1 &&
-                f_FileNumber(A_C_RES_CFG, {"id_code", "del_after_start"}) == 1;
-       }},
-      // The sandbox path is turned into the path on the tool, which the service compares.
-      {{"config-changed", z_o_Svc->o_Box.f_Path(A_C_CNT_CFG)},
-       "Announced /home/tool/config/OkNokCntCfg.json",
-       [] {
-         return z_o_Svc->o_Rec.f_WaitFor("cfgfilechanged", 3000, [](GVariant* o_V) {
-           return f_Str(o_V) == "/home/tool/config/OkNokCntCfg.json";
-         }) != nullptr;
-       }},
+  // --json: short (also plain --json) is one line, pretty is indented; both the same object.
+  auto f_Status = [](bool b_Pretty) {
+    return [=](const CtlRun_ST& o_R) {
+      return (std::count(o_R.str_Out.begin(), o_R.str_Out.end(), '\n') > 1) == b_Pretty &&
+             f_Holds(o_R.str_Out, {{{"running"}, "true"}}) &&
+             f_Holds(o_R.str_Out, {{{"battery", "status"}, "3"}});
+    };
   };
-  for (const Step_ST& o_Step : a_o_Steps) {
-    SCOPED_TRACE(f_Joined(o_Step.o_Args));
-    z_o_Svc->o_Rec.f_Clear();
-    CtlRun_ST o_Run = f_Run(o_Step.o_Args);
-    EXPECT_EQ(o_Run.i_Exit, 0) << o_Run.str_Err;
-    EXPECT_NE(o_Run.str_Out.find(o_Step.z_c_Output), std::string::npos) << o_Run.str_Out;
-    EXPECT_TRUE(!o_Step.f_Effect || o_Step.f_Effect());
-  }
+  f_Steps(
+      f_Address(),
+      {
+          f_Ok({"ready", "set", "1"}, "Flag 1 (ToolProc) set", f_Answers("frdyget", {0x0A})),
+          // Bare: the status, as "status" prints it.
+          f_Ok({}, "SysSrv               running on ",
+               [](const CtlRun_ST& o_R) {
+                 return o_R.str_Out.find("Readiness            ready") != std::string::npos;
+               }),
+          f_Ok({"report", "ToolProc", "610/3"},
+               "Reported error 4883 (code 610, class 3) as ToolProc",
+               f_Answers("fsyserrorget", {610, 3})),
+          f_Ok({"errors"}, "   610      3    4883"),
+          // --no-legend: the rows only, ready for cut and awk.
+          f_Ok({"errors", "--no-legend"}, "",
+               [](const CtlRun_ST& o_R) {
+                 return o_R.str_Out.rfind("   610      3    4883", 0) == 0;
+               }),
+          f_Ok({"status"}, "Current error        4883 (code 610, class 3)"),
+          f_Ok({"ack", "4883"}, "Acknowledged code 610 (1 active error)",
+               f_Answers("fsyserrorget", {0})),
+          f_Ok({"report", "ToolProc", "3216"}, "Reported error 3216",
+               f_Answers("fsyserrorget", {402})),
+          f_Ok({"ack", "--all"}, "Acknowledged 1 error(s) of classes 0 and 3; 0 stay active",
+               f_Answers("fsyserrorget", {0})),
+          f_Ok({"errors", "--no-legend"}, "",
+               [](const CtlRun_ST& o_R) { return o_R.str_Out.empty(); }),
+          f_Ok({"clear"}, "Deleted the error list"),
+          f_Ok({"ready", "reset", "1"}, "Not ready; missing: 1 ToolProc",
+               f_Answers("frdyget", {0x08})),
+          f_Ok({"ready", "dump"}, "   1  ToolProc             yes       NO",
+               [](const CtlRun_ST&) {
+                 return z_o_Svc->o_Daemon.f_WaitLog("RdySoll: 10, RdyIst:", 3000);
+               }),
+          f_Ok({"battery", "set-power", "42"}, "Charge 42 % published",
+               f_Answers("fbattpowerget", {42})),
+          f_Ok({"tool-enable", "1"}, "Tool enabled.", f_Answers("ftoolenableget", {1})),
+          f_Ok({"mfu", "set", "800"}, "Maintenance factor 0.800 set",
+               f_FileHolds(A_C_CHAN_CFG, {{{"Mfu", "MfuFaktor"}, "0.8"}})),
+          f_Ok({"batch", "set", str_Set}, "Program counter set written",
+               f_FileHolds(A_C_CNT_CFG,
+                           {{{"CntrSets", "0", "Id"}, "5"}, {{"CntrSets", "0", "MaxOk"}, "10"}})),
+          f_Ok({"batch", "list"}, "    5      10       2  up    down   yes"),
+          f_Ok({"batch", "clear", "5"}, "Program counter set 5 cleared",
+               f_FileHolds(A_C_CNT_CFG,
+                           {{{"CntrSets", "0", "Id"}, "5"}, {{"CntrSets", "0", "MaxOk"}, "0"}})),
+          f_Ok({"batch", "delete", "5"}, "Program counter set 5 deleted"),
+          f_Ok({"batch", "list"}, "No program counter sets configured"),
+          f_Ok({"idcode-source", "1", "1"}, "Identification-code source 1, delete after start on",
+               f_FileHolds(A_C_RES_CFG, {{{"id_code", "active"}, "1"},
+                                         {{"id_code", "del_after_start"}, "true"}})),
+          f_Ok({"report", "Test", "3252"}, "Reported error 3252"),
+          f_Ok({"batch", "set", R"({"Id":7,"MaxOk":3})"}, "Program counter set written"),
+          f_Ok({"status", "--json"}, "",
+               f_OutHolds({{{"ready"}, "false"},
+                           {{"current_error", "coded"}, "3252"},
+                           {{"current_error", "meaning"}, "\"board over-temperature\""},
+                           {{"active_errors"}, "1"},
+                           {{"battery", "status"}, "3"}})),
+          f_Ok({"errors", "--json"}, "",
+               f_OutHolds({{{"errors", "0", "code"}, "406"},
+                           {{"errors", "0", "class"}, "4"},
+                           {{"errors", "0", "coded"}, "3252"}})),
+          // Defaults as the service applies them, so the object can be sent back with "batch set".
+          f_Ok({"batch", "list", "--json"}, "",
+               f_OutHolds({{{"sets", "0", "Id"}, "7"},
+                           {{"sets", "0", "MaxOk"}, "3"},
+                           {{"sets", "0", "DirectionOk"}, "\"down\""},
+                           {{"sets", "0", "LockTool"}, "true"}})),
+          f_Ok({"ack", "3252"}, ""),
+          f_Ok({"--json"}, "", f_Status(false)),
+          f_Ok({"--json=short"}, "", f_Status(false)),
+          f_Ok({"-j"}, "", f_Status(false)),
+          f_Ok({"--json=pretty"}, "", f_Status(true)),
+          // --job lists the job sets, and only those.
+          f_Ok({"batch", "set", "--job", R"({"Id":9,"MaxOk":4})"}, ""),
+          f_Ok({"batch", "list", "--job", "--no-legend"}, "",
+               [](const CtlRun_ST& o_R) {
+                 return o_R.str_Out.rfind("    9       4       0", 0) == 0 &&
+                        o_R.str_Out.find("    7 ") == std::string::npos;
+               }),
+          f_Ok({"batch", "list", "--job", "--json"},
+               R"("file":"/home/tool/config/JobOkNokCntCfg.json")"),
+          f_Ok({"batch", "delete", "7"}, "Program counter set 7 deleted"),
+      });
+  // The sandbox path is turned into the path on the tool, which the service compares.
+  z_o_Svc->o_Rec.f_Clear();
+  f_Steps(f_Address(), {f_Ok({"config-changed", z_o_Svc->o_Box.f_Path(A_C_CNT_CFG)},
+                             "Announced /home/tool/config/OkNokCntCfg.json")});
+  EXPECT_NE(z_o_Svc->o_Rec.f_WaitFor("cfgfilechanged", 3000,
+                                     [](GVariant* o_V) { return f_Str(o_V) == A_C_CNT_CFG; }),
+            nullptr);
   EXPECT_TRUE(z_o_Svc->o_Daemon.f_Running()) << z_o_Svc->o_Daemon.f_Log();
-}
-
-TEST_F(Syssrvctl, JsonOutputParsesWithTheValuesOfTheService) {
-  ASSERT_EQ(f_Run({"report", "Test", "3252"}).i_Exit, 0);
-  ASSERT_EQ(f_Run({"batch", "set", R"({"Id":7,"MaxOk":3})"}).i_Exit, 0);
-
-  CJsonTree_T o_Status = f_Json(f_Run({"status", "--json"}));
-  EXPECT_TRUE(cJSON_IsFalse(f_Item(o_Status.get(), {"ready"})));
-  EXPECT_EQ(f_Number(o_Status, {"current_error", "coded"}), 3252);
-  EXPECT_EQ(f_Text(o_Status, {"current_error", "meaning"}), "board over-temperature");
-  EXPECT_EQ(f_Number(o_Status, {"active_errors"}), 1);
-  EXPECT_EQ(f_Number(o_Status, {"battery", "status"}), 3);
-
-  CJsonTree_T o_Errors = f_Json(f_Run({"errors", "--json"}));
-  EXPECT_EQ(f_Number(o_Errors, {"errors", "0", "code"}), 406);
-  EXPECT_EQ(f_Number(o_Errors, {"errors", "0", "class"}), 4);
-  EXPECT_EQ(f_Number(o_Errors, {"errors", "0", "coded"}), 3252);
-
-  CJsonTree_T o_Batch = f_Json(f_Run({"batch", "list", "--json"}));
-  EXPECT_EQ(f_Number(o_Batch, {"sets", "0", "Id"}), 7);
-  EXPECT_EQ(f_Number(o_Batch, {"sets", "0", "MaxOk"}), 3);
-  // Defaults as the service applies them, so the object can be sent back with "batch set".
-  EXPECT_EQ(f_Text(o_Batch, {"sets", "0", "DirectionOk"}), "down");
-  EXPECT_TRUE(cJSON_IsTrue(f_Item(o_Batch.get(), {"sets", "0", "LockTool"})));
-
-  EXPECT_EQ(f_Run({"ack", "3252"}).i_Exit, 0);
 }
 
 TEST_F(Syssrvctl, MonitorPrintsTheSignalsItSawUntilInterrupted) {
@@ -293,10 +320,9 @@ TEST_F(Syssrvctl, MonitorPrintsTheSignalsItSawUntilInterrupted) {
   std::istringstream o_Lines(o_Json.f_Out());
   for (std::string str_Line; std::getline(o_Lines, str_Line) && !o_Lines.eof();) {
     CJsonTree_T o_Line(cJSON_Parse(str_Line.c_str()));
-    ASSERT_NE(o_Line, nullptr) << str_Line;
-    EXPECT_TRUE(cJSON_IsString(f_Item(o_Line.get(), {"time"}))) << str_Line;
-    if (f_Text(o_Line, {"signal"}) == "prgchanged")
-      b_SeenPrg = f_Number(o_Line, {"args", "program"}) == 42;
+    EXPECT_TRUE(cJSON_IsString(cJSON_GetObjectItem(o_Line.get(), "time"))) << str_Line;
+    if (f_Holds(str_Line, {{{"signal"}, "\"prgchanged\""}}))
+      b_SeenPrg = f_Holds(str_Line, {{{"args", "program"}, "42"}});
   }
   EXPECT_TRUE(b_SeenPrg) << o_Json.f_Out();
 
@@ -305,127 +331,61 @@ TEST_F(Syssrvctl, MonitorPrintsTheSignalsItSawUntilInterrupted) {
   EXPECT_EQ(f_Run({"ack", "3228"}).i_Exit, 0);
 }
 
-// What users of the system's other *ctl programs expect of this one.
-TEST_F(Syssrvctl, FollowsTheConventionsOfTheSystemsCtlPrograms) {
-  // Bare: the status, as "status" prints it.
-  CtlRun_ST o_Bare = f_Run({});
-  EXPECT_EQ(o_Bare.i_Exit, 0) << o_Bare.str_Err;
-  EXPECT_EQ(o_Bare.str_Out.rfind("SysSrv               running on ", 0), 0u) << o_Bare.str_Out;
-  EXPECT_NE(o_Bare.str_Out.find("Readiness"), std::string::npos) << o_Bare.str_Out;
-
-  // --json: short (also plain --json) is one line, pretty is indented; both the same object.
-  for (const std::string str_Form : {"--json", "--json=short", "--json=pretty", "-j"}) {
-    SCOPED_TRACE(str_Form);
-    CtlRun_ST o_Run = f_Run({str_Form});
-    EXPECT_EQ(std::count(o_Run.str_Out.begin(), o_Run.str_Out.end(), '\n') > 1,
-              str_Form == "--json=pretty")
-        << o_Run.str_Out;
-    CJsonTree_T o_Tree = f_Json(o_Run);
-    EXPECT_TRUE(cJSON_IsTrue(f_Item(o_Tree.get(), {"running"}))) << o_Run.str_Out;
-    EXPECT_TRUE(cJSON_IsNumber(f_Item(o_Tree.get(), {"battery", "status"})));
-  }
-
-  // --no-legend: the rows only, ready for cut and awk.
-  ASSERT_EQ(f_Run({"report", "ToolProc", "610/3"}).i_Exit, 0);
-  CtlRun_ST o_Rows = f_Run({"errors", "--no-legend"});
-  EXPECT_EQ(o_Rows.str_Out.find("CODE"), std::string::npos) << o_Rows.str_Out;
-  EXPECT_EQ(o_Rows.str_Out.rfind("   610      3    4883", 0), 0u) << o_Rows.str_Out;
-  ASSERT_EQ(f_Run({"ack", "4883"}).i_Exit, 0);
-  EXPECT_EQ(f_Run({"errors", "--no-legend"}).str_Out, "");
-
-  // --job lists the job sets, and only those.
-  ASSERT_EQ(f_Run({"batch", "set", "--job", R"({"Id":9,"MaxOk":4})"}).i_Exit, 0);
-  ASSERT_EQ(f_Run({"batch", "set", R"({"Id":8,"MaxOk":6})"}).i_Exit, 0);
-  CtlRun_ST o_Jobs = f_Run({"batch", "list", "--job", "--no-legend"});
-  EXPECT_EQ(o_Jobs.i_Exit, 0) << o_Jobs.str_Err;
-  EXPECT_EQ(o_Jobs.str_Out.rfind("    9       4       0", 0), 0u) << o_Jobs.str_Out;
-  EXPECT_EQ(o_Jobs.str_Out.find("    8 "), std::string::npos) << o_Jobs.str_Out;
-  EXPECT_NE(f_Run({"batch", "list", "--job", "--json"})
-                .str_Out.find(R"("file":"/home/tool/config/JobOkNokCntCfg.json")"),
-            std::string::npos);
-  EXPECT_EQ(f_Run({"batch", "delete", "8"}).i_Exit, 0);
-}
-
 TEST_F(Syssrvctl, RefusalsAndBadArgumentsEndWithTheirExitCode) {
-  struct Case_ST {
-    std::vector<std::string> o_Args;
-    int i_Exit;
-    const char* z_c_Err;
-  };
-  const Case_ST a_o_Cases[] = {
-      {{"frobnicate"}, 2, "unknown command 'frobnicate'"},
-      {{"ready", "set", "32"}, 2, "N must be a whole number 0..31, got '32'"},
-      {{"ready", "toggle", "1"}, 2, "give set N, reset N or dump"},
-      {{"report", "P", "abc"}, 2, "CODE must be a whole number"},
-      {{"report", "P", "12/9"}, 2, "the class of CODE/CLASS must be a whole number 0..7"},
-      // GLib would refuse such text with a warning of its own.
-      {{"report", "\xff", "4883"}, 2, "PROC must be UTF-8 text"},
-      {{"tool-enable", "2"}, 2, "the enable value must be a whole number 0..1"},
-      // A charge is a percentage; the service would publish 150 % as it stands.
-      {{"battery", "set-power", "150"}, 2, "N must be a whole number 0..100, got '150'"},
-      // A negative number is an argument, not an option.
-      {{"battery", "set-power", "-1"}, 2, "N must be a whole number 0..100, got '-1'"},
-      {{"mfu", "set", "0"}, 2, "N must be a whole number 1..10000, got '0'"},
-      {{"idcode-source", "1", "2"}, 2, "DEL must be a whole number 0..1, got '2'"},
-      {{"status", "--json=long"}, 2, "--json takes short or pretty, got 'long'"},
-      // The bus clears and deletes program sets only; a job set must not be hit by mistake.
-      {{"batch", "clear", "5", "--job"}, 2, "--job goes with list and set only"},
-      {{"status", "extra"}, 2, "unexpected argument 'extra'"},
-      {{"status", "--bogus"}, 2, "unknown option --bogus"},
-      // Options before the command belong to it.
-      {{"--timeout", "0", "status"}, 2, "--timeout must be 1..3600 seconds, got 0"},
-      {{"config-changed", "ChanCfg.json"}, 2, "PATH must be absolute"},
-      // The service would take these silently and write defaults to the tool's file.
-      {{"batch", "set", R"({"MaxOk":3})"}, 2, "JSON needs an \"Id\""},
-      {{"batch", "set", R"({"Id":5,"MaxOK":3})"}, 2, "unknown key \"MaxOK\""},
-      {{"batch", "set", R"({"Id":5,"DirectionOk":"UP"})"}, 2, "\"DirectionOk\" must be"},
-      {{"batch", "set", R"({"Id":300})"}, 2, "\"Id\" must be 0..255"},
-      // Class 1 is never acknowledged by code: say so instead of pretending.
-      {{"ack", "3233"}, 1, "only a restart of the service clears it"},
-  };
-  for (const Case_ST& o_C : a_o_Cases) {
-    SCOPED_TRACE(f_Joined(o_C.o_Args));
-    CtlRun_ST o_Run = f_Run(o_C.o_Args);
-    EXPECT_EQ(o_Run.i_Exit, o_C.i_Exit);
-    EXPECT_NE(o_Run.str_Err.find(o_C.z_c_Err), std::string::npos) << o_Run.str_Err;
-  }
-
+  f_Steps(f_Address(),
+          {
+              {{"frobnicate"}, 2, "unknown command 'frobnicate'"},
+              {{"ready", "set", "32"}, 2, "N must be a whole number 0..31, got '32'"},
+              {{"ready", "toggle", "1"}, 2, "give set N, reset N or dump"},
+              {{"report", "P", "abc"}, 2, "CODE must be a whole number"},
+              {{"report", "P", "12/9"}, 2, "the class of CODE/CLASS must be a whole number 0..7"},
+              // GLib would refuse such text with a warning of its own.
+              {{"report", "\xff", "4883"}, 2, "PROC must be UTF-8 text"},
+              {{"tool-enable", "2"}, 2, "the enable value must be a whole number 0..1"},
+              // A charge is a percentage; the service would publish 150 % as it stands.
+              {{"battery", "set-power", "150"}, 2, "N must be a whole number 0..100, got '150'"},
+              // A negative number is an argument, not an option.
+              {{"battery", "set-power", "-1"}, 2, "N must be a whole number 0..100, got '-1'"},
+              {{"mfu", "set", "0"}, 2, "N must be a whole number 1..10000, got '0'"},
+              {{"idcode-source", "1", "2"}, 2, "DEL must be a whole number 0..1, got '2'"},
+              {{"status", "--json=long"}, 2, "--json takes short or pretty, got 'long'"},
+              // The bus clears and deletes program sets only; a job set must not be hit by mistake.
+              {{"batch", "clear", "5", "--job"}, 2, "--job goes with list and set only"},
+              {{"status", "extra"}, 2, "unexpected argument 'extra'"},
+              {{"status", "--bogus"}, 2, "unknown option --bogus"},
+              // Options before the command belong to it.
+              {{"--timeout", "0", "status"}, 2, "--timeout must be 1..3600 seconds, got 0"},
+              {{"config-changed", "ChanCfg.json"}, 2, "PATH must be absolute"},
+              // The service would take these silently and write defaults to the tool's file.
+              {{"batch", "set", R"({"MaxOk":3})"}, 2, "JSON needs an \"Id\""},
+              {{"batch", "set", R"({"Id":5,"MaxOK":3})"}, 2, "unknown key \"MaxOK\""},
+              {{"batch", "set", R"({"Id":5,"DirectionOk":"UP"})"}, 2, "\"DirectionOk\" must be"},
+              {{"batch", "set", R"({"Id":300})"}, 2, "\"Id\" must be 0..255"},
+              // Class 1 is never acknowledged by code: say so instead of pretending.
+              {{"ack", "3233"}, 1, "only a restart of the service clears it"},
+          });
   // The service's error reply: the settings file of the identification code is missing.
   std::string str_Saved = z_o_Svc->o_Box.f_Read(A_C_RES_CFG);
   ASSERT_EQ(remove(z_o_Svc->o_Box.f_Path(A_C_RES_CFG).c_str()), 0);
-  CtlRun_ST o_Refused = f_Run({"idcode-source", "2", "0"});
+  f_Steps(f_Address(),
+          {{{"idcode-source", "2", "0"},
+            1,
+            "SysSrv refused fidcodesrcset: /home/tool/config/ResSrv.json could not be read"}});
   z_o_Svc->o_Box.f_Write(A_C_RES_CFG, str_Saved);
-  EXPECT_EQ(o_Refused.i_Exit, 1);
-  EXPECT_NE(o_Refused.str_Err.find("SysSrv refused fidcodesrcset: "
-                                   "/home/tool/config/ResSrv.json could not be read"),
-            std::string::npos)
-      << o_Refused.str_Err;
   EXPECT_TRUE(z_o_Svc->o_Daemon.f_Running());
 }
 
 TEST(SyssrvctlWithoutService, SaysSoAndExitsThree) {
   PrivateBus o_Bus;
-  const std::string str_NoBus = "unix:path=" + o_Bus.f_Dir() + "/no_such_socket";
-  const std::pair<std::string, std::vector<std::string>> a_o_Cases[] = {
-      {o_Bus.f_Address(), {"status"}},
-      {o_Bus.f_Address(), {"errors", "--json"}},
-      {o_Bus.f_Address(), {"ack", "--all"}},
-      {str_NoBus, {"status"}},
-  };
-  for (const auto& o_C : a_o_Cases) {
-    SCOPED_TRACE(o_C.first + " " + f_Joined(o_C.second));
-    CtlRun_ST o_Run = f_Ctl(o_C.first, o_C.second);
-    EXPECT_EQ(o_Run.i_Exit, 3);
-    EXPECT_NE(o_Run.str_Err.find(o_C.first == str_NoBus ? "no system bus at " + str_NoBus
-                                                        : "SysSrv is not running"),
-              std::string::npos)
-        << o_Run.str_Err;
-    EXPECT_EQ(o_Run.str_Out, "");
-    // A script asking for the state as JSON gets an object it can parse either way.
-    if (o_C.second.size() > 1 || o_C.second[0] != "status") continue;
-    CJsonTree_T o_Json = f_Json(f_Ctl(o_C.first, {"status", "--json"}), 3);
-    EXPECT_TRUE(cJSON_IsFalse(f_Item(o_Json.get(), {"running"})));
-  }
+  auto f_NoOutput = [](const CtlRun_ST& o_R) { return o_R.str_Out.empty(); };
+  // A script asking for the state as JSON gets an object it can parse either way.
+  const Step_ST o_Json{{"status", "--json"}, 3, "", f_OutHolds({{{"running"}, "false"}})};
+  f_Steps(o_Bus.f_Address(), {{{"status"}, 3, "SysSrv is not running", f_NoOutput},
+                              {{"errors", "--json"}, 3, "SysSrv is not running", f_NoOutput},
+                              {{"ack", "--all"}, 3, "SysSrv is not running", f_NoOutput},
+                              o_Json});
+  std::string str_NoBus = "unix:path=" + o_Bus.f_Dir() + "/no_such_socket";
+  f_Steps(str_NoBus, {{{"status"}, 3, "no system bus at " + str_NoBus, f_NoOutput}, o_Json});
 
   // The monitor waits for a service that is not there yet, and still ends cleanly.
   Prog_CL o_Mon(o_Bus.f_Address(), {"monitor"});
