@@ -45,12 +45,16 @@ inline bool f_PortOpen(int i_Port) {
   return b_Open;
 }
 
-// A program of the test, started by fork/exec, its output in a file, stopped by its pid.
+// A program of the test, started by fork/exec, stopped by its pid. Its stderr goes to the log
+// file, and so does its stdout unless that has a file of its own.
 class Process {
  public:
   Process(std::vector<std::string> o_Argv, std::string str_LogPath,
-          std::vector<std::string> o_Env = {})
-      : o_Argv(std::move(o_Argv)), str_LogPath(std::move(str_LogPath)), o_Env(std::move(o_Env)) {}
+          std::vector<std::string> o_Env = {}, std::string str_OutPath = "")
+      : o_Argv(std::move(o_Argv)),
+        str_LogPath(std::move(str_LogPath)),
+        o_Env(std::move(o_Env)),
+        str_OutPath(std::move(str_OutPath)) {}
   ~Process() { f_Stop(SIGKILL); }
   void f_Start() {
     const pid_t i_TestPid = getpid();
@@ -59,7 +63,7 @@ class Process {
       f_DieWithTest(i_TestPid);
       int i_Fd = open(str_LogPath.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
       dup2(i_Fd, 2);
-      dup2(i_Fd, 1);
+      dup2(str_OutPath.empty() ? i_Fd : open(str_OutPath.c_str(), O_WRONLY | O_CREAT, 0644), 1);
       for (const std::string& str_E : o_Env) putenv(strdup(str_E.c_str()));
       std::vector<char*> a_z_c_Args;
       for (std::string& str_A : o_Argv) a_z_c_Args.push_back(str_A.data());
@@ -68,12 +72,15 @@ class Process {
       _exit(127);
     }
   }
-  // Signals the process and waits for its end; its exit status, or -1.
+  // Signals the process (with 0 it ends by itself) and waits for its end; its exit status, or -1.
   int f_Stop(int i_Sig = SIGTERM) {
     if (i_Pid <= 0) return -1;
-    kill(i_Pid, i_Sig);
+    if (i_Sig != 0) kill(i_Pid, i_Sig);
     int i_Status = 0;
-    bool b_Ended = f_WaitUntil([&] { return waitpid(i_Pid, &i_Status, WNOHANG) == i_Pid; }, 15000);
+    bool b_Ended =
+        i_Sig == 0
+            ? waitpid(i_Pid, &i_Status, 0) == i_Pid
+            : f_WaitUntil([&] { return waitpid(i_Pid, &i_Status, WNOHANG) == i_Pid; }, 15000);
     if (!b_Ended) {
       kill(i_Pid, SIGKILL);
       waitpid(i_Pid, &i_Status, 0);
@@ -91,6 +98,7 @@ class Process {
   std::vector<std::string> o_Argv;
   std::string str_LogPath;
   std::vector<std::string> o_Env;
+  std::string str_OutPath;
   pid_t i_Pid = -1;
 };
 
@@ -218,6 +226,7 @@ class Collector {
   std::vector<Msg_ST> o_Msgs;
 };
 
+#ifdef SYSSRV_BRIDGE
 // syssrv-bridge on the sandbox of a running service; its configuration goes to the default
 // place in the sandbox.
 class BridgeProc {
@@ -230,6 +239,7 @@ class BridgeProc {
   }
   Process o_Proc;
 };
+#endif
 
 inline std::string f_HostName(const Sandbox& o_Box) {
   std::string str_Name = o_Box.f_Read("/etc/hostname");

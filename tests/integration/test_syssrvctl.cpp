@@ -1,10 +1,7 @@
 // syssrvctl against the real daemon: every subcommand's effect on the service, JSON that
 // scripts can parse, the monitor, and clear failures when the service or the bus is gone.
 #include <cjson/cJSON.h>
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cctype>
@@ -17,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "BrokerHarness.h"
 #include "Harness.h"
 #include "SysSrvVersion.h"
 
@@ -37,73 +35,43 @@ std::string f_Joined(const std::vector<std::string>& o_Args) {
 }
 
 // One of our programs (the client unless told) with the bus address in its environment. Its
-// stdout and stderr go to files of their own, so that a running monitor can be read as it writes.
-class Prog_CL {
+// stdout and stderr (its log) go to files of their own, so a running monitor can be read as it
+// writes; the files go with it.
+struct TempDir_ST {
+  std::string str_Dir = f_MakeTempDir("it-ctl");
+  ~TempDir_ST() { f_RemoveTree(str_Dir); }
+};
+std::vector<std::string> f_Argv(const char* z_c_Prog, std::vector<std::string> o_Args) {
+  o_Args.insert(o_Args.begin(), z_c_Prog);
+  return o_Args;
+}
+class Prog_CL : TempDir_ST, public Process {
  public:
-  Prog_CL(const std::string& str_Address, std::vector<std::string> o_Args,
+  Prog_CL(const std::string& str_Address, const std::vector<std::string>& o_Args,
           const char* z_c_Prog = SYSSRV_CTL)
-      : str_Dir(f_MakeTempDir("it-ctl")) {
-    o_Args.insert(o_Args.begin(), z_c_Prog);
-    std::vector<char*> a_z_c_Argv;
-    for (std::string& str_A : o_Args) a_z_c_Argv.push_back(&str_A[0]);
-    a_z_c_Argv.push_back(nullptr);
-    gchar** a_z_c_Env =
-        g_environ_setenv(g_get_environ(), "DBUS_SYSTEM_BUS_ADDRESS", str_Address.c_str(), TRUE);
-    // Everything the child needs is made before the fork: the bus threads may hold malloc's lock.
-    const std::string str_OutPath = str_Dir + "/out", str_ErrPath = str_Dir + "/err";
-    const pid_t i_TestPid = getpid();
-    i_Pid = fork();
-    if (i_Pid == 0) {
-      f_DieWithTest(i_TestPid);
-      dup2(open(str_OutPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644), 1);
-      dup2(open(str_ErrPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644), 2);
-      execve(z_c_Prog, a_z_c_Argv.data(), a_z_c_Env);
-      _exit(127);
-    }
-    g_strfreev(a_z_c_Env);
-  }
-  ~Prog_CL() {
-    f_End(SIGKILL);
-    f_RemoveTree(str_Dir);
-  }
-  // Sends i_Sig (none when 0, for a program that ends by itself) and waits for the end; the
-  // exit status, -1 when it did not end normally (a signalled program within 5 s).
-  int f_End(int i_Sig) {
-    if (i_Pid <= 0) return -1;
-    int i_Status = 0;
-    if (i_Sig != 0) kill(i_Pid, i_Sig);
-    bool b_Ended =
-        i_Sig == 0 ? waitpid(i_Pid, &i_Status, 0) == i_Pid
-                   : f_WaitUntil([&] { return waitpid(i_Pid, &i_Status, WNOHANG) == i_Pid; }, 5000);
-    if (!b_Ended) {
-      kill(i_Pid, SIGKILL);
-      waitpid(i_Pid, nullptr, 0);
-    }
-    i_Pid = -1;
-    // Whatever goes wrong, the user must get our one line, never GLib's diagnostics.
-    for (const char* z_c_Noise : {"GLib", "CRITICAL", "WARNING", "**"})
-      EXPECT_EQ(f_Err().find(z_c_Noise), std::string::npos) << f_Err();
-    return b_Ended && WIFEXITED(i_Status) ? WEXITSTATUS(i_Status) : -1;
+      : Process(f_Argv(z_c_Prog, o_Args), str_Dir + "/err",
+                {"DBUS_SYSTEM_BUS_ADDRESS=" + str_Address}, str_Dir + "/out") {
+    f_Start();
   }
   std::string f_Out() const { return f_ReadFile(str_Dir + "/out"); }
-  std::string f_Err() const { return f_ReadFile(str_Dir + "/err"); }
   bool f_WaitOut(const std::string& str_Text, int i_TimeoutMs) const {
     return f_WaitUntil([&] { return f_Out().find(str_Text) != std::string::npos; }, i_TimeoutMs);
   }
-  bool f_WaitErr(const std::string& str_Text, int i_TimeoutMs) const {
-    return f_WaitUntil([&] { return f_Err().find(str_Text) != std::string::npos; }, i_TimeoutMs);
+  // Like f_Stop; whatever went wrong, the user must have got our one line, never GLib's
+  // diagnostics.
+  int f_End(int i_Sig) {
+    int i_Exit = f_Stop(i_Sig);
+    for (const char* z_c_Noise : {"GLib", "CRITICAL", "WARNING", "**"})
+      EXPECT_EQ(f_Log().find(z_c_Noise), std::string::npos) << f_Log();
+    return i_Exit;
   }
-
- private:
-  std::string str_Dir;
-  pid_t i_Pid = -1;
 };
 
 CtlRun_ST f_Ctl(const std::string& str_Address, const std::vector<std::string>& o_Args,
                 const char* z_c_Prog = SYSSRV_CTL) {
   Prog_CL o_Prog(str_Address, o_Args, z_c_Prog);
   int i_Exit = o_Prog.f_End(0);
-  return {i_Exit, o_Prog.f_Out(), o_Prog.f_Err()};
+  return {i_Exit, o_Prog.f_Out(), o_Prog.f_Log()};
 }
 
 using Check_T = std::function<bool(const CtlRun_ST&)>;
@@ -142,10 +110,11 @@ Step_ST f_Ok(std::vector<std::string> o_Args, std::string str_Text, Check_T f_Ch
   return {std::move(o_Args), 0, std::move(str_Text), std::move(f_Check)};
 }
 
-void f_Steps(const std::string& str_Address, const std::vector<Step_ST>& o_Steps) {
+void f_Steps(const std::string& str_Address, const std::vector<Step_ST>& o_Steps,
+             const char* z_c_Prog = SYSSRV_CTL) {
   for (const Step_ST& o_S : o_Steps) {
     SCOPED_TRACE(f_Joined(o_S.o_Args));
-    CtlRun_ST o_Run = f_Ctl(str_Address, o_S.o_Args);
+    CtlRun_ST o_Run = f_Ctl(str_Address, o_S.o_Args, z_c_Prog);
     EXPECT_EQ(o_Run.i_Exit, o_S.i_Exit) << o_Run.str_Err;
     EXPECT_NE((o_S.i_Exit == 0 ? o_Run.str_Out : o_Run.str_Err).find(o_S.str_Text),
               std::string::npos)
@@ -174,9 +143,6 @@ class Syssrvctl : public ::testing::Test {
   }
   static void TearDownTestSuite() { delete z_o_Svc; }
   static const std::string& f_Address() { return z_o_Svc->o_Bus.f_Address(); }
-  static CtlRun_ST f_Run(const std::vector<std::string>& o_Args) {
-    return f_Ctl(f_Address(), o_Args);
-  }
   // The check that the method's reply starts with these numbers.
   static Check_T f_Answers(const char* z_c_Method, std::vector<int> o_Want) {
     return [=](const CtlRun_ST&) {
@@ -304,11 +270,11 @@ TEST_F(Syssrvctl, EverySubcommandChangesWhatItSays) {
 TEST_F(Syssrvctl, MonitorPrintsTheSignalsItSawUntilInterrupted) {
   Prog_CL o_Text(f_Address(), {"monitor"});
   Prog_CL o_Json(f_Address(), {"monitor", "--json"});
-  ASSERT_TRUE(o_Text.f_WaitErr("Listening", 5000)) << o_Text.f_Err();
-  ASSERT_TRUE(o_Json.f_WaitErr("Listening", 5000)) << o_Json.f_Err();
+  ASSERT_TRUE(o_Text.f_WaitLog("Listening", 5000)) << o_Text.f_Log();
+  ASSERT_TRUE(o_Json.f_WaitLog("Listening", 5000)) << o_Json.f_Log();
 
   Variant_T o_R(z_o_Svc->o_Client.f_CallOk("fprgchanged", g_variant_new("(i)", 42)));
-  ASSERT_EQ(f_Run({"report", "ToolProc", "3228"}).i_Exit, 0);
+  ASSERT_EQ(f_Ctl(f_Address(), {"report", "ToolProc", "3228"}).i_Exit, 0);
 
   EXPECT_TRUE(o_Text.f_WaitOut("program 42", 5000)) << o_Text.f_Out();
   EXPECT_TRUE(o_Text.f_WaitOut("error 3228 (code 403, class 4) battery low", 5000))
@@ -326,9 +292,9 @@ TEST_F(Syssrvctl, MonitorPrintsTheSignalsItSawUntilInterrupted) {
   }
   EXPECT_TRUE(b_SeenPrg) << o_Json.f_Out();
 
-  EXPECT_EQ(o_Text.f_End(SIGINT), 0) << o_Text.f_Err();
-  EXPECT_EQ(o_Json.f_End(SIGTERM), 0) << o_Json.f_Err();
-  EXPECT_EQ(f_Run({"ack", "3228"}).i_Exit, 0);
+  EXPECT_EQ(o_Text.f_End(SIGINT), 0) << o_Text.f_Log();
+  EXPECT_EQ(o_Json.f_End(SIGTERM), 0) << o_Json.f_Log();
+  EXPECT_EQ(f_Ctl(f_Address(), {"ack", "3228"}).i_Exit, 0);
 }
 
 TEST_F(Syssrvctl, RefusalsAndBadArgumentsEndWithTheirExitCode) {
@@ -390,7 +356,7 @@ TEST(SyssrvctlWithoutService, SaysSoAndExitsThree) {
   // The monitor waits for a service that is not there yet, and still ends cleanly.
   Prog_CL o_Mon(o_Bus.f_Address(), {"monitor"});
   EXPECT_TRUE(o_Mon.f_WaitOut("SysSrv is not on the bus", 5000)) << o_Mon.f_Out();
-  EXPECT_EQ(o_Mon.f_End(SIGINT), 0) << o_Mon.f_Err();
+  EXPECT_EQ(o_Mon.f_End(SIGINT), 0) << o_Mon.f_Log();
 }
 
 // The bus knows how to start the service, but the start fails: for the user that is
@@ -403,11 +369,10 @@ TEST(SyssrvctlWithoutService, FailedActivationIsNotRunning) {
       str_Dir, "  <servicedir>" + str_Dir + "</servicedir>\n" +
                    PrivateBus::f_DefaultPolicy("    <allow own=\"*\"/>\n"
                                                "    <allow send_type=\"method_call\"/>\n")));
-  CtlRun_ST o_Run = f_Ctl(o_Bus.f_Address(), {"errors"});
-  EXPECT_EQ(o_Run.i_Exit, 3);
-  EXPECT_NE(o_Run.str_Err.find("SysSrv is not running: the system bus"), std::string::npos)
-      << o_Run.str_Err;
-  EXPECT_NE(o_Run.str_Err.find("could not start it"), std::string::npos) << o_Run.str_Err;
+  f_Steps(o_Bus.f_Address(),
+          {{{"errors"}, 3, "SysSrv is not running: the system bus", [](auto& o_R) {
+              return o_R.str_Err.find("could not start it") != std::string::npos;
+            }}});
 }
 
 // One version from the build, told the same way by all three programs.
@@ -421,9 +386,7 @@ TEST(SyssrvctlWithoutService, EveryProgramTellsTheBuildVersion) {
     EXPECT_EQ(o_Run.str_Out, std::string(o_Prog.second) + " " + SYSSRV_VERSION + "\n");
   }
   // The service takes no other argument: it must not start on a mistyped one.
-  CtlRun_ST o_Bad = f_Ctl("unix:path=/nonexistent", {"--debug"}, SYSSRV_DAEMON);
-  EXPECT_EQ(o_Bad.i_Exit, 2);
-  EXPECT_NE(o_Bad.str_Err.find("Usage: SysSrv.elf"), std::string::npos) << o_Bad.str_Err;
+  f_Steps("unix:path=/nonexistent", {{{"--debug"}, 2, "Usage: SysSrv.elf"}}, SYSSRV_DAEMON);
 }
 
 // syssrv-sim up DIR: the export lines it prints are all a shell needs to reach the service;
@@ -441,12 +404,9 @@ TEST(SyssrvSimUpDown, StartsTheServiceOnAPrivateBusAndStopsIt) {
   str_Address.erase(str_Address.find('\''));
   EXPECT_EQ(std::count(o_Up.str_Out.begin(), o_Up.str_Out.end(), '\n'), 2) << o_Up.str_Out;
 
-  CtlRun_ST o_Status = f_Ctl(str_Address, {"status"});
-  EXPECT_EQ(o_Status.i_Exit, 0) << o_Status.str_Err;
+  f_Steps(str_Address, {{{"status"}, 0, "SysSrv               running on "}});
   // A second up on the same tool would start a second service on the same files.
-  CtlRun_ST o_Again = f_Ctl("", {"up", str_Tool, "--daemon", SYSSRV_DAEMON}, SYSSRV_SIM);
-  EXPECT_EQ(o_Again.i_Exit, 1);
-  EXPECT_NE(o_Again.str_Err.find("already up"), std::string::npos) << o_Again.str_Err;
+  f_Steps("", {{{"up", str_Tool, "--daemon", SYSSRV_DAEMON}, 1, "already up"}}, SYSSRV_SIM);
 
   pid_t i_Srv = static_cast<pid_t>(std::stol(f_ReadFile(str_Tool + "/sim/syssrv.pid")));
   CtlRun_ST o_Down = f_Ctl("", {"down", str_Tool}, SYSSRV_SIM);
@@ -455,7 +415,7 @@ TEST(SyssrvSimUpDown, StartsTheServiceOnAPrivateBusAndStopsIt) {
   // Gone, or a zombie waiting for init (whose command line is empty).
   EXPECT_EQ(f_ReadFile("/proc/" + std::to_string(i_Srv) + "/cmdline").find("SysSrv.elf"),
             std::string::npos);
-  EXPECT_EQ(f_Ctl(str_Address, {"status"}).i_Exit, 3);
+  f_Steps(str_Address, {{{"status"}, 3, ""}});
   // Nothing left to stop is no failure.
   EXPECT_EQ(f_Ctl("", {"down", str_Tool}, SYSSRV_SIM).i_Exit, 0);
 }
