@@ -1,7 +1,8 @@
 #pragma once
-// A real mosquitto broker for the plant feed's tests and benchmark: the broker as a process
-// of the test, a subscriber as a dashboard would run one, and the programs around them.
+// Programs of the tests as processes of their own and JSON checked by key paths; for the plant
+// feed's tests and benchmark a real mosquitto broker and a subscriber as a dashboard runs one.
 #include <arpa/inet.h>
+#include <cjson/cJSON.h>
 #include <fcntl.h>
 #include <mosquitto.h>
 #include <netinet/in.h>
@@ -10,6 +11,8 @@
 #include <unistd.h>
 
 #include <cctype>
+#include <cmath>
+#include <cstdlib>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
@@ -43,6 +46,26 @@ inline bool f_PortOpen(int i_Port) {
   bool b_Open = connect(i_Fd, reinterpret_cast<sockaddr*>(&o_Addr), sizeof(o_Addr)) == 0;
   close(i_Fd);
   return b_Open;
+}
+
+using Want_T = std::vector<std::pair<std::vector<const char*>, std::string>>;
+
+// Whether str_Json holds each value (as JSON text) under its path of keys; a key of digits
+// picks an array element.
+inline bool f_Holds(const std::string& str_Json, const Want_T& o_Want) {
+  CJsonTree_T o_Tree(cJSON_Parse(str_Json.c_str()));
+  for (const auto& o_W : o_Want) {
+    const cJSON* z_o_Item = o_Tree.get();
+    for (const char* z_c_Key : o_W.first)
+      z_o_Item = cJSON_IsArray(z_o_Item) ? cJSON_GetArrayItem(z_o_Item, std::atoi(z_c_Key))
+                                         : cJSON_GetObjectItemCaseSensitive(z_o_Item, z_c_Key);
+    CJsonText_T o_Text(z_o_Item != nullptr ? cJSON_PrintUnformatted(z_o_Item) : nullptr);
+    // Numbers within a millionth: the tool keeps some of them as float.
+    bool b_Near = cJSON_IsNumber(z_o_Item) && std::isdigit(o_W.second[0]) &&
+                  std::fabs(z_o_Item->valuedouble - std::atof(o_W.second.c_str())) < 1e-6;
+    if (!b_Near && (!o_Text || o_W.second != o_Text.get())) return false;
+  }
+  return o_Tree != nullptr;
 }
 
 // A program of the test, started by fork/exec, stopped by its pid. Its stderr goes to the log

@@ -12,7 +12,6 @@
 
 #include "BrokerHarness.h"
 #include "Harness.h"
-#include "sysLib/ConfigFile.h"
 
 using namespace it;
 
@@ -134,12 +133,9 @@ class Feed : public Plant {
     ASSERT_TRUE(o_Col->f_Connected());
     f_StartBridge("host = 127.0.0.1\nreconnect_max = 2\n");
     // Online and following the service: from here on no announcement passes it by.
-    std::string str_Status =
-        o_Col->f_WaitLast(str_Base + "status", 30000, [](const std::string& s) {
-          return s.find(R"("service_running":true)") != std::string::npos;
-        });
-    ASSERT_NE(str_Status.find(R"("status":"online")"), std::string::npos) << str_Status << "\n"
-                                                                          << f_Log();
+    ASSERT_TRUE(o_Col->f_LastHas(str_Base + "status", R"("service_running":true)", 30000))
+        << f_Log();
+    ASSERT_TRUE(o_Col->f_LastHas(str_Base + "status", R"("status":"online")", 0)) << f_Log();
   }
   static void f_Ack(int i_Code, int i_Class) {
     ASSERT_TRUE(sys_srv_client_ack_error_sync(C(), "it", i_Code, i_Class, nullptr, nullptr));
@@ -169,10 +165,8 @@ TEST_F(Feed, EveryTopicCarriesItsDocumentedPayload) {
       EXPECT_NE(cJSON_GetObjectItemCaseSensitive(o_J.get(), z_c_Key), nullptr)
           << o_S.first << " lacks " << z_c_Key << ": " << str_P;
   }
-  std::string str_Battery = o_Col->f_WaitLast(
-      str_Base + "battery", 10000,
-      [](const std::string& s) { return s.find("\"good\"") != std::string::npos; });
-  EXPECT_EQ(f_Num(f_Parse(str_Battery).get(), "charge"), 100) << str_Battery;
+  EXPECT_TRUE(o_Col->f_LastHas(str_Base + "battery", "\"good\"", 10000));
+  EXPECT_TRUE(f_Holds(o_Col->f_WaitLast(str_Base + "battery", 0), {{{"charge"}, "100"}}));
 
   // Each announcement of the service as its event, numbered, with the values it carried.
   f_Report(4711, 4);
@@ -183,38 +177,24 @@ TEST_F(Feed, EveryTopicCarriesItsDocumentedPayload) {
   // A low battery: its charge, its status, and readiness lost with it.
   ASSERT_EQ(o_Svc->o_Box.f_Sim("battery 19"), 0);
   ASSERT_TRUE(sys_srv_client_set_mfu_sync(C(), 950, nullptr, nullptr));
-  struct Expect_ST {
-    const char* z_c_Event;
-    const char* z_c_Key;
-    std::string str_Value;  // the value's JSON text
+  const std::pair<const char*, Want_T> a_o_Expect[] = {
+      {"sysfault", {{{"code"}, "4711"}, {{"class"}, "4"}, {{"coded"}, "37692"}}},
+      {"acksysfault", {{{"code"}, "4711"}}},
+      {"battpowerchanged", {{{"charge"}, "0"}}},
+      {"battstatuschanged", {{{"status"}, "\"low\""}}},
+      {"rdychanged", {{{"ready"}, "false"}}},
+      {"cfgfilechanged", {{{"path"}, "\"/home/tool/config/ChanCfg.json\""}}},
   };
-  const Expect_ST a_o_Expect[] = {
-      {"sysfault", "code", "4711"},
-      {"sysfault", "class", "4"},
-      {"sysfault", "coded", "37692"},
-      {"acksysfault", "code", "4711"},
-      {"battpowerchanged", "charge", "0"},
-      {"battstatuschanged", "status", "\"low\""},
-      {"rdychanged", "ready", "false"},
-      {"cfgfilechanged", "path", "\"/home/tool/config/ChanCfg.json\""},
-  };
-  for (const Expect_ST& o_X : a_o_Expect) {
-    SCOPED_TRACE(std::string(o_X.z_c_Event) + " " + o_X.z_c_Key + " " + o_X.str_Value);
-    std::string str_P = o_Col->f_WaitLast(
-        str_Base + "event/" + o_X.z_c_Event, 15000,
-        [&](const std::string& s) {
-          CJsonText_T o_V(cJSON_PrintUnformatted(
-              cJSON_GetObjectItemCaseSensitive(f_Parse(s).get(), o_X.z_c_Key)));
-          return o_V && o_V.get() == o_X.str_Value;
-        },
-        true);
-    CJsonTree_T o_J = f_Parse(str_P);
-    ASSERT_NE(o_J, nullptr) << "never came";
-    EXPECT_GT(f_Num(o_J.get(), "seq"), 0) << str_P;
-    const char* z_c_Ts = cJSON_GetStringValue(cJSON_GetObjectItemCaseSensitive(o_J.get(), "ts"));
-    // 2026-11-24T15:04:05.123Z
-    EXPECT_EQ(std::string(z_c_Ts != nullptr ? z_c_Ts : "").size(), 24u) << str_P;
+  for (const auto& o_X : a_o_Expect) {
+    auto f_Match = [&](const std::string& s) { return f_Holds(s, o_X.second); };
+    EXPECT_NE(o_Col->f_WaitLast(str_Base + "event/" + o_X.first, 15000, f_Match, true), "")
+        << o_X.first << " never came";
   }
+  // Numbered, and stamped to the millisecond: 2026-11-24T15:04:05.123Z.
+  CJsonTree_T o_Event = f_Parse(o_Col->f_WaitLast(str_Base + "event/acksysfault", 0));
+  EXPECT_GT(f_Num(o_Event.get(), "seq"), 0);
+  const char* z_c_Ts = cJSON_GetStringValue(cJSON_GetObjectItem(o_Event.get(), "ts"));
+  EXPECT_EQ(std::string(z_c_Ts != nullptr ? z_c_Ts : "").size(), 24u);
   // The state topics followed.
   EXPECT_TRUE(o_Col->f_LastHas(str_Base + "errors", "4711", 5000, false));
   EXPECT_TRUE(o_Col->f_LastHas(str_Base + "battery", "\"low\"", 5000));

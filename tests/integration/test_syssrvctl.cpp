@@ -75,25 +75,6 @@ CtlRun_ST f_Ctl(const std::string& str_Address, const std::vector<std::string>& 
 }
 
 using Check_T = std::function<bool(const CtlRun_ST&)>;
-using Want_T = std::vector<std::pair<std::vector<const char*>, std::string>>;
-
-// Whether str_Json holds each value (as JSON text) under its path of keys; a key of digits
-// picks an array element.
-bool f_Holds(const std::string& str_Json, const Want_T& o_Want) {
-  CJsonTree_T o_Tree(cJSON_Parse(str_Json.c_str()));
-  for (const auto& o_W : o_Want) {
-    const cJSON* z_o_Item = o_Tree.get();
-    for (const char* z_c_Key : o_W.first)
-      z_o_Item = cJSON_IsArray(z_o_Item) ? cJSON_GetArrayItem(z_o_Item, std::atoi(z_c_Key))
-                                         : cJSON_GetObjectItemCaseSensitive(z_o_Item, z_c_Key);
-    CJsonText_T o_Text(z_o_Item != nullptr ? cJSON_PrintUnformatted(z_o_Item) : nullptr);
-    // Numbers within a millionth: the tool keeps some of them as float.
-    bool b_Near = cJSON_IsNumber(z_o_Item) && std::isdigit(o_W.second[0]) &&
-                  std::fabs(z_o_Item->valuedouble - std::atof(o_W.second.c_str())) < 1e-6;
-    if (!b_Near && (!o_Text || o_W.second != o_Text.get())) return false;
-  }
-  return o_Tree != nullptr;
-}
 Check_T f_OutHolds(const Want_T& o_Want) {
   return [=](const CtlRun_ST& o_Run) { return f_Holds(o_Run.str_Out, o_Want); };
 }
