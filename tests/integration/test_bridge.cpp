@@ -69,17 +69,6 @@ std::vector<std::string> f_Faults(const std::vector<Event_ST>& o_Events, long l_
   return o_Out;
 }
 
-// What f_Faults must give for reports of codes i_From.. (and, with b_Acked, each report's
-// acknowledgement right after it).
-std::vector<std::string> f_Reported(int i_From, int i_N, bool b_Acked) {
-  std::vector<std::string> o_Out;
-  for (int i_Code = i_From; i_Code < i_From + i_N; i_Code++) {
-    o_Out.push_back("sysfault " + std::to_string(i_Code));
-    if (b_Acked) o_Out.push_back("acksysfault " + std::to_string(i_Code));
-  }
-  return o_Out;
-}
-
 // The service, a broker and the bridge between them, shared by the cases of a suite.
 class Plant : public ::testing::Test {
  protected:
@@ -139,6 +128,21 @@ class Feed : public Plant {
   }
   static void f_Ack(int i_Code, int i_Class) {
     ASSERT_TRUE(sys_srv_client_ack_error_sync(C(), "it", i_Code, i_Class, nullptr, nullptr));
+  }
+  // Waits for the events of reports of codes i_From.. (with b_Acked each followed by its
+  // acknowledgement) after sequence number l_Before: those and no others, gapless.
+  static void f_ExpectFaults(long l_Before, int i_From, int i_N, bool b_Acked) {
+    std::vector<std::string> o_Want;
+    for (int i_Code = i_From; i_Code < i_From + i_N; i_Code++) {
+      o_Want.push_back("sysfault " + std::to_string(i_Code));
+      if (b_Acked) o_Want.push_back("acksysfault " + std::to_string(i_Code));
+    }
+    auto f_Got = [&] { return f_Faults(f_Events(*o_Col), l_Before); };
+    ASSERT_TRUE(f_WaitUntil([&] { return f_Got().size() >= o_Want.size(); }, 120000))
+        << f_Got().size() << " of " << o_Want.size() << " arrived\n"
+        << f_Log();
+    EXPECT_EQ(f_Got(), o_Want);
+    f_ExpectGapless(f_Events(*o_Col));
   }
   static long f_LastSeq() {
     std::vector<Event_ST> o_E = f_Events(*o_Col);
@@ -234,13 +238,7 @@ TEST_F(Feed, BrokerOutageLosesNothingAndKeepsTheOrder) {
   ASSERT_TRUE(o_Broker->f_Start());
 
   // Each report came before its acknowledgement, and that before the next report.
-  ASSERT_TRUE(
-      f_WaitUntil([&] { return f_Faults(f_Events(*o_Col), l_Before).size() >= 1000; }, 120000))
-      << f_Faults(f_Events(*o_Col), l_Before).size() << " of 1000 events arrived\n"
-      << f_Log();
-  std::vector<Event_ST> o_Events = f_Events(*o_Col);
-  EXPECT_EQ(f_Faults(o_Events, l_Before), f_Reported(5000, 500, true));
-  f_ExpectGapless(o_Events);
+  f_ExpectFaults(l_Before, 5000, 500, true);
 
   // The retained state is the state after the outage, for anyone who asks now.
   Collector o_Late(o_Broker->f_Port(), str_Base + "#", "it-after-outage", false);
@@ -283,14 +281,7 @@ TEST_F(Feed, BridgeKilledMidQueueLosesNothing) {
   // The broker says so for the vanished bridge.
   EXPECT_TRUE(o_Col->f_LastHas(str_Base + "status", R"("reason":"lost")", 15000));
   o_Bridge->o_Proc.f_Start();
-  ASSERT_TRUE(
-      f_WaitUntil([&] { return f_Faults(f_Events(*o_Col), l_Before).size() >= I_N; }, 120000))
-      << f_Faults(f_Events(*o_Col), l_Before).size() << " of " << I_N << " arrived\n"
-      << f_Log();
-  std::vector<Event_ST> o_Events = f_Events(*o_Col);
-  EXPECT_EQ(f_Faults(o_Events, l_Before), f_Reported(7000, I_N, false))
-      << l_Left << " left at the kill";
-  f_ExpectGapless(o_Events);
+  f_ExpectFaults(l_Before, 7000, I_N, false);
   EXPECT_TRUE(o_Col->f_LastHas(str_Base + "status", "\"online\"", 15000));
   ASSERT_TRUE(sys_srv_client_delete_error_list_sync(C(), nullptr, nullptr));
 }
