@@ -18,8 +18,8 @@ constexpr int I_SOLL = (1 << 3) | (1 << 5);
 constexpr int I_NOT_READY = 1 << 3;        // RdyIst as announced while the peer's flag is missing
 constexpr int I_ERROR_NOT_READY = 1 << 5;  // ... while an error holds flag 3 down
 
-// One daemon for the suite; its cases run in order and share its state. Between them the
-// tool is ready: the peer's flag is set and no error stays active.
+// One daemon for the suite; its cases run in order and share its state, the first on an empty
+// table. Between them the tool is ready: the peer's flag is set and no error stays active.
 class ErrorList : public ::testing::Test {
  protected:
   static void SetUpTestSuite() {
@@ -94,6 +94,38 @@ class ErrorList : public ::testing::Test {
   const Sandbox& o_Box = z_o_Svc->o_Box;
 };
 
+TEST_F(ErrorList, ProcessNameIsStoredVerbatimAlsoWhenTheOldestRowIsReused) {
+  // The newest row as a diagnostics tool reads it straight from the file.
+  auto f_Newest = [&] {
+    std::string str_Out = "<unreadable>";  // also when the table is gone
+    sqlite3* z_o_DB = nullptr;
+    sqlite3_open_v2(o_Box.f_Path("/mnt/log/syserrors.sq3").c_str(), &z_o_DB, SQLITE_OPEN_READONLY,
+                    nullptr);
+    sqlite3_busy_timeout(z_o_DB, 5000);
+    sqlite3_exec(
+        z_o_DB,
+        "select proc||'|'||code||'/'||class||'/'||ack from syserrors order by id desc limit 1",
+        [](void* z_v_Out, int, char** a_z_c_Val, char**) {
+          *static_cast<std::string*>(z_v_Out) = a_z_c_Val[0] != nullptr ? a_z_c_Val[0] : "";
+          return 0;
+        },
+        &str_Out, nullptr);
+    sqlite3_close(z_o_DB);
+    return str_Out;
+  };
+  int i_Code = 500;
+  // More names than rows: the first two fill the empty table, the later ones take the
+  // overwrite path.
+  for (const char* z_c_Name : {"x'); DROP TABLE syserrors; --", "it's \"quoted\" %s%n \\",
+                               "x', proc='forged', ack=1 where id>0; --", "Prüfstand ✓"}) {
+    SCOPED_TRACE(z_c_Name);
+    ASSERT_FALSE(f_Raise(z_c_Name, i_Code * 8 + 4).empty());
+    EXPECT_EQ(f_Newest(), z_c_Name + ("|" + std::to_string(i_Code) + "/4/0"));
+    EXPECT_EQ(f_AckByCode(i_Code * 8 + 4), (Ints{i_Code, 0}));
+    i_Code++;
+  }
+}
+
 TEST_F(ErrorList, ReportWithdrawsReadinessUntilAcknowledged) {
   // A class 0 note: published, but the tool stays ready.
   Ints o_Note = f_Raise("PeerProc", 3216);  // 402, class 0
@@ -123,37 +155,6 @@ TEST_F(ErrorList, ReportWithdrawsReadinessUntilAcknowledged) {
   o_Rec.f_Sync();
   EXPECT_EQ(o_Rec.f_Count("acksysfault"), 2u);
   EXPECT_EQ(f_Current(), (Ints{0, 0, 0}));
-}
-
-TEST_F(ErrorList, ProcessNameIsStoredVerbatimAlsoWhenTheOldestRowIsReused) {
-  // The newest row as a diagnostics tool reads it straight from the file.
-  auto f_Newest = [&] {
-    std::string str_Out = "<unreadable>";  // also when the table is gone
-    sqlite3* z_o_DB = nullptr;
-    sqlite3_open_v2(o_Box.f_Path("/mnt/log/syserrors.sq3").c_str(), &z_o_DB, SQLITE_OPEN_READONLY,
-                    nullptr);
-    sqlite3_busy_timeout(z_o_DB, 5000);
-    sqlite3_exec(
-        z_o_DB,
-        "select proc||'|'||code||'/'||class||'/'||ack from syserrors order by id desc limit 1",
-        [](void* z_v_Out, int, char** a_z_c_Val, char**) {
-          *static_cast<std::string*>(z_v_Out) = a_z_c_Val[0] != nullptr ? a_z_c_Val[0] : "";
-          return 0;
-        },
-        &str_Out, nullptr);
-    sqlite3_close(z_o_DB);
-    return str_Out;
-  };
-  int i_Code = 500;
-  // More names than rows: the later ones take the overwrite path.
-  for (const char* z_c_Name : {"x'); DROP TABLE syserrors; --", "it's \"quoted\" %s%n \\",
-                               "x', proc='forged', ack=1 where id>0; --", "Prüfstand ✓"}) {
-    SCOPED_TRACE(z_c_Name);
-    ASSERT_FALSE(f_Raise(z_c_Name, i_Code * 8 + 4).empty());
-    EXPECT_EQ(f_Newest(), z_c_Name + ("|" + std::to_string(i_Code) + "/4/0"));
-    EXPECT_EQ(f_AckByCode(i_Code * 8 + 4), (Ints{i_Code, 0}));
-    i_Code++;
-  }
 }
 
 TEST_F(ErrorList, AcknowledgeInputActsOnItsRisingEdgeOnly) {
