@@ -288,6 +288,7 @@ TEST(Faults, ReportsWhileAnotherProcessHoldsTheDatabaseAreAllStored) {
   const std::string str_File = o_Rig.o_Box.f_Path(A_C_DB);
   sqlite3* z_o_Db = nullptr;
   sqlite3_open(str_File.c_str(), &z_o_Db);
+  sqlite3_busy_timeout(z_o_Db, 5000);
   // Held at start is not damaged: the file stays where it is, and the list opens once free.
   sqlite3_exec(z_o_Db,
                "CREATE TABLE IF NOT EXISTS keep(x); BEGIN EXCLUSIVE; INSERT INTO keep VALUES(1);",
