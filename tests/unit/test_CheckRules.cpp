@@ -180,28 +180,20 @@ TEST(CheckRules, TemperatureHysteresisAndTheLoweredLimit) {
   };
   // clang-format off
   const Row_ST a_o_Rows[] = {
-      {60, 25.0f, "temp 25.00"},
-      {60, 60.0f, "temp 60.00"},  // at the limit: not over it
-      {60, 60.25f, "temp 60.25, insert 3252"},
-      {60, 61.0f, "temp 61.00"},  // reported once
+      {60, 25.0f, "temp 25.00"}, {60, 60.0f, "temp 60.00"},  // at the limit: not over it
+      {60, 60.25f, "temp 60.25, insert 3252"}, {60, 61.0f, "temp 61.00"},  // reported once
       {60, 55.0f, "temp 55.00"},  // exactly limit - 5: the error holds
       {60, 54.75f, "temp 54.75, ack 3252, ack 3268"},
-      {60, 0.0f, "temp 0.00, insert 3268"},  // at or below zero
-      {60, 70.0f, "temp 70.00"},             // one flag for both errors
-      {60, 5.0f, "temp 5.00"},               // 5 degrees still holds
-      {60, 5.25f, "temp 5.25, ack 3252, ack 3268"},
-      {60, -0.25f, "temp -0.25, insert 3268"},
-      {60, 25.0f, "temp 25.00, ack 3252, ack 3268"},
+      {60, 0.0f, "temp 0.00, insert 3268"}, {60, 70.0f, "temp 70.00"},  // one flag for both
+      {60, 5.0f, "temp 5.00"}, {60, 5.25f, "temp 5.25, ack 3252, ack 3268"},  // 5 still holds
+      {60, -0.25f, "temp -0.25, insert 3268"}, {60, 25.0f, "temp 25.00, ack 3252, ack 3268"},
       {60, 50.0f, "temp 50.00"},
-      // A reading equal to the last one is not compared again, even under a lower limit...
-      {40, 50.0f, ""},
-      // ...the next different one is.
-      {40, 50.25f, "temp 50.25, insert 3252"},
-      {40, 35.0f, "temp 35.00"},  // 35 is not below 40 - 5
-      {40, 34.75f, "temp 34.75, ack 3252, ack 3268"},
+      // A reading equal to the last one is not compared again, even under a lower limit; the
+      // next different one is.
+      {40, 50.0f, ""}, {40, 50.25f, "temp 50.25, insert 3252"},
+      {40, 35.0f, "temp 35.00"}, {40, 34.75f, "temp 34.75, ack 3252, ack 3268"},
       {3, 4.0f, "temp 4.00, insert 3252"},  // a limit under 5 can never withdraw
-      {3, -4.0f, "temp -4.00"},
-      {3, 1.0f, "temp 1.00"},
+      {3, -4.0f, "temp -4.00"}, {3, 1.0f, "temp 1.00"},
   };
   // clang-format on
   CheckerState_ST o_State;
