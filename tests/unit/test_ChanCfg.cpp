@@ -1,5 +1,4 @@
-// The channel configuration: tool limits by hand, the catalogue, start-up rebuild versus
-// repair versus untouched, bad input, the maintenance factor and the host name.
+// The channel configuration: limits, catalogue, start-up rebuild or repair, MFU, host name.
 #include <gtest/gtest.h>
 
 #include <cjson/cJSON.h>
@@ -91,9 +90,8 @@ TEST(ChanCfgLimits, DriveTrainsComputedByHand) {
     int a_i_Speed[3];  // maximum, minimum, reduced minimum
   } a_o_Cases[] = {
       // clang-format off
-      // Drive trains as {MFU, motor Nm, motor rpm, gearbox ratio, efficiency, configured,
-      // nameplate output ratio, efficiency, configured output ratio, efficiency, special
-      // output ratio, efficiency}.
+      // {MFU, motor Nm, rpm, gearbox ratio, efficiency, configured, nameplate output ratio,
+      // efficiency, configured output ratio, efficiency, special output ratio, efficiency}
       // 0.775 × 12 × 0.85 × 4 × 0.95 = 30.039 Nm; 24000, 1000 and 450 / 48 = 500, 20.8, 9.4
       {"30 Nm pistol", {1, 0.775, 24000, 12, 0.85, false, 4, 0.95, 0, 0, 0, 0},
        {30.039, 22.156, 265.879, 3.063}, {33.043, 24.371, 292.467, 3.369}, {500, 20, 9}},
@@ -289,8 +287,7 @@ TEST(ChanCfgStart, BadInputEndsInADefinedFile) {
   }
 }
 
-// Setting the factor over the bus is tested against the daemon; here another process
-// changes the file and announces it.
+// Here another process changes the file; the factor set over the bus is the daemon's test.
 TEST_F(ChanCfgTest, ReReadRescalesAndStampsOnlyANewMfu) {
   ChanCfg_CL o_Cfg(nullptr);
   const double d_Zyklus = Json_CL(o_Root).f_Num("Mfu/Zyklus");
