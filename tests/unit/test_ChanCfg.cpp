@@ -258,31 +258,26 @@ TEST_F(ChanCfgTest, IntactFileIsLeftAloneChangedMotorUnitRebuildsOlderFileIsRepa
 
 TEST(ChanCfgStart, BadInputEndsInADefinedFile) {
   struct Case_ST {
-    const char* z_c_Name;
-    std::function<void(const TempRoot&)> f_Prepare;
-    std::function<void(const Json_CL&)> f_Check;
+    const char *z_c_Path, *z_c_Content;  // content null: the file is removed
+    const char *z_c_Key, *z_c_Expected;
     unsigned int ui_SecondStart;  // an empty type code is repaired again at every start
   } a_o_Cases[] = {
-      {"unparsable file", [](const TempRoot& o_R) { o_R.f_Write(A_C_PATH, "{\"MNR\":"); },
-       [](const Json_CL& o_J) { EXPECT_EQ(o_J.f_Str("MNR"), "5521730002"); }, 0},
-      {"no /etc/codes", [](const TempRoot& o_R) { std::remove(o_R.f_Path("/etc/codes").c_str()); },
-       [](const Json_CL& o_J) { EXPECT_EQ(o_J.f_Str("Code"), ""); }, 1},
-      {"unreadable motor-unit nameplate",
-       [](const TempRoot& o_R) {
-         std::remove(o_R.f_Path(TypschildKiro_CL::A_C_DEVICE_PATH).c_str());
-       },
-       [](const Json_CL& o_J) { EXPECT_EQ(o_J.f_Str("MNR") + o_J.f_Str("TypschildCrc"), ""); }, 1},
+      {A_C_PATH, "{\"MNR\":", "MNR", "5521730002", 0},  // unparsable
+      {"/etc/codes", nullptr, "Code", "", 1},
+      {TypschildKiro_CL::A_C_DEVICE_PATH, nullptr, "TypschildCrc", "", 1},
   };
   Error_CL::f_GetErrorObj()->f_UseLocalStore();
   for (const Case_ST& o_Case : a_o_Cases) {
-    SCOPED_TRACE(o_Case.z_c_Name);
+    SCOPED_TRACE(o_Case.z_c_Path);
     TempRoot o_Root;
     o_Root.f_InitSim();
-    o_Case.f_Prepare(o_Root);
+    if (o_Case.z_c_Content != nullptr) o_Root.f_Write(o_Case.z_c_Path, o_Case.z_c_Content);
+    if (o_Case.z_c_Content == nullptr) std::remove(o_Root.f_Path(o_Case.z_c_Path).c_str());
     EXPECT_EQ(f_Start(), 1u);
     Json_CL o_J(o_Root);
     EXPECT_EQ(o_J.f_Keys().size(), 23u);
-    o_Case.f_Check(o_J);
+    EXPECT_EQ(o_J.f_Str(o_Case.z_c_Key), o_Case.z_c_Expected);
+    EXPECT_EQ(o_J.f_Str("MNR").empty(), o_Case.z_c_Path == TypschildKiro_CL::A_C_DEVICE_PATH);
     EXPECT_EQ(f_Start(), o_Case.ui_SecondStart);
   }
 }

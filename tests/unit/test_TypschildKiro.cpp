@@ -87,16 +87,17 @@ TEST_F(KiroTest, LookupsFollowTheLineFormat) {
   };
   Kiro o_Kiro;
   for (const Case_ST& o_Case : a_o_Cases) {
+    SCOPED_TRACE(o_Case.str_Sector);
     f_Image(o_Case.str_Sector, "\r\n\r\n");
     ASSERT_EQ(o_Kiro.f_ReadTypschildSector(0, false), 0);
     int i_Int = 0;
     double d_Real = 0.0;
-    EXPECT_EQ(f_Value(o_Kiro, o_Case.str_Key.c_str()), o_Case.str_Text) << o_Case.str_Sector;
-    int i_IntRet = o_Kiro.f_GetValue(o_Case.str_Key.c_str(), i_Int, ':');
-    EXPECT_EQ(i_IntRet, o_Case.i_Int == INT_MIN ? -1 : 0) << o_Case.str_Sector;
-    EXPECT_EQ(i_Int, o_Case.i_Int) << o_Case.str_Sector;
+    EXPECT_EQ(f_Value(o_Kiro, o_Case.str_Key.c_str()), o_Case.str_Text);
+    EXPECT_EQ(o_Kiro.f_GetValue(o_Case.str_Key.c_str(), i_Int, ':'),
+              o_Case.i_Int == INT_MIN ? -1 : 0);
+    EXPECT_EQ(i_Int, o_Case.i_Int);
     o_Kiro.f_GetValue(o_Case.str_Key.c_str(), d_Real, ':');
-    EXPECT_DOUBLE_EQ(d_Real, o_Case.d_Real) << o_Case.str_Sector;
+    EXPECT_DOUBLE_EQ(d_Real, o_Case.d_Real);
   }
 }
 
