@@ -1,7 +1,8 @@
 #pragma once
-// A real mosquitto broker for the plant feed's tests and benchmark: the broker as a process
-// of the test, a subscriber as a dashboard would run one, and the programs around them.
+// Programs of the tests as processes of their own and JSON checked by key paths; for the plant
+// feed's tests and benchmark a real mosquitto broker and a subscriber as a dashboard runs one.
 #include <arpa/inet.h>
+#include <cjson/cJSON.h>
 #include <fcntl.h>
 #include <mosquitto.h>
 #include <netinet/in.h>
@@ -10,6 +11,8 @@
 #include <unistd.h>
 
 #include <cctype>
+#include <cmath>
+#include <cstdlib>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
@@ -45,12 +48,36 @@ inline bool f_PortOpen(int i_Port) {
   return b_Open;
 }
 
-// A program of the test, started by fork/exec, its stderr in a file, stopped by its pid.
+using Want_T = std::vector<std::pair<std::vector<const char*>, std::string>>;
+
+// Whether str_Json holds each value (as JSON text) under its path of keys; a key of digits
+// picks an array element.
+inline bool f_Holds(const std::string& str_Json, const Want_T& o_Want) {
+  CJsonTree_T o_Tree(cJSON_Parse(str_Json.c_str()));
+  for (const auto& o_W : o_Want) {
+    const cJSON* z_o_Item = o_Tree.get();
+    for (const char* z_c_Key : o_W.first)
+      z_o_Item = cJSON_IsArray(z_o_Item) ? cJSON_GetArrayItem(z_o_Item, std::atoi(z_c_Key))
+                                         : cJSON_GetObjectItemCaseSensitive(z_o_Item, z_c_Key);
+    CJsonText_T o_Text(z_o_Item != nullptr ? cJSON_PrintUnformatted(z_o_Item) : nullptr);
+    // Numbers within a millionth: the tool keeps some of them as float.
+    bool b_Near = cJSON_IsNumber(z_o_Item) && std::isdigit(o_W.second[0]) &&
+                  std::fabs(z_o_Item->valuedouble - std::atof(o_W.second.c_str())) < 1e-6;
+    if (!b_Near && (!o_Text || o_W.second != o_Text.get())) return false;
+  }
+  return o_Tree != nullptr;
+}
+
+// A program of the test, started by fork/exec, stopped by its pid. Its stderr goes to the log
+// file, and so does its stdout unless that has a file of its own.
 class Process {
  public:
   Process(std::vector<std::string> o_Argv, std::string str_LogPath,
-          std::vector<std::string> o_Env = {})
-      : o_Argv(std::move(o_Argv)), str_LogPath(std::move(str_LogPath)), o_Env(std::move(o_Env)) {}
+          std::vector<std::string> o_Env = {}, std::string str_OutPath = "")
+      : o_Argv(std::move(o_Argv)),
+        str_LogPath(std::move(str_LogPath)),
+        o_Env(std::move(o_Env)),
+        str_OutPath(std::move(str_OutPath)) {}
   ~Process() { f_Stop(SIGKILL); }
   void f_Start() {
     const pid_t i_TestPid = getpid();
@@ -59,7 +86,7 @@ class Process {
       f_DieWithTest(i_TestPid);
       int i_Fd = open(str_LogPath.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
       dup2(i_Fd, 2);
-      dup2(i_Fd, 1);
+      dup2(str_OutPath.empty() ? i_Fd : open(str_OutPath.c_str(), O_WRONLY | O_CREAT, 0644), 1);
       for (const std::string& str_E : o_Env) putenv(strdup(str_E.c_str()));
       std::vector<char*> a_z_c_Args;
       for (std::string& str_A : o_Argv) a_z_c_Args.push_back(str_A.data());
@@ -68,12 +95,15 @@ class Process {
       _exit(127);
     }
   }
-  // Signals the process and waits for its end; its exit status, or -1.
+  // Signals the process (with 0 it ends by itself) and waits for its end; its exit status, or -1.
   int f_Stop(int i_Sig = SIGTERM) {
     if (i_Pid <= 0) return -1;
-    kill(i_Pid, i_Sig);
+    if (i_Sig != 0) kill(i_Pid, i_Sig);
     int i_Status = 0;
-    bool b_Ended = f_WaitUntil([&] { return waitpid(i_Pid, &i_Status, WNOHANG) == i_Pid; }, 15000);
+    bool b_Ended =
+        i_Sig == 0
+            ? waitpid(i_Pid, &i_Status, 0) == i_Pid
+            : f_WaitUntil([&] { return waitpid(i_Pid, &i_Status, WNOHANG) == i_Pid; }, 15000);
     if (!b_Ended) {
       kill(i_Pid, SIGKILL);
       waitpid(i_Pid, &i_Status, 0);
@@ -81,7 +111,6 @@ class Process {
     i_Pid = -1;
     return b_Ended && WIFEXITED(i_Status) ? WEXITSTATUS(i_Status) : -1;
   }
-  bool f_Running() const { return i_Pid > 0 && waitpid(i_Pid, nullptr, WNOHANG) == 0; }
   pid_t f_Pid() const { return i_Pid; }
   std::string f_Log() const { return f_ReadFile(str_LogPath); }
   bool f_WaitLog(const std::string& str_Text, int i_TimeoutMs) const {
@@ -92,11 +121,8 @@ class Process {
   std::vector<std::string> o_Argv;
   std::string str_LogPath;
   std::vector<std::string> o_Env;
+  std::string str_OutPath;
   pid_t i_Pid = -1;
-};
-
-struct Tls_ST {
-  std::string str_Ca, str_User, str_Password;
 };
 
 // A mosquitto broker on a free loopback port. It keeps sessions on disk, so a subscriber's
@@ -127,7 +153,7 @@ class Broker {
   }
   void f_Stop() { o_Proc.f_Stop(SIGTERM); }
   int f_Port() const { return i_Port; }
-  const std::string& f_Dir() const { return str_Dir; }
+  std::string f_Log() const { return o_Proc.f_Log(); }
 
  private:
   std::string str_Dir;
@@ -138,6 +164,10 @@ class Broker {
 struct Msg_ST {
   std::string str_Topic, str_Payload;
   bool b_Retained;
+};
+
+struct Tls_ST {
+  std::string str_Ca, str_User, str_Password;
 };
 
 // A subscriber on its own thread (the library's), as a plant dashboard would be: QoS 1 and,
@@ -181,41 +211,34 @@ class Collector {
     std::lock_guard<std::mutex> o_Lock(o_Mutex);
     return o_Msgs;
   }
-  // The last payload seen on a topic ending in str_Suffix, once it satisfies f_Pred (state:
-  // what a subscriber holds now).
-  std::string f_WaitLast(const std::string& str_Suffix, int i_TimeoutMs,
-                         const std::function<bool(const std::string&)>& f_Pred = {}) {
+  // A payload on the topic once f_Pred holds for it: the last one (state: what a subscriber
+  // holds now) or, with b_Any, any one (events: one of many).
+  std::string f_WaitLast(const std::string& str_Topic, int i_TimeoutMs,
+                         const std::function<bool(const std::string&)>& f_Pred = {},
+                         bool b_Any = false) {
     std::string str_Found;
     f_WaitUntil(
         [&] {
           for (const Msg_ST& o_M : f_Msgs())
-            if (f_EndsWith(o_M.str_Topic, str_Suffix)) str_Found = o_M.str_Payload;
+            if (o_M.str_Topic == str_Topic && (!b_Any || f_Pred(o_M.str_Payload)))
+              str_Found = o_M.str_Payload;
           return !str_Found.empty() && (!f_Pred || f_Pred(str_Found));
         },
         i_TimeoutMs);
     return str_Found;
   }
-  // Any payload on a topic ending in str_Suffix that satisfies f_Pred (events: one of many).
-  std::string f_WaitAny(const std::string& str_Suffix, int i_TimeoutMs,
-                        const std::function<bool(const std::string&)>& f_Pred) {
-    std::string str_Found;
-    f_WaitUntil(
-        [&] {
-          for (const Msg_ST& o_M : f_Msgs())
-            if (f_EndsWith(o_M.str_Topic, str_Suffix) && f_Pred(o_M.str_Payload))
-              str_Found = o_M.str_Payload;
-          return !str_Found.empty();
-        },
-        i_TimeoutMs);
-    return str_Found;
+  // Whether the last payload on the topic comes to contain str_Text (or, with !b_Has, to lack it).
+  bool f_LastHas(const std::string& str_Topic, const std::string& str_Text, int i_TimeoutMs,
+                 bool b_Has = true) {
+    auto f_Holds = [&](const std::string& s) {
+      return (s.find(str_Text) != std::string::npos) == b_Has;
+    };
+    std::string str_Last = f_WaitLast(str_Topic, i_TimeoutMs, f_Holds);
+    return !str_Last.empty() && f_Holds(str_Last);
   }
   void f_Publish(const std::string& str_Topic, const std::string& str_Payload) {
     mosquitto_publish(z_o_Mosq, nullptr, str_Topic.c_str(), static_cast<int>(str_Payload.size()),
                       str_Payload.data(), 1, false);
-  }
-  static bool f_EndsWith(const std::string& str_S, const std::string& str_End) {
-    return str_S.size() >= str_End.size() &&
-           str_S.compare(str_S.size() - str_End.size(), str_End.size(), str_End) == 0;
   }
 
  private:
@@ -226,6 +249,7 @@ class Collector {
   std::vector<Msg_ST> o_Msgs;
 };
 
+#ifdef SYSSRV_BRIDGE
 // syssrv-bridge on the sandbox of a running service; its configuration goes to the default
 // place in the sandbox.
 class BridgeProc {
@@ -238,6 +262,7 @@ class BridgeProc {
   }
   Process o_Proc;
 };
+#endif
 
 inline std::string f_HostName(const Sandbox& o_Box) {
   std::string str_Name = o_Box.f_Read("/etc/hostname");

@@ -1,5 +1,4 @@
-// The channel configuration: tool limits by hand, the catalogue, start-up rebuild versus
-// repair versus untouched, bad input, the maintenance factor and the host name.
+// The channel configuration: limits, catalogue, start-up rebuild or repair, MFU, host name.
 #include <gtest/gtest.h>
 
 #include <cjson/cJSON.h>
@@ -7,6 +6,7 @@
 #include <cstdlib>
 #include <ctime>
 #include <functional>
+#include <sstream>
 #include <string>
 #include <sys/stat.h>
 #include <vector>
@@ -22,15 +22,16 @@ constexpr const char* A_C_PATH = "/home/tool/config/ChanCfg.json";
 using Cfg = ConfigFileHelper_CL;
 using Keys = std::vector<std::string>;
 
-// The written file, read by "Section/Key".
+// The written file, read by a path such as "Grenzen_V1200/MomentMax/2/Wert".
 struct Json_CL {
-  explicit Json_CL(const TempRoot& o_Root)
-      : o_Tree(cJSON_Parse(o_Root.f_Read(A_C_PATH).c_str())), z_o_Tree(o_Tree.get()) {}
+  explicit Json_CL(const TempRoot& o_Root) : o_Tree(cJSON_Parse(o_Root.f_Read(A_C_PATH).c_str())) {}
   const cJSON* f_At(const std::string& str_Path) const {
-    size_t ui_Slash = str_Path.find('/');
-    if (ui_Slash == std::string::npos) return cJSON_GetObjectItem(z_o_Tree, str_Path.c_str());
-    return cJSON_GetObjectItem(cJSON_GetObjectItem(z_o_Tree, str_Path.substr(0, ui_Slash).c_str()),
-                               str_Path.substr(ui_Slash + 1).c_str());
+    const cJSON* z_o_Item = o_Tree.get();
+    std::istringstream o_Parts(str_Path);
+    for (std::string str_Part; std::getline(o_Parts, str_Part, '/');)
+      z_o_Item = cJSON_IsArray(z_o_Item) ? cJSON_GetArrayItem(z_o_Item, std::stoi(str_Part))
+                                         : cJSON_GetObjectItem(z_o_Item, str_Part.c_str());
+    return z_o_Item;
   }
   double f_Num(const std::string& str_Path) const {
     const cJSON* z_o_Item = f_At(str_Path);
@@ -40,20 +41,13 @@ struct Json_CL {
     const cJSON* z_o_Item = f_At(str_Path);
     return cJSON_IsString(z_o_Item) ? z_o_Item->valuestring : "<none>";
   }
-  double f_Limit(const char* z_c_Table, int i_Id) const {  // "Wert" of one unit
-    const cJSON* z_o_Arr = f_At(std::string("Grenzen_V1200/") + z_c_Table);
-    const cJSON* z_o_Item = cJSON_GetObjectItem(cJSON_GetArrayItem(z_o_Arr, i_Id), "Wert");
-    return cJSON_IsNumber(z_o_Item) ? z_o_Item->valuedouble : -999999.0;
-  }
   Keys f_Keys(const std::string& str_Path = "") const {
     Keys o_Keys;
-    const cJSON* z_o_Obj = str_Path.empty() ? z_o_Tree : f_At(str_Path);
     const cJSON* z_o_Item = nullptr;
-    cJSON_ArrayForEach(z_o_Item, z_o_Obj) o_Keys.push_back(z_o_Item->string);
+    cJSON_ArrayForEach(z_o_Item, f_At(str_Path)) o_Keys.push_back(z_o_Item->string);
     return o_Keys;
   }
   CJsonTree_T o_Tree;
-  cJSON* z_o_Tree;
 };
 
 // Edits the file as another process would.
@@ -96,9 +90,8 @@ TEST(ChanCfgLimits, DriveTrainsComputedByHand) {
     int a_i_Speed[3];  // maximum, minimum, reduced minimum
   } a_o_Cases[] = {
       // clang-format off
-      // Drive trains as {MFU, motor Nm, motor rpm, gearbox ratio, efficiency, configured,
-      // nameplate output ratio, efficiency, configured output ratio, efficiency, special
-      // output ratio, efficiency}.
+      // {MFU, motor Nm, rpm, gearbox ratio, efficiency, configured, nameplate output ratio,
+      // efficiency, configured output ratio, efficiency, special output ratio, efficiency}
       // 0.775 × 12 × 0.85 × 4 × 0.95 = 30.039 Nm; 24000, 1000 and 450 / 48 = 500, 20.8, 9.4
       {"30 Nm pistol", {1, 0.775, 24000, 12, 0.85, false, 4, 0.95, 0, 0, 0, 0},
        {30.039, 22.156, 265.879, 3.063}, {33.043, 24.371, 292.467, 3.369}, {500, 20, 9}},
@@ -107,15 +100,9 @@ TEST(ChanCfgLimits, DriveTrainsComputedByHand) {
        {1.063, 0.784, 9.404, 0.108}, {1.169, 0.862, 10.345, 0.119}, {24000, 1000, 450}},
       {"negative half", {1, -1.0625, 24000, 1, 1, false, 1, 1, 0, 0, 0, 0},
        {-1.063, -0.784, -9.404, -0.108}, {-1.169, -0.862, -10.345, -0.119}, {24000, 1000, 450}},
-      // 24000 / 29.5 = 813.6, 1000 / 29.5 = 33.9, 450 / 29.5 = 15.25: truncated.
-      {"truncated speeds", {1, 1, 24000, 29.5, 1, false, 1, 1, 0, 0, 0, 0},
-       {29.5, 21.758, 261.108, 3.008}, {32.45, 23.934, 287.219, 3.309}, {813, 33, 15}},
       // 0.85f × 0.9f = 0.76499999 in single precision: 382.49999, not 382.5 thousandths.
       {"bracket below a half", {1, 0.5, 1000, 1, 1, true, 0, 0, 0.85f, 0.9f, 1, 1},
        {0.382, 0.282, 3.386, 0.039}, {0.421, 0.31, 3.724, 0.043}, {1176, 1176, 529}},
-      // 0.85f × 1.3f = 1.1050000 in single precision: 552.50001 thousandths.
-      {"bracket above a half", {1, 0.5, 1000, 1, 1, true, 0, 0, 0.85f, 1.3f, 1, 1},
-       {0.553, 0.408, 4.89, 0.056}, {0.608, 0.448, 5.379, 0.062}, {1176, 1176, 529}},
       // The special output drive counts in torque and speed: 2 × (3 × 0.5) = 3.
       {"special output drive", {1, 1, 24000, 1, 1, true, 0, 0, 2, 1, 3, 0.5f},
        {3.0, 2.213, 26.553, 0.306}, {3.3, 2.434, 29.209, 0.337}, {4000, 166, 75}},
@@ -176,7 +163,7 @@ TEST(ChanCfgLimits, CatalogueMapsBothVariantsAndTheHostNameGuard) {
     EXPECT_TRUE(ChanCfg_CL::f_IsValidHostName(z_c_Ok));
   EXPECT_TRUE(ChanCfg_CL::f_IsValidHostName(std::string(63, 'a')));
   EXPECT_FALSE(ChanCfg_CL::f_IsValidHostName(std::string(64, 'a')));
-  for (const char* z_c_Bad : {"", "-n", "line-", "a b", "x;reboot", "$(id)", "tool.local", "a\nb"})
+  for (const char* z_c_Bad : {"", "-n", "line-", "a b", "$(id)", "tool.local", "a\nb"})
     EXPECT_FALSE(ChanCfg_CL::f_IsValidHostName(z_c_Bad)) << z_c_Bad;
 }
 
@@ -189,6 +176,7 @@ TEST_F(ChanCfgTest, WithoutAFileTheWholeFileIsBuiltInLayoutOrder) {
   }
   // Gone with the service: nobody may take the file as valid without it.
   EXPECT_FALSE(o_Root.f_Exists("/dev/shm/sem.ChanCfgValid"));
+  // The order people and older readers expect in the file.
   Json_CL o_J(o_Root);
   // clang-format off
   const std::pair<const char*, Keys> a_o_Sections[] = {
@@ -210,8 +198,7 @@ TEST_F(ChanCfgTest, WithoutAFileTheWholeFileIsBuiltInLayoutOrder) {
       {"LetzteWartung", {"Datum", "Zyklus"}},
   };
   // clang-format on
-  for (const auto& o_Section : a_o_Sections)
-    EXPECT_EQ(o_J.f_Keys(o_Section.first), o_Section.second);
+  for (const auto& [z_c_Section, o_Keys] : a_o_Sections) EXPECT_EQ(o_J.f_Keys(z_c_Section), o_Keys);
   EXPECT_EQ(o_J.f_Str("SerienNr") + " " + o_J.f_Str("CmpType") + " " + o_J.f_Str("Code"),
             "2023-05-17K30P230517042 0x11 AKS30");
   EXPECT_EQ(
@@ -219,8 +206,8 @@ TEST_F(ChanCfgTest, WithoutAFileTheWholeFileIsBuiltInLayoutOrder) {
       "8843160102 8843270A02 8843480102");
   EXPECT_EQ(o_J.f_Str("Welle/SerienNr"), "W230517042");
   // The limits of the 30 Nm drive train computed by hand above, in every unit.
-  EXPECT_EQ(o_J.f_Limit("MomentMax", 2), 265.879);
-  EXPECT_EQ(o_J.f_Limit("Ueberlast", 5), 3.369);
+  EXPECT_EQ(o_J.f_Num("Grenzen_V1200/MomentMax/2/Wert"), 265.879);
+  EXPECT_EQ(o_J.f_Num("Grenzen_V1200/Ueberlast/5/Wert"), 3.369);
 }
 
 TEST_F(ChanCfgTest, IntactFileIsLeftAloneChangedMotorUnitRebuildsOlderFileIsRepaired) {
@@ -249,7 +236,7 @@ TEST_F(ChanCfgTest, IntactFileIsLeftAloneChangedMotorUnitRebuildsOlderFileIsRepa
   EXPECT_EQ(f_Start(), 1u);
   {
     Json_CL o_J(o_Root);
-    EXPECT_EQ(o_J.f_Limit("MomentMax", 0), 15.81);
+    EXPECT_EQ(o_J.f_Num("Grenzen_V1200/MomentMax/0/Wert"), 15.81);
     EXPECT_EQ(o_J.f_Num("Grenzen/DrehzahlMax"), 1000);
     EXPECT_EQ(cJSON_GetArraySize(o_J.f_At("EinheitDrehmoment/Faktoren")), 6);
     EXPECT_EQ(o_J.f_Str("Code"), "AKS30");
@@ -271,37 +258,31 @@ TEST_F(ChanCfgTest, IntactFileIsLeftAloneChangedMotorUnitRebuildsOlderFileIsRepa
 
 TEST(ChanCfgStart, BadInputEndsInADefinedFile) {
   struct Case_ST {
-    const char* z_c_Name;
-    std::function<void(const TempRoot&)> f_Prepare;
-    std::function<void(const Json_CL&)> f_Check;
+    const char *z_c_Path, *z_c_Content;  // content null: the file is removed
+    const char *z_c_Key, *z_c_Expected;
     unsigned int ui_SecondStart;  // an empty type code is repaired again at every start
   } a_o_Cases[] = {
-      {"unparsable file", [](const TempRoot& o_R) { o_R.f_Write(A_C_PATH, "{\"MNR\":"); },
-       [](const Json_CL& o_J) { EXPECT_EQ(o_J.f_Str("MNR"), "5521730002"); }, 0},
-      {"no /etc/codes", [](const TempRoot& o_R) { std::remove(o_R.f_Path("/etc/codes").c_str()); },
-       [](const Json_CL& o_J) { EXPECT_EQ(o_J.f_Str("Code"), ""); }, 1},
-      {"unreadable motor-unit nameplate",
-       [](const TempRoot& o_R) {
-         std::remove(o_R.f_Path(TypschildKiro_CL::A_C_DEVICE_PATH).c_str());
-       },
-       [](const Json_CL& o_J) { EXPECT_EQ(o_J.f_Str("MNR") + o_J.f_Str("TypschildCrc"), ""); }, 1},
+      {A_C_PATH, "{\"MNR\":", "MNR", "5521730002", 0},  // unparsable
+      {"/etc/codes", nullptr, "Code", "", 1},
+      {TypschildKiro_CL::A_C_DEVICE_PATH, nullptr, "TypschildCrc", "", 1},
   };
   Error_CL::f_GetErrorObj()->f_UseLocalStore();
   for (const Case_ST& o_Case : a_o_Cases) {
-    SCOPED_TRACE(o_Case.z_c_Name);
+    SCOPED_TRACE(o_Case.z_c_Path);
     TempRoot o_Root;
     o_Root.f_InitSim();
-    o_Case.f_Prepare(o_Root);
+    if (o_Case.z_c_Content != nullptr) o_Root.f_Write(o_Case.z_c_Path, o_Case.z_c_Content);
+    if (o_Case.z_c_Content == nullptr) std::remove(o_Root.f_Path(o_Case.z_c_Path).c_str());
     EXPECT_EQ(f_Start(), 1u);
     Json_CL o_J(o_Root);
     EXPECT_EQ(o_J.f_Keys().size(), 23u);
-    o_Case.f_Check(o_J);
+    EXPECT_EQ(o_J.f_Str(o_Case.z_c_Key), o_Case.z_c_Expected);
+    EXPECT_EQ(o_J.f_Str("MNR").empty(), o_Case.z_c_Path == TypschildKiro_CL::A_C_DEVICE_PATH);
     EXPECT_EQ(f_Start(), o_Case.ui_SecondStart);
   }
 }
 
-// Setting the factor over the bus is tested against the daemon; here another process
-// changes the file and announces it.
+// Here another process changes the file; the factor set over the bus is the daemon's test.
 TEST_F(ChanCfgTest, ReReadRescalesAndStampsOnlyANewMfu) {
   ChanCfg_CL o_Cfg(nullptr);
   const double d_Zyklus = Json_CL(o_Root).f_Num("Mfu/Zyklus");

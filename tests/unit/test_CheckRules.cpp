@@ -1,5 +1,5 @@
-// The periodic checks' rules as tables: each row feeds what a tick read into the rule and
-// compares what the rule asked for, carried out on a recording effects object.
+// The periodic checks' rules as tables: each row feeds what a tick read into a rule and
+// compares the effects it asked for, as a recording effects object wrote them down.
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -11,7 +11,7 @@
 
 namespace {
 
-// Writes each effect as a short text; log lines go to a list of their own.
+// Each effect as a short text; log lines go to a list of their own.
 class RecordingEffects_CL : public CheckEffects_CL {
  public:
   std::string str_Done;
@@ -21,15 +21,11 @@ class RecordingEffects_CL : public CheckEffects_CL {
   void f_InsertError(int i_Coded) override { f_Add("insert " + std::to_string(i_Coded)); }
   void f_AckError(int i_Coded) override { f_Add("ack " + std::to_string(i_Coded)); }
   void f_AckAll() override { f_Add("ackall"); }
-  void f_SetOutput(int i_Line, bool b_On) override {
-    f_Add("out " + std::to_string(i_Line) + "=" + (b_On ? "1" : "0"));
-  }
+  void f_SetOutput(int i_Line, bool b_On) override { f_Add("out " + f_Is(i_Line, b_On)); }
   void f_SetBattOutputs(bool b_Off, bool b_Usable) override {
-    f_Add(std::string("batt off=") + (b_Off ? "1" : "0") + " usable=" + (b_Usable ? "1" : "0"));
+    f_Add("batt off=" + std::to_string(b_Off) + " usable=" + std::to_string(b_Usable));
   }
-  void f_SetRdyFlag(int i_Nr, bool b_Set) override {
-    f_Add("flag " + std::to_string(i_Nr) + "=" + (b_Set ? "1" : "0"));
-  }
+  void f_SetRdyFlag(int i_Nr, bool b_Set) override { f_Add("flag " + f_Is(i_Nr, b_Set)); }
   void f_SetDiagTemperature(float fl_Temp) override {
     char a_c_Text[32];
     snprintf(a_c_Text, sizeof(a_c_Text), "temp %.2f", fl_Temp);
@@ -40,6 +36,9 @@ class RecordingEffects_CL : public CheckEffects_CL {
   void f_SaveDynData() override { f_Add("save"); }
 
  private:
+  static std::string f_Is(int i_Nr, bool b_On) {
+    return std::to_string(i_Nr) + "=" + (b_On ? "1" : "0");
+  }
   void f_Add(const std::string& str_Effect) {
     str_Done += (str_Done.empty() ? "" : ", ") + str_Effect;
   }
@@ -51,40 +50,34 @@ std::string f_Done(const CheckActions_T& o_Actions) {
   return o_Rec.str_Done;
 }
 
-TEST(CheckRules, SensorBytesToDegrees) {
+TEST(CheckRules, SensorBytesToDegreesAndTheLimitFile) {
   struct Row_ST {
     unsigned char uc_Msb, uc_Lsb;
     float fl_Expected;
   };
+  // The six low bits are not part of the reading; the division rounds towards zero (0xFFFF).
   // clang-format off
-  const Row_ST a_o_Rows[] = {
-      {0x00, 0x00, 0.0f},   {0x19, 0x00, 25.0f},    {0x19, 0x40, 25.25f},
-      {0x19, 0x3F, 25.0f},  // the six low bits are not part of the reading
-      {0x7F, 0xC0, 127.75f}, {0xFF, 0xC0, -0.25f},  {0xFF, 0x80, -0.5f},
-      {0x80, 0x00, -128.0f},
-      {0xFF, 0xFF, 0.0f},  // the division rounds towards zero, unlike a shift
-  };
+  const Row_ST a_o_Rows[] = {{0x19, 0x40, 25.25f}, {0x19, 0x3F, 25.0f}, {0x7F, 0xC0, 127.75f},
+                             {0xFF, 0xC0, -0.25f}, {0x80, 0x00, -128.0f}, {0xFF, 0xFF, 0.0f}};
   // clang-format on
   for (const Row_ST& o_R : a_o_Rows)
-    EXPECT_EQ(f_ConvertTemperature(o_R.uc_Msb, o_R.uc_Lsb), o_R.fl_Expected)
-        << std::hex << int(o_R.uc_Msb) << " " << int(o_R.uc_Lsb);
+    EXPECT_EQ(f_ConvertTemperature(o_R.uc_Msb, o_R.uc_Lsb), o_R.fl_Expected) << &o_R - a_o_Rows;
+  EXPECT_EQ(f_NextTempLimit(false, 0, 0, 60), 75u);   // no file: the default
+  EXPECT_EQ(f_NextTempLimit(true, EOF, 0, 60), 75u);  // empty file: the default
+  EXPECT_EQ(f_NextTempLimit(true, 0, 0, 60), 60u);    // not a number: kept
+  EXPECT_EQ(f_NextTempLimit(true, 1, 40, 60), 40u);
 }
 
 TEST(CheckRules, BatteryBandsAndCharge) {
-  struct Row_ST {
-    int i_Raw, i_Percent, i_Status;
-  };
+  // {raw, percent, status}; the driver's scale goes past a full battery.
   // clang-format off
-  const Row_ST a_o_Rows[] = {
-      {1, 0, en_BattEmpty},   {9, 0, en_BattEmpty},  {10, 0, en_BattLow},
-      {19, 0, en_BattLow},    {20, 11, en_BattWeak}, {29, 21, en_BattWeak},
-      {30, 22, en_BattGood},  {42, 35, en_BattGood}, {100, 100, en_BattGood},
-      {255, 272, en_BattGood},  // the driver's scale goes past a full battery
-  };
+  const int a_a_i_Rows[][3] = {
+      {9, 0, en_BattEmpty}, {10, 0, en_BattLow},  {19, 0, en_BattLow},   {20, 11, en_BattWeak},
+      {29, 21, en_BattWeak}, {30, 22, en_BattGood}, {100, 100, en_BattGood}, {255, 272, en_BattGood}};
   // clang-format on
-  for (const Row_ST& o_R : a_o_Rows) {
-    EXPECT_EQ(f_BattPercent(o_R.i_Raw), o_R.i_Percent) << o_R.i_Raw;
-    EXPECT_EQ(f_BattStatusOf(o_R.i_Raw), o_R.i_Status) << o_R.i_Raw;
+  for (const auto& a_i_R : a_a_i_Rows) {
+    EXPECT_EQ(f_BattPercent(a_i_R[0]), a_i_R[1]) << a_i_R[0];
+    EXPECT_EQ(f_BattStatusOf(a_i_R[0]), a_i_R[2]) << a_i_R[0];
   }
 }
 
@@ -96,20 +89,17 @@ TEST(CheckRules, BatteryReadingsAndTheZeroCount) {
   };
   // clang-format off
   const Row_ST a_o_Rows[] = {
-      {100, "100/3"}, {100, ""},    // an unchanged reading publishes nothing
-      {0, ""},        {0, ""},      {0, ""},  // zeros are glitches at first
-      {50, "44/3"},                 // a real reading does not reset the count
-      {0, ""},        {0, ""},      {0, "0/1"},  // the sixth zero since the last reset
-      {0, ""},                      // empty: further zeros are the old reading
-      {50, "44/3"},
-      {0, ""},        {0, ""},      {0, ""}, {0, ""}, {0, ""},
-      {0, "0/1"},                   // counted from zero again: six more
-      {15, "0/2"},    {25, "16/5"}, {9, "0/1"},
-  };
+      {100, "100/3"}, {100, ""},           // an unchanged reading publishes nothing
+      {0, ""}, {0, ""}, {0, ""},           // zeros are glitches at first
+      {50, "44/3"},                        // a real reading does not reset the count
+      {0, ""}, {0, ""}, {0, "0/1"},        // the sixth zero since the last reset
+      {0, ""},                             // empty: further zeros are the old reading
+      {50, "44/3"}, {0, ""}, {0, ""}, {0, ""}, {0, ""}, {0, ""},
+      {0, "0/1"},                          // counted from zero again: six more
+      {15, "0/2"}, {25, "16/5"}, {9, "0/1"}};
   // clang-format on
   CheckerState_ST o_State;
   int i_Status = en_BattOn, i_Power = -1;
-  int i_Row = 0;
   for (const Row_ST& o_R : a_o_Rows) {
     BattDecision_ST o_D = f_RuleBattReading(o_R.i_Raw, i_Status, i_Power, o_State);
     std::string str_Published;
@@ -118,19 +108,15 @@ TEST(CheckRules, BatteryReadingsAndTheZeroCount) {
       i_Status = o_D.i_Status;
       str_Published = std::to_string(i_Power) + "/" + std::to_string(i_Status);
     }
-    EXPECT_EQ(str_Published, o_R.z_c_Published) << "row " << i_Row;
-    i_Row++;
+    EXPECT_EQ(str_Published, o_R.z_c_Published) << "row " << &o_R - a_o_Rows;
   }
-}
-
-TEST(CheckRules, BatteryJustSwitchedOnRepublishesTheSameReading) {
-  CheckerState_ST o_State;
+  // A tool just switched on publishes its charge even for the old reading.
   o_State.uc_VBattAlt = 80;
   EXPECT_FALSE(f_RuleBattReading(80, en_BattGood, 77, o_State).b_Changed);
   BattDecision_ST o_D = f_RuleBattReading(80, en_BattOn, 0, o_State);
-  EXPECT_TRUE(o_D.b_PowerUpdate);
-  EXPECT_EQ(o_D.i_Power, 77);
-  EXPECT_EQ(o_D.i_Status, en_BattGood);
+  EXPECT_EQ(std::to_string(o_D.b_PowerUpdate) + " " + std::to_string(o_D.i_Power) + "/" +
+                std::to_string(o_D.i_Status),
+            "1 77/3");
 }
 
 TEST(CheckRules, BatteryStatusEffects) {
@@ -155,14 +141,14 @@ TEST(CheckRules, BatteryStatusEffects) {
   };
   // clang-format on
   for (const Row_ST& o_R : a_o_Rows) {
+    SCOPED_TRACE(o_R.i_Status);
     CheckerState_ST o_State;
     o_State.b_LowBattErrSet = o_R.b_ErrSet;
     bool b_WasRunning = o_R.i_Status == 7;  // an unknown status leaves the count-down alone
     o_State.b_CntDwnActive = b_WasRunning;
-    EXPECT_EQ(f_Done(f_RuleBattStatus(o_R.i_Status, o_R.b_ErrorStore, o_State)), o_R.z_c_Done)
-        << o_R.i_Status;
-    EXPECT_EQ(o_State.b_LowBattErrSet, o_R.b_ErrSetAfter) << o_R.i_Status;
-    EXPECT_EQ(o_State.b_CntDwnActive, o_R.b_CntDwnAfter || b_WasRunning) << o_R.i_Status;
+    EXPECT_EQ(f_Done(f_RuleBattStatus(o_R.i_Status, o_R.b_ErrorStore, o_State)), o_R.z_c_Done);
+    EXPECT_EQ(o_State.b_LowBattErrSet, o_R.b_ErrSetAfter);
+    EXPECT_EQ(o_State.b_CntDwnActive, o_R.b_CntDwnAfter || b_WasRunning);
   }
 }
 
@@ -186,13 +172,6 @@ TEST(CheckRules, CountDownRunsTwentySecondsThenSwitchesOffAndIsNotRestarted) {
   EXPECT_EQ(o_State.i_CntDown, 20);
 }
 
-TEST(CheckRules, TemperatureLimitFile) {
-  EXPECT_EQ(f_NextTempLimit(false, 0, 0, 60), 75u);   // no file: the default
-  EXPECT_EQ(f_NextTempLimit(true, EOF, 0, 60), 75u);  // empty file: the default
-  EXPECT_EQ(f_NextTempLimit(true, 0, 0, 60), 60u);    // not a number: kept
-  EXPECT_EQ(f_NextTempLimit(true, 1, 40, 60), 40u);
-}
-
 TEST(CheckRules, TemperatureHysteresisAndTheLoweredLimit) {
   struct Row_ST {
     unsigned int ui_Limit;
@@ -201,45 +180,35 @@ TEST(CheckRules, TemperatureHysteresisAndTheLoweredLimit) {
   };
   // clang-format off
   const Row_ST a_o_Rows[] = {
-      {60, 25.0f, "temp 25.00"},
-      {60, 60.0f, "temp 60.00"},  // at the limit: not over it
-      {60, 60.25f, "temp 60.25, insert 3252"},
-      {60, 61.0f, "temp 61.00"},  // reported once
+      {60, 25.0f, "temp 25.00"}, {60, 60.0f, "temp 60.00"},  // at the limit: not over it
+      {60, 60.25f, "temp 60.25, insert 3252"}, {60, 61.0f, "temp 61.00"},  // reported once
       {60, 55.0f, "temp 55.00"},  // exactly limit - 5: the error holds
       {60, 54.75f, "temp 54.75, ack 3252, ack 3268"},
-      {60, 0.0f, "temp 0.00, insert 3268"},  // at or below zero
-      {60, 70.0f, "temp 70.00"},             // one flag for both errors
-      {60, 5.0f, "temp 5.00"},               // 5 degrees still holds
-      {60, 5.25f, "temp 5.25, ack 3252, ack 3268"},
-      {60, -0.25f, "temp -0.25, insert 3268"},
-      {60, 25.0f, "temp 25.00, ack 3252, ack 3268"},
+      {60, 0.0f, "temp 0.00, insert 3268"}, {60, 70.0f, "temp 70.00"},  // one flag for both
+      {60, 5.0f, "temp 5.00"}, {60, 5.25f, "temp 5.25, ack 3252, ack 3268"},  // 5 still holds
+      {60, -0.25f, "temp -0.25, insert 3268"}, {60, 25.0f, "temp 25.00, ack 3252, ack 3268"},
       {60, 50.0f, "temp 50.00"},
-      // A reading equal to the last one is not compared again, even under a lower limit...
-      {40, 50.0f, ""},
-      // ...the next different one is.
-      {40, 50.25f, "temp 50.25, insert 3252"},
-      {40, 35.0f, "temp 35.00"},  // 35 is not below 40 - 5
-      {40, 34.75f, "temp 34.75, ack 3252, ack 3268"},
+      // A reading equal to the last one is not compared again, even under a lower limit; the
+      // next different one is.
+      {40, 50.0f, ""}, {40, 50.25f, "temp 50.25, insert 3252"},
+      {40, 35.0f, "temp 35.00"}, {40, 34.75f, "temp 34.75, ack 3252, ack 3268"},
       {3, 4.0f, "temp 4.00, insert 3252"},  // a limit under 5 can never withdraw
-      {3, -4.0f, "temp -4.00"},
-      {3, 1.0f, "temp 1.00"},
+      {3, -4.0f, "temp -4.00"}, {3, 1.0f, "temp 1.00"},
   };
   // clang-format on
   CheckerState_ST o_State;
-  int i_Row = 0;
   for (const Row_ST& o_R : a_o_Rows) {
     o_State.ui_TempLimit = o_R.ui_Limit;
-    EXPECT_EQ(f_Done(f_RuleTemperature(o_R.fl_Temp, o_State)), o_R.z_c_Done) << "row " << i_Row;
-    i_Row++;
+    EXPECT_EQ(f_Done(f_RuleTemperature(o_R.fl_Temp, o_State)), o_R.z_c_Done)
+        << "row " << &o_R - a_o_Rows;
   }
 }
 
 TEST(CheckRules, MaintenanceDueByCycleOrDate) {
   struct Row_ST {
-    MaintInput_ST o_In;
+    MaintInput_ST o_In;  // {active, now, next date, next cycle, cycle read, cycle}
     const char* z_c_Done;
   };
-  // {active, now, next date, next cycle, cycle read, cycle}
   // clang-format off
   const Row_ST a_o_Rows[] = {
       {{false, 100, 0, 50, true, 100}, ""},  // supervision off: nothing
@@ -257,11 +226,9 @@ TEST(CheckRules, MaintenanceDueByCycleOrDate) {
   };
   // clang-format on
   CheckerState_ST o_State;
-  int i_Row = 0;
-  for (const Row_ST& o_R : a_o_Rows) {
-    EXPECT_EQ(f_Done(f_RuleMaintenance(o_R.o_In, o_State)), o_R.z_c_Done) << "row " << i_Row;
-    i_Row++;
-  }
+  for (const Row_ST& o_R : a_o_Rows)
+    EXPECT_EQ(f_Done(f_RuleMaintenance(o_R.o_In, o_State)), o_R.z_c_Done)
+        << "row " << &o_R - a_o_Rows;
   RecordingEffects_CL o_Rec;
   CheckerState_ST o_Fresh;
   f_ApplyActions(f_RuleMaintenance({true, 1000, 1000, 50, true, 100}, o_Fresh), o_Rec);
@@ -270,29 +237,17 @@ TEST(CheckRules, MaintenanceDueByCycleOrDate) {
 }
 
 TEST(CheckRules, AcknowledgeInputActsOnRisingEdgesOnly) {
-  struct Row_ST {
-    bool b_Start;
-    std::vector<bool> o_Levels;
-    const char* z_c_Done;
-  };
-  // clang-format off
-  const Row_ST a_o_Rows[] = {
-      {false, {false, true, true, false, true}, "ackall;ackall"},
-      // The service starts with the opposite of the input: held at start, it acknowledges.
-      {false, {true}, "ackall"},
-      {true, {false, false, true}, "ackall"},
-      {true, {true, true}, ""},
-  };
-  // clang-format on
-  for (const Row_ST& o_R : a_o_Rows) {
+  // {level at start, then the levels read, acknowledgements}. The service starts with the
+  // opposite of the input: held at start, it acknowledges.
+  const std::pair<const char*, int> a_o_Rows[] = {
+      {"001101", 2}, {"01", 1}, {"1001", 1}, {"111", 0}};
+  for (const auto& [z_c_Levels, i_Acks] : a_o_Rows) {
     CheckerState_ST o_State;
-    o_State.b_AckInputLevel = o_R.b_Start;
-    std::string str_Seen;
-    for (bool b_Level : o_R.o_Levels) {
-      std::string str_Done = f_Done(f_RuleAckInput(b_Level, o_State));
-      if (!str_Done.empty()) str_Seen += (str_Seen.empty() ? "" : ";") + str_Done;
-    }
-    EXPECT_EQ(str_Seen, o_R.z_c_Done);
+    o_State.b_AckInputLevel = z_c_Levels[0] == '1';
+    int i_Seen = 0;
+    for (const char* z_c_Level = z_c_Levels + 1; *z_c_Level != '\0'; ++z_c_Level)
+      i_Seen += f_Done(f_RuleAckInput(*z_c_Level == '1', o_State)) == "ackall";
+    EXPECT_EQ(i_Seen, i_Acks) << z_c_Levels;
   }
 }
 

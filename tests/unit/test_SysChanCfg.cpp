@@ -5,12 +5,11 @@
 #include <cerrno>
 #include <cjson/cJSON.h>
 #include <climits>
-#include <set>
-#include <type_traits>
 #include <fcntl.h>
+#include <set>
 #include <string>
-#include <sys/stat.h>
 #include <sys/wait.h>
+#include <type_traits>
 #include <unistd.h>
 #include <vector>
 
@@ -28,13 +27,16 @@ class Probe_CL : public SysChanCfg_CL {
   using SysChanCfg_CL::b_LimitsValid;
   using SysChanCfg_CL::b_TorqueUnitValid;
   using SysChanCfg_CL::f_WriteKey;
-  using SysChanCfg_CL::fl_MfuFaktor;
   using SysChanCfg_CL::i_KanalNr;
-  using SysChanCfg_CL::o_Abtrieb;
-  using SysChanCfg_CL::o_Getriebe;
-  using SysChanCfg_CL::o_SonderAbtrieb;
-  using SysChanCfg_CL::str_Kanalname;
 };
+
+// Calls f_Row(row, key) for every row of the key table that has a member.
+template <typename F>
+void f_EachRow(F f_Row) {
+  for (size_t ui_Row = 0; ui_Row < SysChanCfg_CL::ui_NrKeys; ++ui_Row)
+    if (SysChanCfg_CL::a_o_Keys[ui_Row].f_Member != nullptr)
+      f_Row(static_cast<int>(ui_Row), SysChanCfg_CL::a_o_Keys[ui_Row]);
+}
 
 // A value for row i_Row that no default has and that a conversion on the way through the
 // file would change: the type's edges, dates after 2038, floats without an exact decimal.
@@ -54,12 +56,27 @@ void f_Distinct(bool& b_V, int) { b_V = true; }
 // The text the writer makes of the rows of o_Cfg.
 std::string f_WriteAll(Probe_CL& o_Cfg) {
   CJsonTree_T o_Tree(cJSON_CreateObject());
-  for (size_t ui_Row = 0; ui_Row < SysChanCfg_CL::ui_NrKeys; ++ui_Row) {
-    if (SysChanCfg_CL::a_o_Keys[ui_Row].f_Member == nullptr) continue;
-    EXPECT_EQ(o_Cfg.f_WriteKey(o_Tree.get(), SysChanCfg_CL::a_o_Keys[ui_Row]), 0) << ui_Row;
-  }
-  CJsonText_T o_Text(cJSON_Print(o_Tree.get()));
-  return o_Text.get();
+  f_EachRow([&](int i_Row, const ChanCfgKey_ST& o_Key) {
+    EXPECT_EQ(o_Cfg.f_WriteKey(o_Tree.get(), o_Key), 0) << i_Row;
+  });
+  return CJsonText_T(cJSON_Print(o_Tree.get())).get();
+}
+
+// Every member of o_Got equals that of o_Want.
+void f_ExpectSameMembers(Probe_CL& o_Want, Probe_CL& o_Got) {
+  f_EachRow([&](int, const ChanCfgKey_ST& o_Key) {
+    SCOPED_TRACE(std::string(o_Key.z_c_Section != nullptr ? o_Key.z_c_Section : "") + "/" +
+                 o_Key.z_c_Key);
+    std::visit(
+        [](auto* z_Want, auto* z_Got) {
+          if constexpr (std::is_same_v<decltype(z_Want), decltype(z_Got)>) {
+            EXPECT_EQ(*z_Got, *z_Want);
+          } else {
+            ADD_FAILURE() << "the member changed its type";
+          }
+        },
+        o_Key.f_Member(o_Want), o_Key.f_Member(o_Got));
+  });
 }
 }  // namespace
 
@@ -71,36 +88,49 @@ TEST(SysChanCfg, EveryKeyRoundTripsThroughTheFile) {
   o_Root.f_Write(A_C_PATH, "{}");
   Probe_CL o_Out;
   std::set<const void*> o_Members;
-  for (size_t ui_Row = 0; ui_Row < SysChanCfg_CL::ui_NrKeys; ++ui_Row) {
-    const ChanCfgKey_ST& o_Key = SysChanCfg_CL::a_o_Keys[ui_Row];
-    if (o_Key.f_Member == nullptr) continue;
+  f_EachRow([&](int i_Row, const ChanCfgKey_ST& o_Key) {
     std::visit(
-        [&o_Members, ui_Row](auto* z_Member) {
-          EXPECT_TRUE(o_Members.insert(z_Member).second) << "row " << ui_Row << " shares a member";
-          f_Distinct(*z_Member, static_cast<int>(ui_Row));
+        [&](auto* z_Member) {
+          EXPECT_TRUE(o_Members.insert(z_Member).second) << "row " << i_Row << " shares a member";
+          f_Distinct(*z_Member, i_Row);
         },
         o_Key.f_Member(o_Out));
-  }
+  });
   const std::string str_Text = f_WriteAll(o_Out);
   o_Root.f_Write(A_C_PATH, str_Text);
-
   Probe_CL o_In;
-  for (size_t ui_Row = 0; ui_Row < SysChanCfg_CL::ui_NrKeys; ++ui_Row) {
-    const ChanCfgKey_ST& o_Key = SysChanCfg_CL::a_o_Keys[ui_Row];
-    if (o_Key.f_Member == nullptr) continue;
-    SCOPED_TRACE(std::string(o_Key.z_c_Section != nullptr ? o_Key.z_c_Section : "") + "/" +
-                 o_Key.z_c_Key);
-    std::visit(
-        [](auto* z_Want, auto* z_Got) {
-          if constexpr (std::is_same_v<decltype(z_Want), decltype(z_Got)>) {
-            EXPECT_EQ(*z_Got, *z_Want);
-          } else {
-            ADD_FAILURE() << "the member changed its type";
-          }
-        },
-        o_Key.f_Member(o_Out), o_Key.f_Member(o_In));
-  }
+  f_ExpectSameMembers(o_Out, o_In);
   EXPECT_EQ(f_WriteAll(o_In), str_Text);
+}
+
+// Several generations of software write the file: every key of the wrong JSON type (and a
+// section that is no object) reads like a missing key; numbers out of range are clamped.
+TEST(SysChanCfg, MistypedKeysReadAsAbsentAndNumbersAreClamped) {
+  TempRoot o_Root;
+  o_Root.f_Write(A_C_PATH, "{}");
+  Probe_CL o_Empty;
+  CJsonTree_T o_Tree(cJSON_CreateObject());
+  f_EachRow([&](int, const ChanCfgKey_ST& o_Key) {
+    std::visit(
+        [&](auto* z_Member) {
+          if constexpr (std::is_same_v<decltype(z_Member), std::string*>)
+            ConfigFileHelper_CL::f_SetCfgKey(o_Tree.get(), o_Key.z_c_Section, o_Key.z_c_Key, 7);
+          else
+            ConfigFileHelper_CL::f_SetCfgKey(o_Tree.get(), o_Key.z_c_Section, o_Key.z_c_Key,
+                                             std::string("12"));
+        },
+        o_Key.f_Member(o_Empty));
+  });
+  cJSON_ReplaceItemInObject(o_Tree.get(), "Abtrieb", cJSON_Parse("[4,0.95]"));
+  o_Root.f_Write(A_C_PATH, CJsonText_T(cJSON_Print(o_Tree.get())).get());
+  Probe_CL o_Mistyped;
+  f_ExpectSameMembers(o_Empty, o_Mistyped);
+
+  o_Root.f_Write(A_C_PATH, R"({"KanalNr":1e20,"Wartung":{"Zyklus":-5,"Datum":1800000000}})");
+  Probe_CL o_Cfg;
+  EXPECT_EQ(o_Cfg.i_KanalNr, INT_MAX);
+  EXPECT_EQ(o_Cfg.f_GetNextServiceCycle(), 0u);
+  EXPECT_EQ(o_Cfg.f_GetNextServiceDate(), 1800000000L);
 }
 
 TEST(SysChanCfg, ValidityAndRepairFlagsFollowTheFile) {
@@ -125,31 +155,11 @@ TEST(SysChanCfg, ValidityAndRepairFlagsFollowTheFile) {
     if (o_Case.z_c_Json != nullptr) o_Root.f_Write(A_C_PATH, o_Case.z_c_Json);
     Probe_CL o_Cfg;
     SCOPED_TRACE(o_Case.z_c_Json != nullptr ? o_Case.z_c_Json : "(no file)");
-    EXPECT_EQ(o_Cfg.f_IsConfigValid(), o_Case.b_Valid);
-    EXPECT_EQ(o_Cfg.b_TorqueUnitValid, o_Case.b_Unit);
-    EXPECT_EQ(o_Cfg.b_LimitsValid, o_Case.b_Limits);
-    EXPECT_EQ(o_Cfg.b_EinheitValid, o_Case.b_Einheit);
+    EXPECT_EQ(
+        std::vector<bool>({o_Cfg.f_IsConfigValid(), o_Cfg.b_TorqueUnitValid, o_Cfg.b_LimitsValid,
+                           o_Cfg.b_EinheitValid}),
+        std::vector<bool>({o_Case.b_Valid, o_Case.b_Unit, o_Case.b_Limits, o_Case.b_Einheit}));
   }
-}
-
-TEST(SysChanCfg, MistypedMembersAreAbsentAndTheDriveTrainStaysNeutral) {
-  TempRoot o_Root;
-  o_Root.f_Write(A_C_PATH, R"({"MNR":"5521730002","TypschildCrc":"2FE0","Kanalname":7,
-    "KanalNr":1e20,"Mfu":{"MfuFaktor":"0.8"},"Getriebe":{"Faktor":"12","Wirkungsgrad":null},
-    "Abtrieb":[4,0.95],"Sonderabtrieb":{"Faktor":false,"Wirkungsgrad":0.5},
-    "Wartung":{"Aktiv":1,"Zyklus":-5,"Datum":1800000000}})");
-  Probe_CL o_Cfg;
-  EXPECT_TRUE(o_Cfg.f_IsConfigValid());
-  EXPECT_EQ(o_Cfg.str_Kanalname, "");
-  EXPECT_EQ(o_Cfg.i_KanalNr, INT_MAX);
-  for (float fl_Value : {o_Cfg.fl_MfuFaktor, o_Cfg.o_Getriebe.fl_Faktor,
-                         o_Cfg.o_Getriebe.fl_Wirkungsgrad, o_Cfg.o_Abtrieb.fl_Faktor,
-                         o_Cfg.o_Abtrieb.fl_Wirkungsgrad, o_Cfg.o_SonderAbtrieb.fl_Faktor})
-    EXPECT_EQ(fl_Value, 1.0f);
-  EXPECT_EQ(o_Cfg.o_SonderAbtrieb.fl_Wirkungsgrad, 0.5f);
-  EXPECT_FALSE(o_Cfg.f_IsServiceActive());
-  EXPECT_EQ(o_Cfg.f_GetNextServiceCycle(), 0u);
-  EXPECT_EQ(o_Cfg.f_GetNextServiceDate(), 1800000000L);
 }
 
 TEST(NamedSem, CreatorInitialisesOthersShareAndUnlinkRemovesTheName) {
@@ -176,30 +186,24 @@ TEST(NamedSem, CreatorInitialisesOthersShareAndUnlinkRemovesTheName) {
     EXPECT_EQ(f_SemOpen(z_c_Bad, O_CREAT), nullptr);
 }
 
+// Every process opens (creating when missing) and posts once; a semaphore initialised by a
+// second creator would lose the posts made before.
 TEST(NamedSem, ConcurrentCreatorsNeverResetAnotherProcessesPosts) {
   TempRoot o_Root;
   constexpr int I_PROCS = 8;
-  // Every process opens (creating when missing) and posts once; a semaphore initialised
-  // by a second creator would lose the posts made before.
   for (int i_Round = 0; i_Round < 20; ++i_Round) {
-    std::vector<pid_t> o_Pids;
     for (int i = 0; i < I_PROCS; ++i) {
-      pid_t i_Pid = fork();
-      if (i_Pid == 0) {
-        auto o_Sem = f_SemOpen("/Race", O_CREAT | O_RDWR, 0600, 0);
-        _exit(o_Sem != nullptr && o_Sem->f_Post() == 0 ? 0 : 1);
-      }
-      o_Pids.push_back(i_Pid);
+      if (fork() != 0) continue;
+      auto o_Sem = f_SemOpen("/Race", O_CREAT | O_RDWR, 0600, 0);
+      _exit(o_Sem != nullptr && o_Sem->f_Post() == 0 ? 0 : 1);
     }
-    for (pid_t i_Pid : o_Pids) {
-      int i_Status = -1;
-      ASSERT_EQ(waitpid(i_Pid, &i_Status, 0), i_Pid);
+    for (int i = 0, i_Status = -1; i < I_PROCS; ++i) {
+      ASSERT_GT(wait(&i_Status), 0);
       ASSERT_TRUE(WIFEXITED(i_Status) && WEXITSTATUS(i_Status) == 0);
     }
     auto o_Sem = f_SemOpen("/Race", O_RDWR);
-    ASSERT_NE(o_Sem, nullptr);
     int i_Value = -1;
-    ASSERT_EQ(o_Sem->f_GetValue(&i_Value), 0);
+    ASSERT_TRUE(o_Sem != nullptr && o_Sem->f_GetValue(&i_Value) == 0);
     ASSERT_EQ(i_Value, I_PROCS) << "round " << i_Round;
     ASSERT_EQ(f_SemUnlink("/Race"), 0);
   }
