@@ -1,18 +1,13 @@
 #pragma once
-// Programs of the tests as processes of their own and JSON checked by key paths; for the plant
-// feed's tests and benchmark a real mosquitto broker and a subscriber as a dashboard runs one.
+// For the plant feed's tests and benchmark: a real mosquitto broker and a subscriber as a
+// dashboard runs one.
 #include <arpa/inet.h>
-#include <cjson/cJSON.h>
-#include <fcntl.h>
 #include <mosquitto.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cctype>
-#include <cmath>
-#include <cstdlib>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
@@ -47,83 +42,6 @@ inline bool f_PortOpen(int i_Port) {
   close(i_Fd);
   return b_Open;
 }
-
-using Want_T = std::vector<std::pair<std::vector<const char*>, std::string>>;
-
-// Whether str_Json holds each value (as JSON text) under its path of keys; a key of digits
-// picks an array element.
-inline bool f_Holds(const std::string& str_Json, const Want_T& o_Want) {
-  CJsonTree_T o_Tree(cJSON_Parse(str_Json.c_str()));
-  for (const auto& o_W : o_Want) {
-    const cJSON* z_o_Item = o_Tree.get();
-    for (const char* z_c_Key : o_W.first)
-      z_o_Item = cJSON_IsArray(z_o_Item) ? cJSON_GetArrayItem(z_o_Item, std::atoi(z_c_Key))
-                                         : cJSON_GetObjectItemCaseSensitive(z_o_Item, z_c_Key);
-    CJsonText_T o_Text(z_o_Item != nullptr ? cJSON_PrintUnformatted(z_o_Item) : nullptr);
-    // Numbers within a millionth: the tool keeps some of them as float.
-    bool b_Near = cJSON_IsNumber(z_o_Item) && std::isdigit(o_W.second[0]) &&
-                  std::fabs(z_o_Item->valuedouble - std::atof(o_W.second.c_str())) < 1e-6;
-    if (!b_Near && (!o_Text || o_W.second != o_Text.get())) return false;
-  }
-  return o_Tree != nullptr;
-}
-
-// A program of the test, started by fork/exec, stopped by its pid. Its stderr goes to the log
-// file, and so does its stdout unless that has a file of its own.
-class Process {
- public:
-  Process(std::vector<std::string> o_Argv, std::string str_LogPath,
-          std::vector<std::string> o_Env = {}, std::string str_OutPath = "")
-      : o_Argv(std::move(o_Argv)),
-        str_LogPath(std::move(str_LogPath)),
-        o_Env(std::move(o_Env)),
-        str_OutPath(std::move(str_OutPath)) {}
-  ~Process() { f_Stop(SIGKILL); }
-  void f_Start() {
-    const pid_t i_TestPid = getpid();
-    i_Pid = fork();
-    if (i_Pid == 0) {
-      f_DieWithTest(i_TestPid);
-      int i_Fd = open(str_LogPath.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
-      dup2(i_Fd, 2);
-      dup2(str_OutPath.empty() ? i_Fd : open(str_OutPath.c_str(), O_WRONLY | O_CREAT, 0644), 1);
-      for (const std::string& str_E : o_Env) putenv(strdup(str_E.c_str()));
-      std::vector<char*> a_z_c_Args;
-      for (std::string& str_A : o_Argv) a_z_c_Args.push_back(str_A.data());
-      a_z_c_Args.push_back(nullptr);
-      execv(a_z_c_Args[0], a_z_c_Args.data());
-      _exit(127);
-    }
-  }
-  // Signals the process (with 0 it ends by itself) and waits for its end; its exit status, or -1.
-  int f_Stop(int i_Sig = SIGTERM) {
-    if (i_Pid <= 0) return -1;
-    if (i_Sig != 0) kill(i_Pid, i_Sig);
-    int i_Status = 0;
-    bool b_Ended =
-        i_Sig == 0
-            ? waitpid(i_Pid, &i_Status, 0) == i_Pid
-            : f_WaitUntil([&] { return waitpid(i_Pid, &i_Status, WNOHANG) == i_Pid; }, 15000);
-    if (!b_Ended) {
-      kill(i_Pid, SIGKILL);
-      waitpid(i_Pid, &i_Status, 0);
-    }
-    i_Pid = -1;
-    return b_Ended && WIFEXITED(i_Status) ? WEXITSTATUS(i_Status) : -1;
-  }
-  pid_t f_Pid() const { return i_Pid; }
-  std::string f_Log() const { return f_ReadFile(str_LogPath); }
-  bool f_WaitLog(const std::string& str_Text, int i_TimeoutMs) const {
-    return f_WaitUntil([&] { return f_Log().find(str_Text) != std::string::npos; }, i_TimeoutMs);
-  }
-
- private:
-  std::vector<std::string> o_Argv;
-  std::string str_LogPath;
-  std::vector<std::string> o_Env;
-  std::string str_OutPath;
-  pid_t i_Pid = -1;
-};
 
 // A mosquitto broker on a free loopback port. It keeps sessions on disk, so a subscriber's
 // queued messages survive the broker's restart the way they do on a plant's broker.
@@ -249,7 +167,6 @@ class Collector {
   std::vector<Msg_ST> o_Msgs;
 };
 
-#ifdef SYSSRV_BRIDGE
 // syssrv-bridge on the sandbox of a running service; its configuration goes to the default
 // place in the sandbox.
 class BridgeProc {
@@ -262,7 +179,6 @@ class BridgeProc {
   }
   Process o_Proc;
 };
-#endif
 
 inline std::string f_HostName(const Sandbox& o_Box) {
   std::string str_Name = o_Box.f_Read("/etc/hostname");

@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <cjson/cJSON.h>
+#include <cctype>
 #include <cerrno>
+#include <cmath>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -460,16 +462,75 @@ std::string f_Str(GVariant* o_V, int i_Index) {
   return g_variant_get_string(Variant_T(g_variant_get_child_value(o_V, i_Index)).get(), nullptr);
 }
 
-std::string f_JsonAt(const std::string& str_Json, const std::string& str_Path) {
-  CJsonTree_T o_Tree(cJSON_Parse(str_Json.c_str()));
-  const cJSON* z_o_Item = o_Tree.get();
-  for (size_t ui_From = 0; z_o_Item != nullptr && ui_From <= str_Path.size();) {
-    size_t ui_Slash = std::min(str_Path.find('/', ui_From), str_Path.size());
-    z_o_Item = cJSON_GetObjectItem(z_o_Item, str_Path.substr(ui_From, ui_Slash - ui_From).c_str());
-    ui_From = ui_Slash + 1;
-  }
+namespace {
+const cJSON* f_JsonItem(const cJSON* z_o_Item, const std::vector<std::string>& o_Path) {
+  for (const std::string& str_Key : o_Path)
+    z_o_Item = cJSON_IsArray(z_o_Item)
+                   ? cJSON_GetArrayItem(z_o_Item, std::atoi(str_Key.c_str()))
+                   : cJSON_GetObjectItemCaseSensitive(z_o_Item, str_Key.c_str());
+  return z_o_Item;
+}
+std::string f_Printed(const cJSON* z_o_Item) {
   CJsonText_T o_Text(z_o_Item != nullptr ? cJSON_PrintUnformatted(z_o_Item) : nullptr);
   return o_Text ? o_Text.get() : "";
+}
+}  // namespace
+
+std::string f_JsonAt(const std::string& str_Json, const std::string& str_Path) {
+  std::vector<std::string> o_Path;
+  for (size_t ui_From = 0; ui_From <= str_Path.size();) {
+    size_t ui_Slash = std::min(str_Path.find('/', ui_From), str_Path.size());
+    o_Path.push_back(str_Path.substr(ui_From, ui_Slash - ui_From));
+    ui_From = ui_Slash + 1;
+  }
+  CJsonTree_T o_Tree(cJSON_Parse(str_Json.c_str()));
+  return o_Tree ? f_Printed(f_JsonItem(o_Tree.get(), o_Path)) : "";
+}
+
+bool f_Holds(const std::string& str_Json, const Want_T& o_Want) {
+  CJsonTree_T o_Tree(cJSON_Parse(str_Json.c_str()));
+  for (const auto& o_W : o_Want) {
+    const cJSON* z_o_Item =
+        f_JsonItem(o_Tree.get(), std::vector<std::string>(o_W.first.begin(), o_W.first.end()));
+    bool b_Near = cJSON_IsNumber(z_o_Item) && std::isdigit(o_W.second[0]) &&
+                  std::fabs(z_o_Item->valuedouble - std::atof(o_W.second.c_str())) < 1e-6;
+    if (!b_Near && o_W.second != f_Printed(z_o_Item)) return false;
+  }
+  return o_Tree != nullptr;
+}
+
+// --- Process -------------------------------------------------------------------
+
+void Process::f_Start() {
+  const pid_t i_TestPid = getpid();
+  i_Pid = fork();
+  if (i_Pid == 0) {
+    f_DieWithTest(i_TestPid);
+    int i_Fd = open(str_LogPath.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
+    dup2(i_Fd, 2);
+    dup2(str_OutPath.empty() ? i_Fd : open(str_OutPath.c_str(), O_WRONLY | O_CREAT, 0644), 1);
+    for (const std::string& str_E : o_Env) putenv(strdup(str_E.c_str()));
+    std::vector<char*> a_z_c_Args;
+    for (std::string& str_A : o_Argv) a_z_c_Args.push_back(str_A.data());
+    a_z_c_Args.push_back(nullptr);
+    execv(a_z_c_Args[0], a_z_c_Args.data());
+    _exit(127);
+  }
+}
+
+int Process::f_Stop(int i_Sig) {
+  if (i_Pid <= 0) return -1;
+  if (i_Sig != 0) kill(i_Pid, i_Sig);
+  int i_Status = 0;
+  bool b_Ended =
+      i_Sig == 0 ? waitpid(i_Pid, &i_Status, 0) == i_Pid
+                 : f_WaitUntil([&] { return waitpid(i_Pid, &i_Status, WNOHANG) == i_Pid; }, 15000);
+  if (!b_Ended) {
+    kill(i_Pid, SIGKILL);
+    waitpid(i_Pid, &i_Status, 0);
+  }
+  i_Pid = -1;
+  return b_Ended && WIFEXITED(i_Status) ? WEXITSTATUS(i_Status) : -1;
 }
 
 }  // namespace it

@@ -1,6 +1,7 @@
 #pragma once
 // Integration harness: a private system bus, a sandbox tool made by the simulator, the real
 // daemon with its log captured, a bus client and a signal recorder with deadlines.
+#include <csignal>
 #include <functional>
 #include <gio/gio.h>
 #include <string>
@@ -203,8 +204,41 @@ inline int f_Int(const Variant_T& o_V, int i_Index = 0) {
 inline std::string f_Str(const Variant_T& o_V, int i_Index = 0) {
   return o_V ? f_Str(o_V.get(), i_Index) : "";
 }
-// The member at "Key" or "Section/Key" of a JSON text, printed unformatted; "" when the text
-// does not parse or the member is missing.
+// The member of a JSON text at a path of keys ("Section/Key"; a key of digits picks an
+// array element), printed unformatted; "" when the text does not parse or it is missing.
 std::string f_JsonAt(const std::string& str_Json, const std::string& str_Path);
+// Paths of keys with the JSON text each must hold.
+using Want_T = std::vector<std::pair<std::vector<const char*>, std::string>>;
+// Whether str_Json holds each value; numbers match within a millionth, as the tool keeps some
+// of them as float.
+bool f_Holds(const std::string& str_Json, const Want_T& o_Want);
+
+// A program of the test, started by fork/exec, stopped by its pid. Its stderr goes to the log
+// file, and so does its stdout unless that has a file of its own.
+class Process {
+ public:
+  Process(std::vector<std::string> o_Argv, std::string str_LogPath,
+          std::vector<std::string> o_Env = {}, std::string str_OutPath = "")
+      : o_Argv(std::move(o_Argv)),
+        str_LogPath(std::move(str_LogPath)),
+        o_Env(std::move(o_Env)),
+        str_OutPath(std::move(str_OutPath)) {}
+  ~Process() { f_Stop(SIGKILL); }
+  void f_Start();
+  // Signals the process (with 0 it ends by itself) and waits for its end; its exit status, or -1.
+  int f_Stop(int i_Sig = SIGTERM);
+  pid_t f_Pid() const { return i_Pid; }
+  std::string f_Log() const { return f_ReadFile(str_LogPath); }
+  bool f_WaitLog(const std::string& str_Text, int i_TimeoutMs) const {
+    return f_WaitUntil([&] { return f_Log().find(str_Text) != std::string::npos; }, i_TimeoutMs);
+  }
+
+ private:
+  std::vector<std::string> o_Argv;
+  std::string str_LogPath;
+  std::vector<std::string> o_Env;
+  std::string str_OutPath;
+  pid_t i_Pid = -1;
+};
 
 }  // namespace it

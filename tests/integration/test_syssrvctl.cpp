@@ -14,7 +14,6 @@
 #include <string>
 #include <vector>
 
-#include "BrokerHarness.h"
 #include "Harness.h"
 #include "SysSrvVersion.h"
 
