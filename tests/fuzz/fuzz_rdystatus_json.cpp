@@ -1,6 +1,6 @@
-// "rdystatus.json", the table of required readiness flags, through the reader the error
-// store builds at start-up. A table it cannot use is refused with the library's
-// exception; a table it takes requires exactly its flags 0..31 marked as required.
+// "rdystatus.json", the required readiness flags, through the error store's start-up
+// reader: an unusable table is refused with the library's exception, a table taken
+// requires at least its flags 0..31 marked as required.
 #include <cstdint>
 
 #include "FuzzSupport.h"

@@ -1,7 +1,6 @@
 // "freporterror" (process name, coded number, acknowledge word) through the bus handler
-// into the error store on the simulated tool's database, a few reports per input. After
-// each: the ring holds no more rows than its bound, the list handed to the bus is a JSON
-// object, and the current error has a class of three bits.
+// into the error store, a few reports per input. After each the ring keeps its bound, the
+// list for the bus is a JSON object and the current error has a class of three bits.
 #include <cstdlib>
 #include <string>
 
@@ -15,8 +14,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* z_uc_Data, size_t ui_Size) 
     std::string str_Proc = o_In.f_Text(4096);
     std::string str_Code = o_In.f_Text(256);
     std::string str_Ack = o_In.f_Text(64);
-    FUZZ_CHECK(f_ReportError(nullptr, str_Proc.c_str(), str_Code.c_str(), str_Ack.c_str(),
-                             nullptr));
+    FUZZ_CHECK(
+        f_ReportError(nullptr, str_Proc.c_str(), str_Code.c_str(), str_Ack.c_str(), nullptr));
     FUZZ_CHECK(z_o_Store->f_GetNrErrors() <= z_o_Store->f_GetMaxErrors());
     char* z_c_Json = nullptr;
     FUZZ_CHECK(z_o_Store->f_ActiveErrorsToJson(&z_c_Json) == 0);
