@@ -130,11 +130,8 @@ int32_t FuzzInput_CL::f_Int() {
 
 std::string FuzzInput_CL::f_Text(size_t ui_Max) {
   std::string str_Text;
-  while (ui_Left > 0 && str_Text.size() < ui_Max) {
-    char c_Next = static_cast<char>(f_Byte());
-    if (c_Next == '\0') break;
+  for (char c_Next; ui_Left > 0 && str_Text.size() < ui_Max && (c_Next = f_Byte()) != '\0';)
     str_Text.push_back(c_Next);
-  }
   return str_Text;
 }
 

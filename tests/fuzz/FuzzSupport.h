@@ -13,6 +13,21 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* z_uc_Data, size_t ui_Size);
 #define FUZZ_CHECK(cond) ((cond) ? (void)0 : f_FuzzFail(#cond, __FILE__, __LINE__))
 [[noreturn]] void f_FuzzFail(const char* z_c_Cond, const char* z_c_File, int i_Line);
 
+// A target's entry point: the sandbox (see f_FuzzRoot), then the body that follows with the
+// input as o_In, then the rule that whatever the body made the service write stays inside
+// the root.
+class FuzzInput_CL;
+#define FUZZ_TARGET(b_Tool, b_CatchErrors)                                          \
+  static void f_FuzzOne(FuzzInput_CL& o_In);                                        \
+  extern "C" int LLVMFuzzerTestOneInput(const uint8_t* z_uc_Data, size_t ui_Size) { \
+    f_FuzzRoot(b_Tool, b_CatchErrors);                                              \
+    FuzzInput_CL o_In(z_uc_Data, ui_Size);                                          \
+    f_FuzzOne(o_In);                                                                \
+    FUZZ_CHECK(f_FuzzNothingOutsideRoot());                                         \
+    return 0;                                                                       \
+  }                                                                                 \
+  static void f_FuzzOne(FuzzInput_CL& o_In)
+
 // The sandbox, made on the first call and removed at exit: the root (with b_Tool a complete
 // simulated tool) as SYSSRV_ROOT and an empty working directory beside it. With
 // b_CatchErrors errors raised through the process's error object stay in the process.

@@ -7,12 +7,10 @@
 #include "FuzzSupport.h"
 #include "SystemSrv.h"
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* z_uc_Data, size_t ui_Size) {
-  f_FuzzRoot(true);
+FUZZ_TARGET(true, false) {
   static BatchCntCfg_CL* z_o_Prg = z_o_BatchCntCfg = new BatchCntCfg_CL(A_C_FUZZ_PRG_PATH);
   static BatchCntCfg_CL* z_o_Job = z_o_JobBatchCntCfg = new BatchCntCfg_CL(A_C_FUZZ_JOB_PATH);
   static SysObj o_Obj{};  // no bus connection: the announcement is logged and dropped
-  FuzzInput_CL o_In(z_uc_Data, ui_Size);
   int i_Dest = (o_In.f_Byte() & 1) ? 7 : 0;
   std::string str_Text = o_In.f_Rest();
   BatchCntCfg_CL* z_o_Cfg = i_Dest != 0 ? z_o_Job : z_o_Prg;
@@ -36,6 +34,4 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* z_uc_Data, size_t ui_Size) 
     z_o_Cfg->f_DeleteAll();
     z_o_Cfg->f_SaveCfg();
   }
-  FUZZ_CHECK(f_FuzzNothingOutsideRoot());
-  return 0;
 }

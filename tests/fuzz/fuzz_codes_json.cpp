@@ -14,14 +14,12 @@ class CodesProbe_CL : public ChanCfg_CL {
 };
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* z_uc_Data, size_t ui_Size) {
-  f_FuzzRoot(true, true);
+FUZZ_TARGET(true, true) {
   static CodesProbe_CL o_Cfg(nullptr);
   static const std::string str_Code = o_Cfg.f_Code();
-  std::string str_Text(reinterpret_cast<const char*>(z_uc_Data), ui_Size);
+  const std::string str_Text = o_In.f_Rest();
   f_FuzzWrite(ChanCfg_CL::A_C_CODES_PATH, str_Text);
 
   FUZZ_CHECK((o_Cfg.f_ReadKrTypes() == 0) == (f_FuzzParse(str_Text) != nullptr));
   FUZZ_CHECK(o_Cfg.f_Code() == str_Code);
-  return 0;
 }

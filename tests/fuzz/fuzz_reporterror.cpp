@@ -7,9 +7,8 @@
 #include "ErrorHandler.h"
 #include "FuzzSupport.h"
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* z_uc_Data, size_t ui_Size) {
+FUZZ_TARGET(true, false) {
   ErrorHandler_CL* z_o_Store = f_FuzzErrorStore();
-  FuzzInput_CL o_In(z_uc_Data, ui_Size);
   for (int i_Report = 0; i_Report < 4 && o_In.f_Left() > 0; ++i_Report) {
     std::string str_Proc = o_In.f_Text(4096);
     std::string str_Code = o_In.f_Text(256);
@@ -27,5 +26,4 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* z_uc_Data, size_t ui_Size) 
   }
   // The ring stays small and the next input starts from a quiet store.
   if (z_o_Store->f_GetNrErrors() > 64) z_o_Store->f_DBRemove();
-  return 0;
 }

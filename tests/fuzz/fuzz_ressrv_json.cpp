@@ -17,9 +17,7 @@ int f_IntAt(const cJSON* z_o_Parent, const char* z_c_Key) {
 }
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* z_uc_Data, size_t ui_Size) {
-  f_FuzzRoot(false);
-  FuzzInput_CL o_In(z_uc_Data, ui_Size);
+FUZZ_TARGET(false, false) {
   // Small sources most of the time, any int now and then.
   uint8_t uc_Mode = o_In.f_Byte();
   int i_Src = (uc_Mode & 0x80) ? o_In.f_Int() : (uc_Mode & 0x0F) - 2;
@@ -40,6 +38,4 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* z_uc_Data, size_t ui_Size) 
     FUZZ_CHECK(f_IntAt(z_o_IdCode, "active") == i_Src);
     FUZZ_CHECK(f_IntAt(z_o_IdCode, "del_after_start") == i_Del);
   }
-  FUZZ_CHECK(f_FuzzNothingOutsideRoot());
-  return 0;
 }

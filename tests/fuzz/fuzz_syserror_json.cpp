@@ -10,10 +10,10 @@
 #include "FuzzSupport.h"
 #include "sysLib/SysPath.h"
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* z_uc_Data, size_t ui_Size) {
+FUZZ_TARGET(true, false) {
   ErrorHandler_CL* z_o_Store = f_FuzzErrorStore();
   f_FuzzRemoveNew();
-  std::string str_Text(reinterpret_cast<const char*>(z_uc_Data), ui_Size);
+  const std::string str_Text = o_In.f_Rest();
   f_FuzzWrite(ErrorHandler_CL::A_C_CFG_PATH, str_Text);
   z_o_Store->f_CfgFileChanged(ErrorHandler_CL::A_C_CFG_PATH);
 
@@ -34,5 +34,4 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* z_uc_Data, size_t ui_Size) 
   // Back to the simulated tool's database; what this input made goes at the next one.
   f_FuzzRemove(ErrorHandler_CL::A_C_CFG_PATH);
   z_o_Store->f_CfgFileChanged(ErrorHandler_CL::A_C_CFG_PATH);
-  return 0;
 }

@@ -7,12 +7,10 @@
 #include "TypschildWelle.h"
 #include "sysLib/Crc.h"
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* z_uc_Data, size_t ui_Size) {
-  f_FuzzRoot(false);
+FUZZ_TARGET(false, false) {
   using Welle = TypschildWelle_CL;
   // The first byte asks for the CRC to be made right: the fields of records whose checksum
   // the fuzzer could never guess are reached too.
-  FuzzInput_CL o_In(z_uc_Data, ui_Size);
   bool b_FixCrc = (o_In.f_Byte() & 1) != 0;
   std::string str_Record = o_In.f_Rest().substr(0, 512);
   if (b_FixCrc && str_Record.size() >= Welle::UI_CRC_OFFSET + 2) {
@@ -38,5 +36,4 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* z_uc_Data, size_t ui_Size) 
     FUZZ_CHECK(o_Welle.f_GetSerNr().empty());
     FUZZ_CHECK(o_Welle.f_GetMoment() == Welle::FL_MOMENT_MISSING);
   }
-  return 0;
 }
