@@ -27,8 +27,11 @@ class Members_CL : public Base_T {
   // Every value; the flags that say which sections the last file had are no values.
   std::string f_Snapshot() const {
     const Members_CL& c = *this;
-    const auto &g = c.o_Getriebe, &a = c.o_Abtrieb, &s = c.o_SonderAbtrieb;
-    const auto &m = c.o_Motor, &w = c.o_Welle;
+    const auto& g = c.o_Getriebe;
+    const auto& a = c.o_Abtrieb;
+    const auto& s = c.o_SonderAbtrieb;
+    const auto& m = c.o_Motor;
+    const auto& w = c.o_Welle;
     return f_Join(
         c.str_Kanalname, c.i_KanalNr, c.str_ZellId, c.fl_MfuFaktor, c.i_MfuDatum, c.ui_MfuZyklus,
         c.d_Wirkungsgrad, c.i_Einheit, c.ui_EinheitDrehmoment, c.str_IdentNr, c.str_Kommentar,
