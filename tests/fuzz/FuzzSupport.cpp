@@ -1,24 +1,22 @@
 #include "FuzzSupport.h"
 
-#include <dirent.h>
 #include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <set>
-#include <sstream>
-#include <vector>
 
-#include <cjson/cJSON.h>
-
+#include "BatchCntCfg.h"
 #include "ErrorHandler.h"
 #include "SystemSrv.h"
 #include "sysLib/Bms.h"
 #include "sysLib/Error.h"
 #include "sysLib/SysExcpt.h"
+
+namespace fs = std::filesystem;
 
 namespace {
 std::string str_Top;   // the directory holding root/ and cwd/
@@ -26,43 +24,37 @@ std::string str_Root;  // SYSSRV_ROOT
 
 void f_RemoveTop() {
   std::error_code o_Ec;  // a directory left in /tmp is no reason to fail a run
-  if (!str_Top.empty()) std::filesystem::remove_all(str_Top, o_Ec);
+  if (!str_Top.empty()) fs::remove_all(str_Top, o_Ec);
 }
 
-// Names in a directory other than "." and "..".
-int f_CountEntries(const std::string& str_Dir) {
-  DIR* z_o_Dir = opendir(str_Dir.c_str());
-  if (z_o_Dir == nullptr) return -1;
-  int i_Count = 0;
-  while (const dirent* z_o_Ent = readdir(z_o_Dir)) {
-    if (std::strcmp(z_o_Ent->d_name, ".") != 0 && std::strcmp(z_o_Ent->d_name, "..") != 0)
-      ++i_Count;
-  }
-  closedir(z_o_Dir);
-  return i_Count;
-}
-}  // namespace
-
-void f_FuzzFail(const char* z_c_Cond, const char* z_c_File, int i_Line) {
-  std::fprintf(stderr, "FUZZ CHECK FAILED: %s (%s:%d)\n", z_c_Cond, z_c_File, i_Line);
-  std::fflush(stderr);
-  std::abort();
+// Names in a directory other than "." and ".."; -1 when it cannot be read.
+long f_CountEntries(const std::string& str_Dir) {
+  std::error_code o_Ec;
+  fs::directory_iterator o_It(str_Dir, o_Ec);
+  return o_Ec ? -1 : std::distance(o_It, fs::directory_iterator());
 }
 
-const std::string& f_FuzzRoot(bool b_Tool) {
-  if (!str_Root.empty()) return str_Root;
-  // The service fsyncs every file it writes: on a RAM file system that costs nothing, on
-  // a disk it would cost most of the run.
+std::set<std::string> f_PathsUnderRoot() {
+  std::set<std::string> o_Paths;
+  std::error_code o_Ec;
+  for (fs::recursive_directory_iterator o_It(str_Root, o_Ec), o_End; !o_Ec && o_It != o_End;
+       o_It.increment(o_Ec))
+    o_Paths.insert(o_It->path().string());
+  return o_Paths;
+}
+
+void f_MakeRoot(bool b_Tool) {
+  // The service fsyncs every file it writes: cheap on a RAM file system, not on a disk.
   const char* z_c_Tmp = std::getenv("TMPDIR");
-  std::string str_Base = z_c_Tmp != nullptr && *z_c_Tmp != '\0' ? z_c_Tmp
-                         : access("/dev/shm", W_OK) == 0 ? "/dev/shm"
-                                                        : "/tmp";
-  std::string str_Tmpl = str_Base + "/syssrv-fuzz-XXXXXX";
+  std::string str_Tmpl = z_c_Tmp != nullptr && *z_c_Tmp != '\0' ? z_c_Tmp
+                         : access("/dev/shm", W_OK) == 0        ? "/dev/shm"
+                                                                : "/tmp";
+  str_Tmpl += "/syssrv-fuzz-XXXXXX";
   if (mkdtemp(str_Tmpl.data()) == nullptr) f_FuzzFail("mkdtemp", __FILE__, __LINE__);
   str_Top = str_Tmpl;
   str_Root = str_Top + "/root";
-  std::filesystem::create_directories(str_Root);
-  std::filesystem::create_directories(str_Top + "/cwd");
+  fs::create_directories(str_Root);
+  fs::create_directories(str_Top + "/cwd");
   std::atexit(f_RemoveTop);
   if (b_Tool) {
     std::string str_Cmd = std::string(SYSSRV_SIM) + " init '" + str_Root + "' >/dev/null 2>&1";
@@ -71,47 +63,43 @@ const std::string& f_FuzzRoot(bool b_Tool) {
   setenv("SYSSRV_ROOT", str_Root.c_str(), 1);
   // A relative path the code under test opens lands here, where the check below sees it.
   if (chdir((str_Top + "/cwd").c_str()) != 0) f_FuzzFail("chdir", __FILE__, __LINE__);
+}
+}  // namespace
+
+const std::string& f_FuzzRoot(bool b_Tool, bool b_CatchErrors) {
+  if (str_Root.empty()) f_MakeRoot(b_Tool);
+  if (b_CatchErrors) f_FuzzCatchErrors();
   return str_Root;
 }
 
+void f_FuzzFail(const char* z_c_Cond, const char* z_c_File, int i_Line) {
+  std::fprintf(stderr, "FUZZ CHECK FAILED: %s (%s:%d)\n", z_c_Cond, z_c_File, i_Line);
+  std::fflush(stderr);
+  std::abort();
+}
+
 void f_FuzzWrite(const std::string& str_Logical, const void* z_v_Data, size_t ui_Size) {
-  std::string str_Full = str_Root + str_Logical;
+  fs::path o_Full = str_Root + str_Logical;
   std::error_code o_Ec;
-  std::filesystem::create_directories(str_Full.substr(0, str_Full.rfind('/')), o_Ec);
-  std::ofstream o_Out(str_Full, std::ios::binary | std::ios::trunc);
-  o_Out.write(static_cast<const char*>(z_v_Data), static_cast<std::streamsize>(ui_Size));
+  fs::create_directories(o_Full.parent_path(), o_Ec);
+  std::ofstream(o_Full, std::ios::binary | std::ios::trunc)
+      .write(static_cast<const char*>(z_v_Data), static_cast<std::streamsize>(ui_Size));
 }
 
 bool f_FuzzRead(const std::string& str_Logical, std::string& str_Text) {
   std::ifstream o_In(str_Root + str_Logical, std::ios::binary);
   if (!o_In) return false;
-  std::stringstream o_Buf;
-  o_Buf << o_In.rdbuf();
-  str_Text = o_Buf.str();
+  str_Text.assign(std::istreambuf_iterator<char>(o_In), std::istreambuf_iterator<char>());
   return true;
 }
 
 void f_FuzzRemove(const std::string& str_Logical) { unlink((str_Root + str_Logical).c_str()); }
 
 void f_FuzzRemoveNew() {
-  namespace fs = std::filesystem;
-  static const std::set<std::string> o_Baseline = [] {
-    std::set<std::string> o_Paths;
-    std::error_code o_Ec;
-    for (fs::recursive_directory_iterator o_It(str_Root, o_Ec), o_End; !o_Ec && o_It != o_End;
-         o_It.increment(o_Ec))
-      o_Paths.insert(o_It->path().string());
-    return o_Paths;
-  }();
-  std::vector<fs::path> v_New;
-  std::error_code o_Ec;
-  for (fs::recursive_directory_iterator o_It(str_Root, o_Ec), o_End; !o_Ec && o_It != o_End;
-       o_It.increment(o_Ec)) {
-    if (o_Baseline.count(o_It->path().string()) != 0) continue;
-    v_New.push_back(o_It->path());
-    o_It.disable_recursion_pending();  // removed whole below
-  }
-  for (const fs::path& o_Path : v_New) fs::remove_all(o_Path, o_Ec);
+  static const std::set<std::string> o_Baseline = f_PathsUnderRoot();
+  std::error_code o_Ec;  // the children of a directory removed before them are gone already
+  for (const std::string& str_Path : f_PathsUnderRoot())
+    if (o_Baseline.count(str_Path) == 0) fs::remove_all(str_Path, o_Ec);
 }
 
 bool f_FuzzNothingOutsideRoot() {
@@ -122,6 +110,10 @@ void f_FuzzCatchErrors() {
   Error_CL* z_o_Error = Error_CL::f_GetErrorObj();
   z_o_Error->f_UseLocalStore();
   z_o_Error->f_AttachStore([](int) {});
+}
+
+CJsonTree_T f_FuzzParse(const std::string& str_Text) {
+  return CJsonTree_T(cJSON_Parse(str_Text.c_str()));
 }
 
 uint8_t FuzzInput_CL::f_Byte() {
@@ -138,11 +130,8 @@ int32_t FuzzInput_CL::f_Int() {
 
 std::string FuzzInput_CL::f_Text(size_t ui_Max) {
   std::string str_Text;
-  while (ui_Left > 0 && str_Text.size() < ui_Max) {
-    char c_Next = static_cast<char>(f_Byte());
-    if (c_Next == '\0') break;
+  for (char c_Next; ui_Left > 0 && str_Text.size() < ui_Max && (c_Next = f_Byte()) != '\0';)
     str_Text.push_back(c_Next);
-  }
   return str_Text;
 }
 
@@ -156,24 +145,34 @@ std::string FuzzInput_CL::f_Rest() {
 ErrorHandler_CL* f_FuzzErrorStore() {
   static ErrorHandler_CL* z_o_Store = nullptr;
   if (z_o_Store != nullptr) return z_o_Store;
-  f_FuzzRoot(true);
-  f_FuzzCatchErrors();
+  f_FuzzRoot(true, true);
   try {
     z_o_Bms = new Bms_CL();
     z_o_Store = new ErrorHandler_CL(nullptr, 0, z_o_Bms);
   } catch (SysExcpt_CL* z_o_Excpt) {
     std::fprintf(stderr, "error store: %s\n", z_o_Excpt->f_GetText());
-    delete z_o_Excpt;
     f_FuzzFail("error store on the simulated tool", __FILE__, __LINE__);
   }
-  z_o_ErrorHandler = z_o_Store;
-  return z_o_Store;
+  return z_o_ErrorHandler = z_o_Store;
 }
 
-bool f_FuzzIsJsonObject(const char* z_c_Text) {
-  if (z_c_Text == nullptr) return false;
-  cJSON* z_o_Tree = cJSON_Parse(z_c_Text);
-  CJsonTree_T o_TreeOwner(z_o_Tree);
-  bool b_Ok = cJSON_IsObject(z_o_Tree);
-  return b_Ok;
+std::string f_FuzzSetText(const CounterSet_ST& o_Set) {
+  std::string str_Text = std::to_string(o_Set.MaxOk) + ',' + std::to_string(o_Set.MaxNok) + ',';
+  for (bool b_Flag : {o_Set.DirectionOk, o_Set.DirectionNok, o_Set.LockTool, o_Set.LockCcw,
+                      o_Set.LockCcwAfterOk, o_Set.LockCcwAfterNok})
+    str_Text += b_Flag ? '1' : '0';
+  return str_Text;
+}
+
+std::string f_FuzzBatchText(const SysBatchCntCfg_CL& o_Cfg) {
+  std::string str_Out = o_Cfg.f_GetBmsSelect() ? "B" : "b";
+  CounterSet_ST o_Set;
+  for (int i_Id = 0; i_Id <= 255; ++i_Id)
+    if (o_Cfg.f_GetCounterSet(i_Id, &o_Set) == 0)
+      str_Out += ' ' + std::to_string(i_Id) + ':' + f_FuzzSetText(o_Set);
+  return str_Out;
+}
+
+std::string f_FuzzBatchFileText(const char* z_c_Path) {
+  return f_FuzzBatchText(SysBatchCntCfg_CL(z_c_Path));
 }

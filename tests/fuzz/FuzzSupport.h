@@ -1,7 +1,6 @@
 #pragma once
-// What every fuzz target shares: the libFuzzer entry points, a sandbox root that lives for
-// the whole process, a reader that cuts an input into typed pieces, and the check that
-// turns a broken rule into a crash the fuzzer keeps.
+// What the fuzz targets share: a sandbox root for the whole process, a reader that cuts an
+// input into typed pieces, and the check that turns a broken rule into a kept crash.
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -10,16 +9,29 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* z_uc_Data, size_t ui_Size);
 
-// Aborts with the rule and its place when z_b_Holds is false: libFuzzer saves the input
-// that did it, the replay driver names the corpus file.
-#define FUZZ_CHECK(cond) \
-  ((cond) ? (void)0 : f_FuzzFail(#cond, __FILE__, __LINE__))
+// Aborts with the rule and its place: libFuzzer keeps the input, the replay names its file.
+#define FUZZ_CHECK(cond) ((cond) ? (void)0 : f_FuzzFail(#cond, __FILE__, __LINE__))
 [[noreturn]] void f_FuzzFail(const char* z_c_Cond, const char* z_c_File, int i_Line);
 
-// The sandbox of this process: a fresh directory with the root inside it and an empty
-// working directory beside it, SYSSRV_ROOT pointing at the root. With b_Tool the root is
-// a complete simulated tool (syssrv-sim init). Made on the first call, removed at exit.
-const std::string& f_FuzzRoot(bool b_Tool);
+// A target's entry point: the sandbox (see f_FuzzRoot), then the body that follows with the
+// input as o_In, then the rule that whatever the body made the service write stays inside
+// the root.
+class FuzzInput_CL;
+#define FUZZ_TARGET(b_Tool, b_CatchErrors)                                          \
+  static void f_FuzzOne(FuzzInput_CL& o_In);                                        \
+  extern "C" int LLVMFuzzerTestOneInput(const uint8_t* z_uc_Data, size_t ui_Size) { \
+    f_FuzzRoot(b_Tool, b_CatchErrors);                                              \
+    FuzzInput_CL o_In(z_uc_Data, ui_Size);                                          \
+    f_FuzzOne(o_In);                                                                \
+    FUZZ_CHECK(f_FuzzNothingOutsideRoot());                                         \
+    return 0;                                                                       \
+  }                                                                                 \
+  static void f_FuzzOne(FuzzInput_CL& o_In)
+
+// The sandbox, made on the first call and removed at exit: the root (with b_Tool a complete
+// simulated tool) as SYSSRV_ROOT and an empty working directory beside it. With
+// b_CatchErrors errors raised through the process's error object stay in the process.
+const std::string& f_FuzzRoot(bool b_Tool, bool b_CatchErrors = false);
 // Writes bytes to a logical path under the root, making its directories.
 void f_FuzzWrite(const std::string& str_Logical, const void* z_v_Data, size_t ui_Size);
 inline void f_FuzzWrite(const std::string& str_Logical, const std::string& str_Text) {
@@ -28,27 +40,27 @@ inline void f_FuzzWrite(const std::string& str_Logical, const std::string& str_T
 // The file at a logical path; false when it cannot be read.
 bool f_FuzzRead(const std::string& str_Logical, std::string& str_Text);
 void f_FuzzRemove(const std::string& str_Logical);
-// Removes every file and directory under the root that was not there on the first call
-// (which only notes what is there): what one input made, such as the directories of a
-// database path or a list moved aside, stays out of the next input's way, and the sandbox
-// does not grow over millions of runs.
+// Removes what was not under the root at the first call, so that one input's files stay
+// out of the next one's way and the sandbox does not grow over millions of runs.
 void f_FuzzRemoveNew();
-// True while nothing has appeared beside the root or in the working directory: whatever
-// an input makes the service write must land inside the root.
+// True while whatever an input made the service write landed inside the root.
 bool f_FuzzNothingOutsideRoot();
-// Errors the code under test raises through the process's error object are kept here
-// instead of going to a bus; the list is cleared on every call.
+// Keeps errors raised through the process's error object off the bus; clears their list.
 void f_FuzzCatchErrors();
+// The text parsed as JSON (null when it does not parse).
+CJsonTree_T f_FuzzParse(const std::string& str_Text);
+inline bool f_FuzzIsJsonObject(const char* z_c_Text) {
+  return z_c_Text != nullptr && cJSON_IsObject(f_FuzzParse(z_c_Text).get());
+}
 
 // Cuts an input into numbers and texts; reads past the end give zeros and empty texts.
 class FuzzInput_CL {
  public:
   FuzzInput_CL(const uint8_t* z_uc_Data, size_t ui_Size) : z_uc_Pos(z_uc_Data), ui_Left(ui_Size) {}
   uint8_t f_Byte();
-  int32_t f_Int();
+  int32_t f_Int();  // four bytes, the first the highest
   // Up to ui_Max bytes, ended early by a zero byte (which is consumed).
   std::string f_Text(size_t ui_Max);
-  // Everything left.
   std::string f_Rest();
   size_t f_Left() const { return ui_Left; }
 
@@ -58,8 +70,17 @@ class FuzzInput_CL {
 };
 
 class ErrorHandler_CL;
-// The service's error store on the simulated tool's database (made on the first call,
-// with the root), also installed as the service's global store for the bus handlers.
+// The service's error store on the simulated tool's database, made on the first call and
+// installed as the service's global store for the bus handlers.
 ErrorHandler_CL* f_FuzzErrorStore();
-// The JSON text parses and is an object; for the texts the service hands out.
-bool f_FuzzIsJsonObject(const char* z_c_Text);
+
+// The batch-counter targets compare configurations set by set.
+struct CounterSet_ST;
+class SysBatchCntCfg_CL;
+constexpr const char* A_C_FUZZ_PRG_PATH = "/home/tool/config/OkNokCntCfg.json";
+constexpr const char* A_C_FUZZ_JOB_PATH = "/home/tool/config/JobOkNokCntCfg.json";
+std::string f_FuzzSetText(const CounterSet_ST& o_Set);
+// Sets 0..255 and the selection flag as one text, the same for two configurations the tool
+// process cannot tell apart; from an object, or as a process reading the file now gets it.
+std::string f_FuzzBatchText(const SysBatchCntCfg_CL& o_Cfg);
+std::string f_FuzzBatchFileText(const char* z_c_Path);

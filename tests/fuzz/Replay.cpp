@@ -1,6 +1,5 @@
 // Runs every file of the given corpus directories (or single files) through the target it
-// is linked with, the way the fuzzer would, without the fuzzer: the normal build and the
-// emulated ARM build replay the corpora as ordinary tests.
+// is linked with, without the fuzzer: every build replays the corpora as ordinary tests.
 #include <algorithm>
 #include <cstdio>
 #include <filesystem>
@@ -14,16 +13,16 @@
 extern "C" int LLVMFuzzerInitialize(int* z_i_Argc, char*** z_z_z_c_Argv) __attribute__((weak));
 
 int main(int argc, char** argv) {
+  namespace fs = std::filesystem;
   if (LLVMFuzzerInitialize != nullptr) LLVMFuzzerInitialize(&argc, &argv);
-  std::vector<std::filesystem::path> o_Files;
+  std::vector<fs::path> o_Files;
   for (int i = 1; i < argc; ++i) {
-    std::filesystem::path o_Arg(argv[i]);
-    if (std::filesystem::is_directory(o_Arg)) {
-      for (const auto& o_Entry : std::filesystem::recursive_directory_iterator(o_Arg))
-        if (o_Entry.is_regular_file()) o_Files.push_back(o_Entry.path());
-    } else {
-      o_Files.push_back(o_Arg);
+    if (!fs::is_directory(argv[i])) {
+      o_Files.push_back(argv[i]);
+      continue;
     }
+    for (const auto& o_Entry : fs::recursive_directory_iterator(argv[i]))
+      if (o_Entry.is_regular_file()) o_Files.push_back(o_Entry.path());
   }
   // A fixed order makes a failure depend on the files alone.
   std::sort(o_Files.begin(), o_Files.end());
@@ -31,13 +30,13 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "replay: no corpus files given\n");
     return 1;
   }
-  for (const auto& o_File : o_Files) {
+  for (const fs::path& o_File : o_Files) {
     // Named before it runs: when a check aborts, the last line names the input.
     std::fprintf(stderr, "replay: %s\n", o_File.c_str());
     std::ifstream o_In(o_File, std::ios::binary);
-    std::vector<char> o_Bytes((std::istreambuf_iterator<char>(o_In)),
-                              std::istreambuf_iterator<char>());
-    LLVMFuzzerTestOneInput(reinterpret_cast<const uint8_t*>(o_Bytes.data()), o_Bytes.size());
+    const std::string str_Bytes{std::istreambuf_iterator<char>(o_In),
+                                std::istreambuf_iterator<char>()};
+    LLVMFuzzerTestOneInput(reinterpret_cast<const uint8_t*>(str_Bytes.data()), str_Bytes.size());
   }
   std::printf("replay: %zu inputs, no failure\n", o_Files.size());
   return 0;

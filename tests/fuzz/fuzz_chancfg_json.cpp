@@ -1,10 +1,8 @@
 // "ChanCfg.json" through the reader every process uses and through the service's start-up,
-// which rebuilds or repairs the file from the nameplates of the simulated tool.
-//  - A file the reader rejects leaves every member as the last good file set it.
-//  - Whatever the file held, after start-up the file is valid for every reader and reads
-//    back to exactly the values the service holds in memory.
+// which rebuilds or repairs the file from the simulated tool's nameplates: a file the reader
+// rejects leaves every member as the last good file set it; after start-up the file is
+// valid for every reader and reads back to exactly the values the service holds.
 #include <cstdio>
-#include <iomanip>
 #include <sstream>
 #include <string>
 
@@ -13,55 +11,51 @@
 #include "TypschildKiro.h"
 
 namespace {
-template <typename Base>
-class Members_CL : public Base {
+template <typename... Value_T>
+std::string f_Join(const Value_T&... a_Values) {
+  std::ostringstream o_Out;
+  o_Out << std::hexfloat;  // no rounding hides a change
+  ((o_Out << a_Values << '|'), ...);
+  return o_Out.str();
+}
+
+template <typename Base_T>
+class Members_CL : public Base_T {
  public:
-  using Base::Base;
+  using Base_T::Base_T;
   const std::string& f_Crc() const { return this->str_TypschildCrc; }
-  // Every value as text; floats in hexadecimal so that no rounding hides a change. The
-  // flags that say which sections the last file read had are no values of their own.
+  // Every value; the flags that say which sections the last file had are no values.
   std::string f_Snapshot() const {
-    std::ostringstream o_Out;
-    o_Out << std::hexfloat;
-    o_Out << this->str_Kanalname << '|' << this->i_KanalNr << '|' << this->str_ZellId << '|'
-          << this->fl_MfuFaktor << '|' << this->i_MfuDatum << '|' << this->ui_MfuZyklus << '|'
-          << this->d_Wirkungsgrad << '|' << this->i_Einheit << '|' << this->ui_EinheitDrehmoment
-          << '|' << this->str_IdentNr << '|' << this->str_Kommentar << '|' << this->str_SerienNr
-          << '|' << this->str_Mnr << '|' << this->str_Code << '|' << this->str_CmpType << '|'
-          << this->str_TypschildCrc << '|';
-    const auto& g = this->o_Getriebe;
-    const auto& a = this->o_Abtrieb;
-    const auto& s = this->o_SonderAbtrieb;
-    o_Out << g.str_SerienNr << '|' << g.str_Mnr << '|' << g.fl_Faktor << '|' << g.fl_Wirkungsgrad
-          << '|' << a.str_SerienNr << '|' << a.str_Mnr << '|' << a.fl_Faktor << '|'
-          << a.fl_Wirkungsgrad << '|' << s.str_SerienNr << '|' << s.str_Mnr << '|' << s.fl_Faktor
-          << '|' << s.fl_Wirkungsgrad << '|' << s.fl_Moment << '|' << s.b_UmkehrDrehrichtung
-          << '|' << s.ul_Zyklus << '|' << this->o_Motor.str_SerienNr << '|'
-          << this->o_Motor.str_Mnr << '|' << this->o_Motor.fl_Moment << '|'
-          << this->o_Motor.i_Drehzahl << '|' << this->o_Motor.i_Winkelsensoren << '|'
-          << this->o_Welle.str_SerienNr << '|' << this->o_Welle.str_Mnr << '|'
-          << this->o_Welle.fl_Moment << '|' << this->b_WartungAktiv << '|'
-          << this->ui_WartungZyklus << '|' << this->ll_WartungDatum << '|'
-          << this->i_LetzteWartungDatum << '|' << this->i_LetzteWartungZyklus;
-    return o_Out.str();
+    const Members_CL& c = *this;
+    const auto& g = c.o_Getriebe;
+    const auto& a = c.o_Abtrieb;
+    const auto& s = c.o_SonderAbtrieb;
+    const auto& m = c.o_Motor;
+    const auto& w = c.o_Welle;
+    return f_Join(
+        c.str_Kanalname, c.i_KanalNr, c.str_ZellId, c.fl_MfuFaktor, c.i_MfuDatum, c.ui_MfuZyklus,
+        c.d_Wirkungsgrad, c.i_Einheit, c.ui_EinheitDrehmoment, c.str_IdentNr, c.str_Kommentar,
+        c.str_SerienNr, c.str_Mnr, c.str_Code, c.str_CmpType, c.str_TypschildCrc, g.str_SerienNr,
+        g.str_Mnr, g.fl_Faktor, g.fl_Wirkungsgrad, a.str_SerienNr, a.str_Mnr, a.fl_Faktor,
+        a.fl_Wirkungsgrad, s.str_SerienNr, s.str_Mnr, s.fl_Faktor, s.fl_Wirkungsgrad, s.fl_Moment,
+        s.b_UmkehrDrehrichtung, s.ul_Zyklus, m.str_SerienNr, m.str_Mnr, m.fl_Moment, m.i_Drehzahl,
+        m.i_Winkelsensoren, w.str_SerienNr, w.str_Mnr, w.fl_Moment, c.b_WartungAktiv,
+        c.ui_WartungZyklus, c.ll_WartungDatum, c.i_LetzteWartungDatum, c.i_LetzteWartungZyklus);
   }
 };
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* z_uc_Data, size_t ui_Size) {
-  f_FuzzRoot(true);
-  f_FuzzCatchErrors();
+FUZZ_TARGET(true, true) {
   // Made once from the simulated tool's good file: the "last good" state of a reader.
   static Members_CL<SysChanCfg_CL> o_Reader(false);
   static const std::string str_NameplateCrc = TypschildKiro_CL().f_GetCrcText();
-  f_FuzzWrite(SysChanCfg_CL::A_C_CHAN_CFG_PATH, z_uc_Data, ui_Size);
+  f_FuzzWrite(SysChanCfg_CL::A_C_CHAN_CFG_PATH, o_In.f_Rest());
 
   std::string str_Before = o_Reader.f_Snapshot();
   if (o_Reader.f_ReadFile() != 0) {
     FUZZ_CHECK(!o_Reader.f_IsConfigValid());
     FUZZ_CHECK(o_Reader.f_Snapshot() == str_Before);
   }
-
   {
     Members_CL<ChanCfg_CL> o_Service(nullptr);
     Members_CL<SysChanCfg_CL> o_After(false);
@@ -73,6 +67,4 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* z_uc_Data, size_t ui_Size) 
                    o_Service.f_Snapshot().c_str());
     FUZZ_CHECK(o_After.f_Snapshot() == o_Service.f_Snapshot());
   }
-  FUZZ_CHECK(f_FuzzNothingOutsideRoot());
-  return 0;
 }

@@ -1,8 +1,6 @@
-// The tool-type list "/etc/codes" through the reader the channel configuration uses to
-// name the tool. Any text is read or refused as a whole (0 exactly when it parses), and a
+// The tool-type list "/etc/codes" through the reader the channel configuration names the
+// tool with: any text is read or refused as a whole (0 exactly when it parses), and a
 // refused list leaves the service's channel configuration as it was.
-#include <cjson/cJSON.h>
-
 #include <string>
 
 #include "ChanCfg.h"
@@ -16,18 +14,12 @@ class CodesProbe_CL : public ChanCfg_CL {
 };
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* z_uc_Data, size_t ui_Size) {
-  f_FuzzRoot(true);
-  f_FuzzCatchErrors();
+FUZZ_TARGET(true, true) {
   static CodesProbe_CL o_Cfg(nullptr);
   static const std::string str_Code = o_Cfg.f_Code();
-  std::string str_Text(reinterpret_cast<const char*>(z_uc_Data), ui_Size);
+  const std::string str_Text = o_In.f_Rest();
   f_FuzzWrite(ChanCfg_CL::A_C_CODES_PATH, str_Text);
 
-  cJSON* z_o_Tree = cJSON_Parse(str_Text.c_str());
-  CJsonTree_T o_TreeOwner(z_o_Tree);
-  bool b_Parses = z_o_Tree != nullptr;
-  FUZZ_CHECK((o_Cfg.f_ReadKrTypes() == 0) == b_Parses);
+  FUZZ_CHECK((o_Cfg.f_ReadKrTypes() == 0) == (f_FuzzParse(str_Text) != nullptr));
   FUZZ_CHECK(o_Cfg.f_Code() == str_Code);
-  return 0;
 }

@@ -1,15 +1,14 @@
-// "rdystatus.json", the table of required readiness flags, through the reader the error
-// store builds at start-up. A table it cannot use is refused with the library's
-// exception; a table it takes requires exactly its flags 0..31 marked as required.
+// "rdystatus.json", the required readiness flags, through the error store's start-up
+// reader: an unusable table is refused with the library's exception, a table taken
+// requires at least its flags 0..31 marked as required.
 #include <cstdint>
 
 #include "FuzzSupport.h"
 #include "RdyStatus.h"
 #include "sysLib/SysExcpt.h"
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* z_uc_Data, size_t ui_Size) {
-  f_FuzzRoot(false);
-  f_FuzzWrite(RdyStatus_CL::A_C_RDY_STATUS_SOLL_PATH, z_uc_Data, ui_Size);
+FUZZ_TARGET(false, false) {
+  f_FuzzWrite(RdyStatus_CL::A_C_RDY_STATUS_SOLL_PATH, o_In.f_Rest());
   try {
     RdyStatus_CL o_Status;
     uint32_t ui_Named = 0;
@@ -23,5 +22,4 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* z_uc_Data, size_t ui_Size) 
   } catch (SysExcpt_CL* z_o_Excpt) {
     delete z_o_Excpt;
   }
-  return 0;
 }

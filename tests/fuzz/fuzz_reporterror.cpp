@@ -1,22 +1,20 @@
 // "freporterror" (process name, coded number, acknowledge word) through the bus handler
-// into the error store on the simulated tool's database, a few reports per input. After
-// each: the ring holds no more rows than its bound, the list handed to the bus is a JSON
-// object, and the current error has a class of three bits.
+// into the error store, a few reports per input. After each the ring keeps its bound, the
+// list for the bus is a JSON object and the current error has a class of three bits.
 #include <cstdlib>
 #include <string>
 
 #include "ErrorHandler.h"
 #include "FuzzSupport.h"
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* z_uc_Data, size_t ui_Size) {
+FUZZ_TARGET(true, false) {
   ErrorHandler_CL* z_o_Store = f_FuzzErrorStore();
-  FuzzInput_CL o_In(z_uc_Data, ui_Size);
   for (int i_Report = 0; i_Report < 4 && o_In.f_Left() > 0; ++i_Report) {
     std::string str_Proc = o_In.f_Text(4096);
     std::string str_Code = o_In.f_Text(256);
     std::string str_Ack = o_In.f_Text(64);
-    FUZZ_CHECK(f_ReportError(nullptr, str_Proc.c_str(), str_Code.c_str(), str_Ack.c_str(),
-                             nullptr));
+    FUZZ_CHECK(
+        f_ReportError(nullptr, str_Proc.c_str(), str_Code.c_str(), str_Ack.c_str(), nullptr));
     FUZZ_CHECK(z_o_Store->f_GetNrErrors() <= z_o_Store->f_GetMaxErrors());
     char* z_c_Json = nullptr;
     FUZZ_CHECK(z_o_Store->f_ActiveErrorsToJson(&z_c_Json) == 0);
@@ -28,5 +26,4 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* z_uc_Data, size_t ui_Size) 
   }
   // The ring stays small and the next input starts from a quiet store.
   if (z_o_Store->f_GetNrErrors() > 64) z_o_Store->f_DBRemove();
-  return 0;
 }

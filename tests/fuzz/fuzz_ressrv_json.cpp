@@ -1,8 +1,6 @@
 // "ResSrv.json" (the result server's file) through "fidcodesrcset": input is the source
 // and the delete flag the caller sends, then the file. A file the handler cannot use stays
 // as it was; a file it changes is one the result server reads back with the new values.
-#include <cjson/cJSON.h>
-
 #include <string>
 
 #include "FuzzSupport.h"
@@ -19,9 +17,7 @@ int f_IntAt(const cJSON* z_o_Parent, const char* z_c_Key) {
 }
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* z_uc_Data, size_t ui_Size) {
-  f_FuzzRoot(false);
-  FuzzInput_CL o_In(z_uc_Data, ui_Size);
+FUZZ_TARGET(false, false) {
   // Small sources most of the time, any int now and then.
   uint8_t uc_Mode = o_In.f_Byte();
   int i_Src = (uc_Mode & 0x80) ? o_In.f_Int() : (uc_Mode & 0x0F) - 2;
@@ -32,18 +28,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* z_uc_Data, size_t ui_Size) 
   static SysObj o_Obj{};
   gboolean b_Ok = f_IDCodeSrcSet(&o_Obj, i_Src, i_Del, nullptr);
   std::string str_After;
-  bool b_Exists = f_FuzzRead(A_C_PATH, str_After);
-  FUZZ_CHECK(b_Exists);
+  FUZZ_CHECK(f_FuzzRead(A_C_PATH, str_After));
   if (!b_Ok || str_After == str_File) {
     FUZZ_CHECK(str_After == str_File);
   } else {
-    cJSON* z_o_Tree = cJSON_Parse(str_After.c_str());
-    CJsonTree_T o_TreeOwner(z_o_Tree);
-    FUZZ_CHECK(cJSON_IsObject(z_o_Tree));
-    const cJSON* z_o_IdCode = cJSON_GetObjectItemCaseSensitive(z_o_Tree, "id_code");
+    CJsonTree_T o_Tree = f_FuzzParse(str_After);
+    FUZZ_CHECK(cJSON_IsObject(o_Tree.get()));
+    const cJSON* z_o_IdCode = cJSON_GetObjectItemCaseSensitive(o_Tree.get(), "id_code");
     FUZZ_CHECK(f_IntAt(z_o_IdCode, "active") == i_Src);
     FUZZ_CHECK(f_IntAt(z_o_IdCode, "del_after_start") == i_Del);
   }
-  FUZZ_CHECK(f_FuzzNothingOutsideRoot());
-  return 0;
 }

@@ -2,7 +2,6 @@
 // path the service takes when another process announces the file changed. Whatever the
 // file says, the store ends with an absolute path and a bound of at least one row, keeps
 // working, and writes nothing outside the root.
-#include <cjson/cJSON.h>
 #include <sys/stat.h>
 
 #include <string>
@@ -11,10 +10,10 @@
 #include "FuzzSupport.h"
 #include "sysLib/SysPath.h"
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* z_uc_Data, size_t ui_Size) {
+FUZZ_TARGET(true, false) {
   ErrorHandler_CL* z_o_Store = f_FuzzErrorStore();
   f_FuzzRemoveNew();
-  std::string str_Text(reinterpret_cast<const char*>(z_uc_Data), ui_Size);
+  const std::string str_Text = o_In.f_Rest();
   f_FuzzWrite(ErrorHandler_CL::A_C_CFG_PATH, str_Text);
   z_o_Store->f_CfgFileChanged(ErrorHandler_CL::A_C_CFG_PATH);
 
@@ -28,11 +27,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* z_uc_Data, size_t ui_Size) 
   FUZZ_CHECK(f_FuzzNothingOutsideRoot());
   // The recovery of an unusable list never moves another file of the tool away.
   struct stat o_St {};
-  for (const char* z_c_Kept : {"/home/tool/config", "/home/tool/config/log/rdystatus.json", "/etc/hostname"})
+  for (const char* z_c_Kept :
+       {"/home/tool/config", "/home/tool/config/log/rdystatus.json", "/etc/hostname"})
     FUZZ_CHECK(stat(f_SysPath(z_c_Kept).c_str(), &o_St) == 0);
 
   // Back to the simulated tool's database; what this input made goes at the next one.
   f_FuzzRemove(ErrorHandler_CL::A_C_CFG_PATH);
   z_o_Store->f_CfgFileChanged(ErrorHandler_CL::A_C_CFG_PATH);
-  return 0;
 }

@@ -7,12 +7,10 @@
 #include "TypschildWelle.h"
 #include "sysLib/Crc.h"
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* z_uc_Data, size_t ui_Size) {
-  f_FuzzRoot(false);
+FUZZ_TARGET(false, false) {
   using Welle = TypschildWelle_CL;
-  // The first byte asks for the CRC to be made right, so the fuzzer also reaches the
-  // fields of records it could never guess a checksum for.
-  FuzzInput_CL o_In(z_uc_Data, ui_Size);
+  // The first byte asks for the CRC to be made right: the fields of records whose checksum
+  // the fuzzer could never guess are reached too.
   bool b_FixCrc = (o_In.f_Byte() & 1) != 0;
   std::string str_Record = o_In.f_Rest().substr(0, 512);
   if (b_FixCrc && str_Record.size() >= Welle::UI_CRC_OFFSET + 2) {
@@ -24,18 +22,18 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* z_uc_Data, size_t ui_Size) 
 
   Welle o_Welle;
   bool b_Accepted = o_Welle.f_GetMnr().size() != 0;
-  FUZZ_CHECK(b_Accepted == (str_Record.size() >= Welle::UI_CRC_OFFSET + 2 && o_Welle.f_CheckCrc() == 0));
+  FUZZ_CHECK(b_Accepted ==
+             (str_Record.size() >= Welle::UI_CRC_OFFSET + 2 && o_Welle.f_CheckCrc() == 0));
   if (b_Accepted) {
     const unsigned char* z_uc_Rec = reinterpret_cast<const unsigned char*>(str_Record.data());
     FUZZ_CHECK(o_Welle.f_GetMnr() == str_Record.substr(Welle::UI_MNR_OFFSET, Welle::UI_MNR_LEN));
     FUZZ_CHECK(o_Welle.f_GetSerNr() ==
                str_Record.substr(Welle::UI_SERNR_OFFSET, Welle::UI_SERNR_LEN));
-    unsigned int ui_Tenths = z_uc_Rec[Welle::UI_MOMENT_OFFSET] |
-                             (z_uc_Rec[Welle::UI_MOMENT_OFFSET + 1] << 8);
+    unsigned int ui_Tenths =
+        z_uc_Rec[Welle::UI_MOMENT_OFFSET] | (z_uc_Rec[Welle::UI_MOMENT_OFFSET + 1] << 8);
     FUZZ_CHECK(o_Welle.f_GetMoment() == static_cast<float>(ui_Tenths / 10.0));
   } else {
     FUZZ_CHECK(o_Welle.f_GetSerNr().empty());
     FUZZ_CHECK(o_Welle.f_GetMoment() == Welle::FL_MOMENT_MISSING);
   }
-  return 0;
 }

@@ -1,11 +1,12 @@
 #include "TestSupport.h"
 
+#include <unistd.h>
+
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
+#include <iterator>
 #include <stdexcept>
-#include <unistd.h>
 
 TempRoot::TempRoot() {
   char a_c_Tmpl[] = "/tmp/syssrv-unit-XXXXXX";
@@ -21,17 +22,15 @@ TempRoot::~TempRoot() {
 }
 
 void TempRoot::f_Write(const std::string& str_Logical, const std::string& str_Content) const {
-  std::string str_Full = f_Path(str_Logical);
+  std::filesystem::path o_Full = f_Path(str_Logical);
   std::error_code o_Ec;  // a parent that cannot be made shows when the file is used
-  std::filesystem::create_directories(str_Full.substr(0, str_Full.rfind('/')), o_Ec);
-  std::ofstream(str_Full, std::ios::binary | std::ios::trunc) << str_Content;
+  std::filesystem::create_directories(o_Full.parent_path(), o_Ec);
+  std::ofstream(o_Full, std::ios::binary | std::ios::trunc) << str_Content;
 }
 
 std::string TempRoot::f_Read(const std::string& str_Logical) const {
   std::ifstream o_In(f_Path(str_Logical), std::ios::binary);
-  std::stringstream o_Buf;
-  o_Buf << o_In.rdbuf();
-  return o_Buf.str();
+  return {std::istreambuf_iterator<char>(o_In), std::istreambuf_iterator<char>()};
 }
 
 bool TempRoot::f_Exists(const std::string& str_Logical) const {

@@ -1,9 +1,8 @@
 #pragma once
-// Shared helpers of the unit tests: a sandbox root in a temporary directory.
+// A sandbox root for the unit tests: a fresh temporary directory that SYSSRV_ROOT points
+// at while the object lives.
 #include <string>
 
-// Creates a fresh temporary directory, points SYSSRV_ROOT at it, and removes it (and
-// unsets the variable) when destroyed.
 class TempRoot {
  public:
   TempRoot();

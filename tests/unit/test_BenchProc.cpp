@@ -7,8 +7,8 @@
 #include <unistd.h>
 
 #include <chrono>
-#include <ctime>
 #include <cstring>
+#include <ctime>
 #include <fstream>
 #include <string>
 #include <thread>
@@ -17,13 +17,26 @@
 #include "BenchProc.h"
 #include "BenchTarget.h"
 
+namespace {
+using Clock_T = std::chrono::steady_clock;
+
+// True once the process ignores SIGTERM (its shell has run the trap).
+bool f_IgnoresTerm(pid_t i_Pid) {
+  std::ifstream o_Status("/proc/" + std::to_string(i_Pid) + "/status");
+  for (std::string str_Line; std::getline(o_Status, str_Line);)
+    if (str_Line.compare(0, 7, "SigIgn:") == 0)
+      return (std::stoull(str_Line.substr(7), nullptr, 16) >> (SIGTERM - 1)) & 1;
+  return false;
+}
+}  // namespace
+
 TEST(BenchProc, FiguresOfARunningProcess) {
   const pid_t i_Self = getpid();
   const long long ll_Cpu0 = f_ProcCpuNs(i_Self);
   ASSERT_GE(ll_Cpu0, 0);
   volatile unsigned long ul_Sum = 0;
-  const auto o_End = std::chrono::steady_clock::now() + std::chrono::milliseconds(30);
-  while (std::chrono::steady_clock::now() < o_End) ul_Sum = ul_Sum + 1;
+  for (auto o_End = Clock_T::now() + std::chrono::milliseconds(30); Clock_T::now() < o_End;)
+    ul_Sum = ul_Sum + 1;
   EXPECT_GT(f_ProcCpuNs(i_Self), ll_Cpu0);
 
   const int i_Fds = f_ProcOpenFds(i_Self);
@@ -44,71 +57,49 @@ TEST(BenchProc, FiguresOfARunningProcess) {
 // The idle figure's counter keeps the time of a thread that has ended, as a service's
 // worker threads do while it idles; a sum over the living threads drops it.
 TEST(BenchProc, LifetimeCpuKeepsEndedThreads) {
-  const pid_t i_Self = getpid();
-  const long long ll_Life0 = f_ProcLifeCpuNs(i_Self);
+  const long long ll_Life0 = f_ProcLifeCpuNs(getpid());
   ASSERT_GE(ll_Life0, 0);
   // The worker runs until it has had 100 ms of CPU, however loaded the machine is.
-  std::thread o_Worker([] {
+  std::thread([] {
     timespec o_Cpu{};
     do clock_gettime(CLOCK_THREAD_CPUTIME_ID, &o_Cpu);
     while (o_Cpu.tv_sec == 0 && o_Cpu.tv_nsec < 100 * 1000 * 1000);
-  });
-  o_Worker.join();
+  }).join();
   // Ticks of 10 ms: well over half of the worker's 100 ms must be there.
-  EXPECT_GE(f_ProcLifeCpuNs(i_Self) - ll_Life0, 50LL * 1000 * 1000);
+  EXPECT_GE(f_ProcLifeCpuNs(getpid()) - ll_Life0, 50LL * 1000 * 1000);
   EXPECT_EQ(f_ProcLifeCpuNs(-1), -1);
 }
 
-namespace {
-// True once the process ignores SIGTERM (its shell has run the trap).
-bool f_IgnoresTerm(pid_t i_Pid) {
-  std::ifstream o_Status("/proc/" + std::to_string(i_Pid) + "/status");
-  std::string str_Line;
-  while (std::getline(o_Status, str_Line))
-    if (str_Line.compare(0, 7, "SigIgn:") == 0)
-      return (std::stoull(str_Line.substr(7), nullptr, 16) >> (SIGTERM - 1)) & 1;
-  return false;
-}
-}  // namespace
-
 TEST(BenchProc, ChildrenAreEndedAndGoneProcessesReadAsMissing) {
-  struct Case_ST {
-    const char* z_c_Script;
-    int i_GraceMs;
-  };
   // One that ends on SIGTERM, one that ignores it and must be killed after the grace.
-  const Case_ST a_o_Cases[] = {{"exec sleep 30", 5000}, {"trap '' TERM; sleep 30; sleep 30", 300}};
-  const auto o_Deadline = std::chrono::seconds(10);
-  for (const Case_ST& o_Case : a_o_Cases) {
+  for (bool b_IgnoresTerm : {false, true}) {
+    SCOPED_TRACE(b_IgnoresTerm ? "ignores SIGTERM" : "ends on SIGTERM");
     Child_CL o_Child;
-    ASSERT_TRUE(o_Child.f_Start({"sh", "-c", o_Case.z_c_Script}, {"BENCH_TEST=1"}, "/dev/null"));
+    ASSERT_TRUE(o_Child.f_Start(
+        {"sh", "-c", b_IgnoresTerm ? "trap '' TERM; sleep 30; sleep 30" : "exec sleep 30"},
+        {"BENCH_TEST=1"}, "/dev/null"));
     const pid_t i_Pid = o_Child.f_Pid();
     EXPECT_TRUE(o_Child.f_Running());
     EXPECT_GE(f_ProcCpuNs(i_Pid), 0);
-    if (o_Case.i_GraceMs < 1000) {
-      const auto o_Until = std::chrono::steady_clock::now() + o_Deadline;
-      while (!f_IgnoresTerm(i_Pid) && std::chrono::steady_clock::now() < o_Until)
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-      ASSERT_TRUE(f_IgnoresTerm(i_Pid));
-    }
-    const auto o_Start = std::chrono::steady_clock::now();
-    o_Child.f_Stop(o_Case.i_GraceMs);
-    EXPECT_LT(std::chrono::steady_clock::now() - o_Start, o_Deadline)
-        << o_Case.z_c_Script;
+    const auto o_Deadline = Clock_T::now() + std::chrono::seconds(10);
+    while (b_IgnoresTerm && !f_IgnoresTerm(i_Pid) && Clock_T::now() < o_Deadline)
+      std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    ASSERT_TRUE(!b_IgnoresTerm || f_IgnoresTerm(i_Pid));
+    const auto o_Start = Clock_T::now();
+    o_Child.f_Stop(b_IgnoresTerm ? 300 : 5000);
+    EXPECT_LT(Clock_T::now() - o_Start, std::chrono::seconds(10));
     EXPECT_FALSE(o_Child.f_Running());
-    EXPECT_EQ(f_ProcCpuNs(i_Pid), -1) << o_Case.z_c_Script;
+    EXPECT_EQ(f_ProcCpuNs(i_Pid), -1);
     EXPECT_EQ(f_ProcOpenFds(i_Pid), -1);
   }
 }
 
 TEST(BenchProc, MedianOfTheRepetitions) {
   auto f_Runs = [](std::initializer_list<double> a_d_Values) {
-    std::vector<Sample_ST> a_o_Runs;
-    for (double d_V : a_d_Values) {
-      Sample_ST o_S;
-      o_S.d_P50Us = d_V;
-      o_S.d_CallsPerS = 1000 - d_V;
-      a_o_Runs.push_back(o_S);
+    std::vector<Sample_ST> a_o_Runs(a_d_Values.size());
+    for (size_t i = 0; i < a_o_Runs.size(); ++i) {
+      a_o_Runs[i].d_P50Us = a_d_Values.begin()[i];
+      a_o_Runs[i].d_CallsPerS = 1000 - a_d_Values.begin()[i];
     }
     return f_Median(a_o_Runs);
   };

@@ -28,11 +28,10 @@ TEST(BridgeConfig, AcceptsTheSampleAndRefusesWhatWouldMisbehave) {
   EXPECT_EQ(o_Cfg.str_Prefix, "plant/line3");
   EXPECT_EQ(BridgeConfig_ST().f_Port(), 1883);
 
-  struct Bad_ST {
+  const struct {
     const char* z_c_Text;
     const char* z_c_Why;
-  };
-  const Bad_ST a_o_Bad[] = {
+  } a_o_Bad[] = {
       {"hots = x\n", "unknown key"},
       {"port = 70000\n", "not a number in range"},
       {"port = 18x3\n", "not a number in range"},
@@ -47,7 +46,7 @@ TEST(BridgeConfig, AcceptsTheSampleAndRefusesWhatWouldMisbehave) {
       {"tls_cert_file = /c\ntls_key_file = /k\n", "needs tls_ca_file"},
       {"reconnect_min = 10\nreconnect_max = 5\n", "below reconnect_min"},
   };
-  for (const Bad_ST& o_B : a_o_Bad) {
+  for (const auto& o_B : a_o_Bad) {
     BridgeConfig_ST o_C;
     std::string str_E;
     EXPECT_FALSE(f_ParseBridgeConfig(o_B.z_c_Text, &o_C, &str_E)) << o_B.z_c_Text;

@@ -1,8 +1,7 @@
 // The spindle nameplate: field widths, the rated torque, the record CRC, and records that
-// are damaged, short or missing.
+// are damaged, short or missing (random records are left to the fuzz_welle_record corpus).
 #include <gtest/gtest.h>
 
-#include <random>
 #include <string>
 
 #include "TestSupport.h"
@@ -33,7 +32,6 @@ TEST(TypschildWelle, FieldsAreTakenAtTheirFullWidths) {
   EXPECT_EQ(o_Full.f_GetMnr(), "12345678901");
   EXPECT_EQ(o_Full.f_GetSerNr(), "ABCDEFGHIJKLMNOPQR");
   EXPECT_FLOAT_EQ(o_Full.f_GetMoment(), 12.5f);
-  EXPECT_EQ(o_Full.f_Write(), 0);
 
   o_Root.f_Write(Welle::A_C_DEVICE_PATH, f_Record(" 8843590101", "W23", 0));
   Welle o_Padded;  // zero padding belongs to the field
@@ -53,31 +51,14 @@ TEST(TypschildWelle, BadRecordsKeepTheValuesRead) {
   str_BadCrc[114] ^= 1;
   for (const std::string& str_Bad :
        {str_Flipped, str_BadCrc, str_Good.substr(0, 114), std::string()}) {
+    SCOPED_TRACE(str_Bad.size());
     o_Root.f_Write(Welle::A_C_DEVICE_PATH, str_Bad);
-    EXPECT_EQ(o_Welle.f_Read(), -1) << str_Bad.size();
+    EXPECT_EQ(o_Welle.f_Read(), -1);
     EXPECT_EQ(o_Welle.f_GetMnr().substr(0, 10), "8843590101");
     EXPECT_FLOAT_EQ(o_Welle.f_GetMoment(), 6553.5f);
     Welle o_Fresh;
     EXPECT_EQ(o_Fresh.f_GetSerNr() + o_Fresh.f_GetMnr(), "");
     EXPECT_EQ(o_Fresh.f_GetMoment(), Welle::FL_MOMENT_MISSING);
-  }
-}
-
-TEST(TypschildWelle, RandomRecordsAreReadSafely) {
-  TempRoot o_Root;
-  std::mt19937 o_Rng(815);
-  Welle o_Welle;
-  for (int i = 0; i < 1000; ++i) {
-    std::string str_Rec(o_Rng() % 200, '\0');
-    for (char& c_Byte : str_Rec) c_Byte = static_cast<char>(o_Rng());
-    bool b_Valid = i % 3 == 0 && str_Rec.size() >= 128;
-    if (b_Valid) {
-      str_Rec.replace(0, 128,
-                      f_Record(str_Rec.substr(0, 11), str_Rec.substr(11, 18), o_Rng() & 0xFFFF));
-    }
-    o_Root.f_Write(Welle::A_C_DEVICE_PATH, str_Rec);
-    int i_Ret = o_Welle.f_Read();
-    EXPECT_TRUE(b_Valid ? i_Ret == 0 : i_Ret == -1 || str_Rec.size() >= 115) << i;
   }
 }
 }  // namespace

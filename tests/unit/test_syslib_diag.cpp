@@ -10,7 +10,9 @@
 #include "TestSupport.h"
 #include "sysLib/SysDiag.h"
 
-TEST(SysDiag, ValuesAreStoredAsBareText) {
+// Each value goes to its own file as bare text; the directories are made again when a
+// write finds them missing, as when someone clears /var under the running service.
+TEST(SysDiag, ValuesAreStoredAsBareTextAndTheStoreIsMadeAgain) {
   TempRoot o_Root;
   struct Case_ST {
     std::function<int()> f_Set;
@@ -20,57 +22,41 @@ TEST(SysDiag, ValuesAreStoredAsBareText) {
   const Case_ST a_o_Cases[] = {
       {[] { return f_SysDiagSetParam("sysfault", "3228"); }, "sysfault", "3228"},
       {[] { return f_SysDiagSetCycle(4000000000u); }, "cycle", "4000000000"},
-      {[] { return f_SysDiagSetTorqueLoad(1.5); }, "torqueload", "1.500000"},
       {[] { return f_SysDiagSetLoadStartCycle(17); }, "loadstartcycle", "17"},
       {[] { return f_SysDiagSetTemperature(23.456f); }, "temperature", "23.46"},
       {[] { return f_SysDiagSetBatteryStatus(4); }, "battery/status", "4"},
       {[] { return f_SysDiagSetBatteryPower(-1); }, "battery/power", "-1"},
+      {[] { return f_SysDiagSetTorqueLoad(1.5); }, "torqueload", "1.500000"},
   };
   for (const Case_ST& o_Case : a_o_Cases) {
-    EXPECT_EQ(o_Case.f_Set(), 0) << o_Case.z_c_File;
+    SCOPED_TRACE(o_Case.z_c_File);
+    std::filesystem::remove_all(o_Root.f_Path("/var/sysdiag"));
+    EXPECT_EQ(o_Case.f_Set(), 0);
     EXPECT_EQ(o_Root.f_Read(std::string("/var/sysdiag/") + o_Case.z_c_File), o_Case.z_c_Text);
   }
+  // Only what was written lies in the store: no temporary is left behind.
+  int i_Entries = 0;
+  for (const auto& o_Entry :
+       std::filesystem::recursive_directory_iterator(o_Root.f_Path("/var/sysdiag")))
+    i_Entries += o_Entry.is_regular_file() ? 1 : 0;
+  EXPECT_EQ(i_Entries, 1);
   // A value too large for its fixed buffer is refused, not cut.
   EXPECT_EQ(f_SysDiagSetTorqueLoad(1e300), -1);
   EXPECT_EQ(o_Root.f_Read("/var/sysdiag/torqueload"), "1.500000");
-}
 
-// Values go straight to their files; the directories are only made when a write finds
-// them missing, also when someone clears /var under the running service. A replaced file
-// keeps the mode it was given.
-TEST(SysDiag, StoreClearedWhileRunningIsMadeAgain) {
-  TempRoot o_Root;
+  // A replaced file keeps the mode it was given.
   ASSERT_EQ(f_SysDiagSetBatteryPower(50), 0);
   chmod(o_Root.f_Path("/var/sysdiag/battery/power").c_str(), 0640);
   ASSERT_EQ(f_SysDiagSetBatteryPower(51), 0);
   struct stat o_St {};
   ASSERT_EQ(stat(o_Root.f_Path("/var/sysdiag/battery/power").c_str(), &o_St), 0);
   EXPECT_EQ(o_St.st_mode & 07777, 0640u);
-
-  const std::function<int()> a_f_Writes[] = {
-      [] { return f_SysDiagSetBatteryPower(52); },
-      [] { return f_SysDiagSetBatteryStatus(3); },
-      [] { return f_SysDiagSetParam("sysfault", "3228"); },
-  };
-  const char* const a_c_Files[] = {"battery/power", "battery/status", "sysfault"};
-  const char* const a_c_Texts[] = {"52", "3", "3228"};
-  for (int i_Case = 0; i_Case < 3; ++i_Case) {
-    std::filesystem::remove_all(o_Root.f_Path("/var/sysdiag"));
-    EXPECT_EQ(a_f_Writes[i_Case](), 0) << a_c_Files[i_Case];
-    EXPECT_EQ(o_Root.f_Read(std::string("/var/sysdiag/") + a_c_Files[i_Case]), a_c_Texts[i_Case]);
-  }
-  // Only what was written lies in the store: no temporary is left behind.
-  int i_Entries = 0;
-  for (const auto& o_Entry : std::filesystem::recursive_directory_iterator(o_Root.f_Path("/var/sysdiag")))
-    i_Entries += o_Entry.is_regular_file() ? 1 : 0;
-  EXPECT_EQ(i_Entries, 1);
 }
 
 TEST(SysDiag, NamesStayInsideTheStore) {
   TempRoot o_Root;
-  for (const char* z_c_Key : {"../escape", "/abs", "a/../../b", "", "hardware/"}) {
+  for (const char* z_c_Key : {"../escape", "/abs", "a/../../b", "", "hardware/"})
     EXPECT_EQ(f_SysDiagSetParam(z_c_Key, "x"), -1) << z_c_Key;
-  }
   EXPECT_FALSE(o_Root.f_Exists("/var/escape"));
   EXPECT_EQ(f_SysDiagSetParam("hardware/mnr", "1"), -1);  // sub-directory not made yet
   EXPECT_EQ(f_SysDiagMakeSubDir("hardware"), 0);
@@ -102,13 +88,13 @@ TEST(SysDiag, ReadersTrimAndRefuseWhatDoesNotFit) {
       {"", -1, false},           {"1\n", 1, true},  {"11", 11, false},
   };
   for (const Case_ST& o_Case : a_o_Cases) {
+    SCOPED_TRACE(std::string("\"") + o_Case.z_c_Text + '"');
     o_Root.f_Write("/var/sysdiag/cycle", o_Case.z_c_Text);
     o_Root.f_Write("/var/sysdiag/srbmod", o_Case.z_c_Text);
     ui_Cycle = 0;
     int i_Ret = f_SysDiagGetCycle(&ui_Cycle);
-    EXPECT_EQ(i_Ret == 0 ? static_cast<long long>(ui_Cycle) : -1, o_Case.ll_Cycle)
-        << '"' << o_Case.z_c_Text << '"';
+    EXPECT_EQ(i_Ret == 0 ? static_cast<long long>(ui_Cycle) : -1, o_Case.ll_Cycle);
     ASSERT_EQ(f_SysDiagGetSrbMod(&b_Busy), 0);
-    EXPECT_EQ(b_Busy, o_Case.b_Busy) << '"' << o_Case.z_c_Text << '"';
+    EXPECT_EQ(b_Busy, o_Case.b_Busy);
   }
 }
