@@ -15,9 +15,10 @@
 #include <sstream>
 
 namespace {
-// Two adjacent tick counters of a stat file (fields i_Field and i_Field + 1, counted from
-// 1 as in proc(5)), summed, in nanoseconds; -1 when unreadable.
-long long f_StatTicksNs(const std::string& str_StatFile, int i_Field) {
+// Adjacent tick counters of a stat file (i_Count fields from i_Field on, counted from 1 as
+// in proc(5)), summed, in nanoseconds; -1 when unreadable. One read, so the counters are
+// of one moment.
+long long f_StatTicksNs(const std::string& str_StatFile, int i_Field, int i_Count = 2) {
   std::ifstream o_Stat(str_StatFile);
   std::string str_Line;
   if (!std::getline(o_Stat, str_Line)) return -1;
@@ -27,9 +28,13 @@ long long f_StatTicksNs(const std::string& str_StatFile, int i_Field) {
   std::istringstream o_Fields(str_Line.substr(ui_Close + 2));
   std::string str_Skip;
   for (int i_Skip = 3; i_Skip < i_Field; ++i_Skip) o_Fields >> str_Skip;
-  long long ll_A = 0, ll_B = 0;
-  if (!(o_Fields >> ll_A >> ll_B)) return -1;
-  return (ll_A + ll_B) * (1000000000LL / sysconf(_SC_CLK_TCK));
+  long long ll_Sum = 0;
+  for (int i = 0; i < i_Count; ++i) {
+    long long ll_Ticks = 0;
+    if (!(o_Fields >> ll_Ticks)) return -1;
+    ll_Sum += ll_Ticks;
+  }
+  return ll_Sum * (1000000000LL / sysconf(_SC_CLK_TCK));
 }
 
 // schedstat holds the run time in ns; stat only in clock ticks of 10 ms, too coarse for
@@ -58,10 +63,8 @@ long long f_ProcCpuNs(pid_t i_Pid) {
 }
 
 long long f_ProcLifeCpuNs(pid_t i_Pid) {
-  std::string str_Stat = "/proc/" + std::to_string(i_Pid) + "/stat";
-  long long ll_Own = f_StatTicksNs(str_Stat, 14);        // utime, stime
-  long long ll_Children = f_StatTicksNs(str_Stat, 16);   // cutime, cstime
-  return ll_Own < 0 || ll_Children < 0 ? -1 : ll_Own + ll_Children;
+  // utime, stime, cutime, cstime
+  return f_StatTicksNs("/proc/" + std::to_string(i_Pid) + "/stat", 14, 4);
 }
 
 long f_ProcPrivateDirtyKb(pid_t i_Pid) {

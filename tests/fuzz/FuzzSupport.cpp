@@ -64,6 +64,12 @@ void f_MakeRoot(bool b_Tool) {
   // A relative path the code under test opens lands here, where the check below sees it.
   if (chdir((str_Top + "/cwd").c_str()) != 0) f_FuzzFail("chdir", __FILE__, __LINE__);
 }
+// Keeps errors raised through the process's error object off the bus; clears their list.
+void f_FuzzCatchErrors() {
+  Error_CL* z_o_Error = Error_CL::f_GetErrorObj();
+  z_o_Error->f_UseLocalStore();
+  z_o_Error->f_AttachStore([](int) {});
+}
 }  // namespace
 
 const std::string& f_FuzzRoot(bool b_Tool, bool b_CatchErrors) {
@@ -104,12 +110,6 @@ void f_FuzzRemoveNew() {
 
 bool f_FuzzNothingOutsideRoot() {
   return f_CountEntries(str_Top) == 2 && f_CountEntries(str_Top + "/cwd") == 0;
-}
-
-void f_FuzzCatchErrors() {
-  Error_CL* z_o_Error = Error_CL::f_GetErrorObj();
-  z_o_Error->f_UseLocalStore();
-  z_o_Error->f_AttachStore([](int) {});
 }
 
 CJsonTree_T f_FuzzParse(const std::string& str_Text) {

@@ -45,8 +45,6 @@ void f_FuzzRemove(const std::string& str_Logical);
 void f_FuzzRemoveNew();
 // True while whatever an input made the service write landed inside the root.
 bool f_FuzzNothingOutsideRoot();
-// Keeps errors raised through the process's error object off the bus; clears their list.
-void f_FuzzCatchErrors();
 // The text parsed as JSON (null when it does not parse).
 CJsonTree_T f_FuzzParse(const std::string& str_Text);
 inline bool f_FuzzIsJsonObject(const char* z_c_Text) {

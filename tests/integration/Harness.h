@@ -27,10 +27,6 @@ int f_Shell(const std::string& str_Cmd, std::string* z_str_Out = nullptr);
 void f_Pump(int i_Ms);
 // Polls f_Cond (pumping the main context) until it is true or i_TimeoutMs passed.
 bool f_WaitUntil(const std::function<bool()>& f_Cond, int i_TimeoutMs);
-// For a child of the test, between fork and exec: it is killed when the test process
-// ends, also by a crash, so that no bus, daemon or broker outlives a failed run and holds
-// ctest's output pipe open. i_TestPid is getpid() of the test, taken before the fork.
-void f_DieWithTest(pid_t i_TestPid);
 
 // A dbus-daemon of its own. Without a configuration text, everything is allowed.
 class PrivateBus {
@@ -129,7 +125,8 @@ class BusClient {
   guint32 f_SendNoReply(const char* z_c_Method, GVariant* o_Params);
   // True when a method return or error for this serial has reached the connection.
   bool f_GotReplyTo(guint32 ui_Serial);
-  bool f_HasOwner(const char* z_c_Name);
+  // True when the service's name has an owner on the bus.
+  bool f_ServiceUp();
 
  private:
   static GDBusMessage* f_Filter(GDBusConnection*, GDBusMessage*, gboolean, gpointer);
