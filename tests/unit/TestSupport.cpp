@@ -1,5 +1,6 @@
 #include "TestSupport.h"
 
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -38,6 +39,11 @@ bool TempRoot::f_Exists(const std::string& str_Logical) const {
 }
 
 void TempRoot::f_InitSim() const {
-  std::string str_Cmd = std::string(SYSSRV_SIM) + " init '" + str_Dir + "' >/dev/null";
-  if (std::system(str_Cmd.c_str()) != 0) throw std::runtime_error("syssrv-sim init failed");
+  if (f_Sim("init '" + str_Dir + "' >/dev/null") != 0)
+    throw std::runtime_error("syssrv-sim init failed");
+}
+
+int TempRoot::f_Sim(const std::string& str_Args) const {
+  const int i_Status = std::system((std::string(SYSSRV_SIM) + " " + str_Args).c_str());
+  return WIFEXITED(i_Status) ? WEXITSTATUS(i_Status) : -1;
 }

@@ -20,6 +20,8 @@ class TempRoot {
   bool f_Exists(const std::string& str_Logical) const;
   // Runs "syssrv-sim init" on the root (the complete simulated tool).
   void f_InitSim() const;
+  // Runs a shell command line behind the simulator's path on the root; its exit status.
+  int f_Sim(const std::string& str_Args) const;
 
  private:
   std::string str_Dir;

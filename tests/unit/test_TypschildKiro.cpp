@@ -4,7 +4,6 @@
 #include <climits>
 #include <cstdio>
 #include <filesystem>
-#include <random>
 #include <string>
 #include <vector>
 
@@ -59,10 +58,6 @@ class KiroTest : public ::testing::Test {
     std::string str_Value;
     return o_Kiro.f_GetValue(z_c_Key, str_Value, ':') == 0 ? str_Value : MISS;
   }
-  void f_Sim(const std::string& str_Args) {
-    std::string str_Cmd = std::string(SYSSRV_SIM) + " " + str_Args + " >/dev/null";
-    ASSERT_EQ(std::system(str_Cmd.c_str()), 0) << str_Args;
-  }
 
   TempRoot o_Root;
   std::vector<int> o_Errors;
@@ -82,8 +77,6 @@ TEST_F(KiroTest, LookupsFollowTheLineFormat) {
       {"ZyklusNr:7\nTIX:AA3\n", "ZyklusNr", "7", 7, 7.0},
       {"Code:\r\nMotorkennung:2\r\n", "Code", "", INT_MIN, Kiro::D_REAL_MISSING},
       {"Code:P30\r\n", "Nenndrehzahl", MISS, INT_MIN, Kiro::D_REAL_MISSING},
-      // A full sector without a zero: its line end lies in the next sector, out of reach.
-      {std::string(1782, 'x') + "ZyklusNr:7", "ZyklusNr", MISS, INT_MIN, Kiro::D_REAL_MISSING},
   };
   Kiro o_Kiro;
   for (const Case_ST& o_Case : a_o_Cases) {
@@ -138,7 +131,6 @@ TEST_F(KiroTest, CrcBlockDecidesTheCheckedRead) {
       {STR_STATIC + "###" + str_Hex + "zz***", 0},  // parsing stops at the first non-hex
       {STR_STATIC + "###" + str_Hex + "0***", -1},
       {str_Flipped + "###" + str_Hex + "***", -1},
-      {STR_STATIC + str_Hex + "***", -1},
       {STR_STATIC + "###" + str_Hex, -1},
   };
   Kiro o_Kiro;
@@ -179,41 +171,25 @@ TEST_F(KiroTest, StaticKeysAreNormalised) {
   }
 }
 
-// The simulator's older tool (supplier data in the ";" format) reads completely; its default
-// tool is read by the daemon's own tests.
-TEST_F(KiroTest, SimulatedOlderToolReadsCompletely) {
-  f_Sim("init '" + o_Root.f_Dir() + "' --hw-rev 0 --with-drive-mnr");
-  Kiro o_Kiro;
-  EXPECT_EQ(o_Kiro.f_Read(), 0);
-  EXPECT_TRUE(o_Kiro.f_GetStatData().b_AbtriebMnrFound);
-  EXPECT_EQ(f_Diag("cycle") + " " + f_Diag("torqueload") + " " + f_Diag("hardware/supplier") + " " +
-                f_Diag("hardware/tix"),
-            "100 12.500000 EMS1 AA0");
-  EXPECT_TRUE(o_Errors.empty());
-}
-
 TEST_F(KiroTest, SupplierFormatFollowsTheHardwareRevision) {
   struct Case_ST {
-    int i_HwRev;  // -1: no GPIO lines
+    int i_HwRev;
     std::string str_Sup, str_SupDyn;
     int i_Ret;
     std::string str_Diag;  // tix mnr mac revision
   } a_o_Cases[] = {
       {4, f_Checked(STR_SUPPLIER), f_Checked(STR_SUPPLIER_DYN), 0, "AA1 4411200117 00:1A:2B -"},
-      {1, f_Checked("MNR:1\r\n"), f_Checked(STR_SUPPLIER_DYN), 0, "AA1 1  -"},
       {0, f_Checked(STR_OLD) + "R02;", "", 0, "AA0 4411200117 - R02"},
       {0, f_Checked(STR_OLD) + "R02", "", 0, "AA0 4411200117 - -"},
       // Revision 0 with key lines: the old record fails, the new format reads.
       {0, f_Checked(STR_SUPPLIER), f_Checked(STR_SUPPLIER_DYN), 0, "AA1 4411200117 00:1A:2B -"},
-      {-1, f_Checked(STR_SUPPLIER), f_Checked(STR_SUPPLIER_DYN), 0, "AA1 4411200117 00:1A:2B -"},
       {0, STR_OLD + "###0000***R02;", "", -1, "AA0 - - -"},
       {1, f_Checked(STR_SUPPLIER), STR_SUPPLIER_DYN + "###0000***", -1, "- 4411200117 00:1A:2B -"},
   };
   Kiro o_Kiro;
   for (const Case_ST& o_Case : a_o_Cases) {
     std::filesystem::remove_all(o_Root.f_Path("/var/sysdiag"));
-    std::filesystem::remove_all(o_Root.f_Path("/sys/class/gpio"));
-    if (o_Case.i_HwRev >= 0) f_Sim("hwrev " + std::to_string(o_Case.i_HwRev));
+    ASSERT_EQ(o_Root.f_Sim("hwrev " + std::to_string(o_Case.i_HwRev) + " >/dev/null"), 0);
     f_Image(f_Checked(STR_STATIC), STR_DYN, o_Case.str_Sup, o_Case.str_SupDyn);
     EXPECT_EQ(o_Kiro.f_ReadSupplierData(), o_Case.i_Ret) << o_Case.str_Sup;
     std::string str_Diag;
@@ -259,6 +235,7 @@ TEST_F(KiroTest, DynamicSectorDefaultsAndRoundTrip) {
   EXPECT_EQ(str_Saved.substr(2048), str_Before.substr(2048));
   Kiro o_Again;
   EXPECT_EQ(o_Again.f_GetZyklus(), 250u);
+  EXPECT_EQ(f_Diag("torqueload"), "33.250000");
   EXPECT_DOUBLE_EQ(o_Again.f_GetLastintegral(), 33.25);
 
   // A load integral too long for its line is refused, not spilled into the supplier sector.
@@ -288,42 +265,4 @@ TEST_F(KiroTest, CycleCountIsSavedOnceMoreThanTenCyclesPassed) {
   EXPECT_EQ(o_Kiro.f_ZyklusGet(ui_Zyklus), -1);
 }
 
-// Damaged images of both formats (noise, scattered bytes, cut short, erased from some point
-// on) through every sector's parsers; the sanitized build sees any read outside the buffer.
-TEST_F(KiroTest, RandomAndTruncatedImagesStayInsideTheBuffer) {
-  f_Image(f_Checked(STR_STATIC));
-  const std::string str_NewFormat = o_Root.f_Read(Kiro::A_C_DEVICE_PATH);
-  f_Sim("init '" + o_Root.f_Dir() + "' --hw-rev 0");
-  const std::string str_OldFormat = o_Root.f_Read(Kiro::A_C_DEVICE_PATH);
-  const std::string str_Alphabet = ":\r\n;#*xX0123456789ABCDEF \xff";
-  std::mt19937 o_Rng(4711);
-  auto f_Rand = [&](size_t ui_Max) { return static_cast<size_t>(o_Rng() % (ui_Max + 1)); };
-  auto f_Char = [&] { return str_Alphabet[f_Rand(str_Alphabet.size() - 1)]; };
-  Kiro o_Kiro;
-  for (int i = 0; i < 1000; ++i) {
-    std::string str_Img = (i / 4) % 2 == 0 ? str_NewFormat : str_OldFormat;
-    if (i % 4 == 0) {
-      str_Img.resize(f_Rand(4200));
-      for (char& c_Byte : str_Img) c_Byte = f_Char();  // no zero byte
-    } else if (i % 4 == 1) {
-      for (size_t n = f_Rand(40); n > 0; --n) str_Img[f_Rand(4095)] = n % 7 == 0 ? '\0' : f_Char();
-    } else if (i % 4 == 2) {
-      str_Img.resize(f_Rand(str_Img.size()));
-    } else {
-      str_Img.replace(f_Rand(4095), 4096, 4096, '\xff');
-    }
-    o_Root.f_Write(Kiro::A_C_DEVICE_PATH, str_Img);
-    if (i % 50 == 0) f_Sim("hwrev " + std::to_string(f_Rand(7)));
-    if (i % 5 == 0) {  // the whole read (with its exports) now and then
-      o_Kiro.f_Read();
-      o_Kiro.f_ReadSupplierDataAlt();
-    }
-    for (int i_Offset : {0, 1792, 2048, 3328}) {
-      o_Kiro.f_ReadTypschildSector(i_Offset, true);
-      o_Kiro.f_ReadCrcStatData();
-      for (const char* z_c_Key : {"MNR", "ZyklusNr", "TIX", ""}) f_Value(o_Kiro, z_c_Key);
-      o_Kiro.f_SetValue("ZyklusNr", std::string("0123456789012"));
-    }
-  }
-}
 }  // namespace
