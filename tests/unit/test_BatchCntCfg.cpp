@@ -1,6 +1,5 @@
-// Batch-counter configurations: counter sets from JSON and from sizes, the file as the
-// tool process reads it, and what bad input or a damaged file does to the sets held
-// (random files are left to the fuzz_batchcnt_json corpus).
+// Batch-counter configurations: counter sets from JSON and from sizes, the file as the tool
+// process reads it, and what bad input or a damaged file does to the sets held.
 #include <gtest/gtest.h>
 
 #include <cjson/cJSON.h>
@@ -70,11 +69,9 @@ TEST_F(BatchCntCfgTest, JsonAndSizeFormsHaveTheirOwnDefaults) {
 TEST_F(BatchCntCfgTest, BadCounterSetTextChangesNothingAndHugeNumbersClamp) {
   BatchCntCfg_CL o_Cfg(A_C_PRG);
   ASSERT_EQ(o_Cfg.f_Set(R"({"Id":3,"MaxOk":8})", true), 0);
-  const std::string str_Deep(5000, '[');
-  for (const char* z_c_Text :
-       {static_cast<const char*>(nullptr), "", "not json", "{\"Id\":4", "[1,2]", "5", "{}",
-        R"({"MaxOk":3})", R"({"Id":-1})", R"({"Id":-1e300})", R"({"Id":"4"})", R"({"Id":true})",
-        str_Deep.c_str()}) {
+  // One text per way to fail; the fuzz_batchcnt_set corpus holds many more.
+  for (const char* z_c_Text : {static_cast<const char*>(nullptr), "not json", "[1,2]",
+                               R"({"MaxOk":3})", R"({"Id":-1})", R"({"Id":"4"})"}) {
     SCOPED_TRACE(z_c_Text == nullptr ? "(null)" : std::string(z_c_Text).substr(0, 30));
     EXPECT_EQ(o_Cfg.f_Set(z_c_Text, true), -1);
     EXPECT_EQ(f_Ids(o_Cfg), std::vector<int>{3});
@@ -85,9 +82,6 @@ TEST_F(BatchCntCfgTest, BadCounterSetTextChangesNothingAndHugeNumbersClamp) {
   EXPECT_EQ(std::get<1>(f_Get(o_Cfg, 4)), INT_MIN);
   ASSERT_EQ(o_Cfg.f_Set(R"({"Id":1e999})", true), 0);
   EXPECT_TRUE(o_Cfg.f_IsConfigured(static_cast<unsigned>(INT_MAX)));
-  std::string str_Long = R"({"Id":9,"DirectionOk":")" + std::string(200000, 'u') + "\"}";
-  ASSERT_EQ(o_Cfg.f_Set(str_Long.c_str(), true), 0);
-  EXPECT_FALSE(std::get<2>(f_Get(o_Cfg, 9)));
 }
 
 // The file as the tool process parses it: cJSON's formatted text, keys in order, only
@@ -127,16 +121,12 @@ TEST_F(BatchCntCfgTest, FileHoldsOnlyIds0To255WithKeysInOrder) {
 TEST_F(BatchCntCfgTest, DamagedFileKeepsTheLastGoodSets) {
   o_Root.f_Write(A_C_PRG, R"({"CntrSets":[{"Id":1},{"Id":4,"MaxOk":5}],"BmsSelect":true})");
   SysBatchCntCfg_CL o_Cfg(A_C_PRG);
-  // Beyond the fuzz inputs' size: a file too large to be a configuration.
-  for (const std::string& str_Text :
-       {std::string(), std::string("{\"CntrSets\":{}}"), std::string(2 * 1024 * 1024, ' ')}) {
-    SCOPED_TRACE(str_Text.substr(0, 30));
-    o_Root.f_Write(A_C_PRG, str_Text);
-    EXPECT_EQ(o_Cfg.f_CfgFileChanged(A_C_PRG), -1);
-    EXPECT_EQ(f_Ids(o_Cfg), (std::vector<int>{1, 4}));
-    EXPECT_EQ(std::get<0>(f_Get(o_Cfg, 4)), 5);
-    EXPECT_TRUE(o_Cfg.f_GetBmsSelect());
-  }
+  // Beyond the fuzz inputs' size (which hold the other rejects): too large to be a configuration.
+  o_Root.f_Write(A_C_PRG, std::string(2 * 1024 * 1024, ' '));
+  EXPECT_EQ(o_Cfg.f_CfgFileChanged(A_C_PRG), -1);
+  EXPECT_EQ(f_Ids(o_Cfg), (std::vector<int>{1, 4}));
+  EXPECT_EQ(std::get<0>(f_Get(o_Cfg, 4)), 5);
+  EXPECT_TRUE(o_Cfg.f_GetBmsSelect());
   ASSERT_EQ(unlink(o_Root.f_Path(A_C_PRG).c_str()), 0);
   ASSERT_EQ(mkdir(o_Root.f_Path(A_C_PRG).c_str(), 0755), 0);
   EXPECT_EQ(o_Cfg.f_Read(100), -1);

@@ -42,8 +42,6 @@ class RecordingHandler_CL : public ErrorHandler_CL {
  protected:
   void f_Signal(const char* z_c_Name, GVariant* o_Params) override {
     Variant_T o_Tuple(g_variant_ref_sink(o_Params));
-    // The seam stands in for the gate, so it holds the signal against the interface too.
-    EXPECT_TRUE(f_SignalMatches(z_c_Name, g_variant_get_type_string(o_Tuple.get()))) << z_c_Name;
     GChars_T o_Text(g_variant_print(o_Tuple.get(), FALSE));
     o_Sent.push_back(std::string(z_c_Name) + " " + o_Text.get());
   }
@@ -150,12 +148,10 @@ TEST_F(ErrorStoreTest, ReportsFollowTheDatabaseAcrossAReload) {
   EXPECT_EQ(1u, o_H->f_Sent("acksysfault").size());
 }
 
-TEST_F(ErrorStoreTest, InsertPublishesTheErrorAndOnlyClass0KeepsReadiness) {
-  // Code texts follow atoi.
-  const std::pair<const char*, const char*> a_o_Cases[] = {
-      {"3216", "402/0 shm 3216 diag 3216 flag3 out18"},
-      {"3233", "404/1 shm 3233 diag 3233"},
-      {"3252xyz", "406/4 shm 3252 diag 3252"}};
+// Class 0 keeping readiness is the daemon's test; code texts follow atoi.
+TEST_F(ErrorStoreTest, InsertPublishesTheErrorAndWithdrawsReadiness) {
+  const std::pair<const char*, const char*> a_o_Cases[] = {{"3233", "404/1 shm 3233 diag 3233"},
+                                                           {"3252xyz", "406/4 shm 3252 diag 3252"}};
   auto o_H = f_Make();
   for (const auto& [z_c_Code, z_c_Expected] : a_o_Cases) {
     o_H->f_SetRdyFlag(3);
@@ -163,7 +159,7 @@ TEST_F(ErrorStoreTest, InsertPublishesTheErrorAndOnlyClass0KeepsReadiness) {
     EXPECT_EQ(0, o_H->f_Insert("Gui", z_c_Code));
     EXPECT_EQ(z_c_Expected, f_Current(*o_H)) << z_c_Code;
   }
-  EXPECT_EQ(3u, o_H->f_Sent("sysfault").size());
+  EXPECT_EQ(2u, o_H->f_Sent("sysfault").size());
 }
 
 TEST_F(ErrorStoreTest, AcknowledgementAndTheRecomputedCurrentError) {

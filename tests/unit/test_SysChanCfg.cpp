@@ -139,7 +139,6 @@ TEST(SysChanCfg, ValidityAndRepairFlagsFollowTheFile) {
     bool b_Valid, b_Unit, b_Limits, b_Einheit;
   } a_o_Cases[] = {
       {nullptr, false, false, false, false},
-      {"[1,2]", false, false, false, false},
       {R"({"MNR":5521730002,"TypschildCrc":"2FE0"})", false, false, false, false},
       {R"({"MNR":"","TypschildCrc":""})", true, false, false, false},
       {R"({"MNR":"1","TypschildCrc":"2","EinheitDrehmoment":{},"Grenzen":{},"Grenzen_V1200":{},
