@@ -1,4 +1,4 @@
-// The channel configuration: limits, catalogue, start-up rebuild or repair, MFU, host name.
+// The channel configuration: limits, catalogue, start-up rebuild or repair, MFU.
 #include <gtest/gtest.h>
 
 #include <cjson/cJSON.h>
@@ -120,7 +120,7 @@ TEST(ChanCfgLimits, DriveTrainsComputedByHand) {
   }
 }
 
-TEST(ChanCfgLimits, CatalogueMapsBothVariantsAndTheHostNameGuard) {
+TEST(ChanCfgLimits, CatalogueMapsBothVariantsOfAToolNumber) {
   struct Case_ST {
     const char *z_c_Plain, *z_c_Scanner, *z_c_Getriebe, *z_c_Abtrieb;
   } a_o_Cases[] = {
@@ -143,13 +143,6 @@ TEST(ChanCfgLimits, CatalogueMapsBothVariantsAndTheHostNameGuard) {
             "88434801018843480101");
   for (const char* z_c_Type : {"0x11", "0X21", ""})
     EXPECT_EQ(ChanCfg_CL::f_MotorMnr(z_c_Type), "8843480102");
-
-  for (const char* z_c_Ok : {"Kiro", "Line-7", "a"})
-    EXPECT_TRUE(ChanCfg_CL::f_IsValidHostName(z_c_Ok));
-  EXPECT_TRUE(ChanCfg_CL::f_IsValidHostName(std::string(63, 'a')));
-  EXPECT_FALSE(ChanCfg_CL::f_IsValidHostName(std::string(64, 'a')));
-  for (const char* z_c_Bad : {"", "-n", "line-", "a b", "$(id)", "tool.local", "a\nb"})
-    EXPECT_FALSE(ChanCfg_CL::f_IsValidHostName(z_c_Bad)) << z_c_Bad;
 }
 
 TEST_F(ChanCfgTest, WithoutAFileTheWholeFileIsBuiltInLayoutOrder) {
@@ -161,29 +154,27 @@ TEST_F(ChanCfgTest, WithoutAFileTheWholeFileIsBuiltInLayoutOrder) {
   }
   // Gone with the service: nobody may take the file as valid without it.
   EXPECT_FALSE(o_Root.f_Exists("/dev/shm/sem.ChanCfgValid"));
-  // The order people and older readers expect in the file.
+  // The order people and older readers expect in the file, sections in brackets.
   Json_CL o_J(o_Root);
-  // clang-format off
-  const std::pair<const char*, Keys> a_o_Sections[] = {
-      {"", {"Kanalname", "KanalNr", "ZellId", "Mfu", "Wirkungsgrad", "Einheit",
-            "EinheitDrehmoment", "IdentNr", "Kommentar", "SerienNr", "MNR", "Code", "CmpType",
-            "TypschildCrc", "Getriebe", "Abtrieb", "Sonderabtrieb", "Motor", "Welle", "Grenzen",
-            "Grenzen_V1200", "Wartung", "LetzteWartung"}},
-      {"Mfu", {"MfuFaktor", "Datum", "Zyklus"}},
-      {"Getriebe", {"SerienNr", "MNR", "Faktor", "Wirkungsgrad"}},
-      {"Abtrieb", {"SerienNr", "MNR", "Wirkungsgrad", "Faktor"}},
-      {"Sonderabtrieb", {"SerienNr", "MNR", "Wirkungsgrad", "Faktor", "Moment",
-                         "UmkehrDrehrichtung", "Zyklus"}},
-      {"Motor", {"SerienNr", "MNR", "Moment", "Drehzahl", "Winkelsensoren"}},
-      {"Welle", {"SerienNr", "MNR", "Moment"}},
-      {"Grenzen", {"DrehzahlMax", "DrehzahlMin", "MomentMax", "MomentMin", "Ueberlast"}},
-      {"Grenzen_V1200", {"DrehzahlMax", "DrehzahlMin", "DrehzahlMinReduziert", "MomentMax",
-                         "MomentMaxReduziert", "MomentMin", "Ueberlast"}},
-      {"Wartung", {"Aktiv", "Zyklus", "Datum"}},
-      {"LetzteWartung", {"Datum", "Zyklus"}},
-  };
-  // clang-format on
-  for (const auto& [z_c_Section, o_Keys] : a_o_Sections) EXPECT_EQ(o_J.f_Keys(z_c_Section), o_Keys);
+  std::string str_Layout;
+  for (const std::string& str_Key : o_J.f_Keys()) {
+    str_Layout += " " + str_Key;
+    if (!cJSON_IsObject(o_J.f_At(str_Key))) continue;
+    str_Layout += "[";
+    for (const std::string& str_Sub : o_J.f_Keys(str_Key)) str_Layout += " " + str_Sub;
+    str_Layout += "]";
+  }
+  EXPECT_EQ(str_Layout,
+            " Kanalname KanalNr ZellId Mfu[ MfuFaktor Datum Zyklus] Wirkungsgrad Einheit"
+            " EinheitDrehmoment[ Aktiv Faktoren] IdentNr Kommentar SerienNr MNR Code CmpType"
+            " TypschildCrc Getriebe[ SerienNr MNR Faktor Wirkungsgrad]"
+            " Abtrieb[ SerienNr MNR Wirkungsgrad Faktor]"
+            " Sonderabtrieb[ SerienNr MNR Wirkungsgrad Faktor Moment UmkehrDrehrichtung Zyklus]"
+            " Motor[ SerienNr MNR Moment Drehzahl Winkelsensoren] Welle[ SerienNr MNR Moment]"
+            " Grenzen[ DrehzahlMax DrehzahlMin MomentMax MomentMin Ueberlast]"
+            " Grenzen_V1200[ DrehzahlMax DrehzahlMin DrehzahlMinReduziert MomentMax"
+            " MomentMaxReduziert MomentMin Ueberlast] Wartung[ Aktiv Zyklus Datum]"
+            " LetzteWartung[ Datum Zyklus]");
   EXPECT_EQ(o_J.f_Str("SerienNr") + " " + o_J.f_Str("CmpType") + " " + o_J.f_Str("Code"),
             "2023-05-17K30P230517042 0x11 AKS30");
   EXPECT_EQ(
@@ -293,30 +284,4 @@ TEST_F(ChanCfgTest, ReReadRescalesAndStampsOnlyANewMfu) {
   EXPECT_EQ(o_Cfg.f_NewCfg(A_C_PATH), 0);
   EXPECT_EQ(o_Root.f_Read(A_C_PATH), "{ broken");
   EXPECT_EQ(o_Cfg.f_GetAnnounceCount(), 1u);  // re-reads are announced by the relay
-}
-
-TEST_F(ChanCfgTest, HostNameComesFromTheChannelNameOnlyWhenItIsSafe) {
-  ChanCfg_CL o_Cfg(nullptr);
-  // The name guard itself is tested above; an unsafe name falls back like an empty one.
-  const std::pair<const char*, const char*> a_o_Cases[] = {
-      {"Line-7", "Line-7"}, {"", "Kiro"}, {"x; touch /tmp/syssrv-hostname-injected", "Kiro"}};
-  for (const auto& o_Case : a_o_Cases) {
-    f_Edit(o_Root, [&o_Case](cJSON* z_o_T) {
-      Cfg::f_SetCfgKey(z_o_T, nullptr, "Kanalname", o_Case.first);
-    });
-    ASSERT_EQ(o_Cfg.f_NewCfg(A_C_PATH), 0);
-    o_Root.f_Write("/sim/commands.log", "");
-    EXPECT_EQ(o_Cfg.f_SetHostname(), 0);
-    EXPECT_EQ(o_Root.f_Read("/etc/hostname"), std::string(o_Case.second) + "\n");
-    EXPECT_EQ(o_Root.f_Read("/sim/commands.log"),
-              "hostname -F " + o_Root.f_Path("/etc/hostname") + "\n");
-  }
-  struct stat o_St {};
-  EXPECT_NE(stat("/tmp/syssrv-hostname-injected", &o_St), 0);
-  // Writing the name fails: the hostname command is not run.
-  std::remove(o_Root.f_Path("/etc/hostname").c_str());
-  mkdir(o_Root.f_Path("/etc/hostname").c_str(), 0755);
-  o_Root.f_Write("/sim/commands.log", "");
-  EXPECT_EQ(o_Cfg.f_SetHostname(), -1);
-  EXPECT_EQ(o_Root.f_Read("/sim/commands.log"), "");
 }

@@ -1,4 +1,4 @@
-// The motor-unit nameplate: lookups, rewrites, CRC blocks, the sectors and the cycle save.
+// The motor-unit nameplate: lookups, CRC blocks, the sectors and the cycle save.
 #include <gtest/gtest.h>
 
 #include <climits>
@@ -92,31 +92,6 @@ TEST_F(KiroTest, LookupsFollowTheLineFormat) {
     o_Kiro.f_GetValue(o_Case.str_Key.c_str(), d_Real, ':');
     EXPECT_DOUBLE_EQ(d_Real, o_Case.d_Real);
   }
-}
-
-TEST_F(KiroTest, RewriteKeepsTheFieldWidth) {
-  struct Case_ST {
-    std::string str_Sector, str_New;
-    int i_Ret;
-    std::string str_After;
-  } a_o_Cases[] = {
-      {"Last:0000000000\r\n", "45", 0, "45        "},
-      {"Last:0000000000\r\n", "12345678901", 0, "2345678901"},  // low-order digits survive
-      {"Last:\r\n", "45", 0, ""},
-      {"Code:0000\r\n", "45", -1, MISS},
-  };
-  Kiro o_Kiro;
-  for (const Case_ST& o_Case : a_o_Cases) {
-    f_Image(o_Case.str_Sector + "Next:1\r\n");
-    ASSERT_EQ(o_Kiro.f_ReadTypschildSector(0, false), 0);
-    EXPECT_EQ(o_Kiro.f_SetValue("Last", o_Case.str_New), o_Case.i_Ret) << o_Case.str_Sector;
-    EXPECT_EQ(f_Value(o_Kiro, "Last"), o_Case.str_After) << o_Case.str_Sector;
-    EXPECT_EQ(f_Value(o_Kiro, "Next"), "1") << o_Case.str_Sector;
-  }
-  f_Image("Last:0000\r\n");
-  o_Kiro.f_ReadTypschildSector(0, false);
-  EXPECT_EQ(o_Kiro.f_SetValue("Last", 123456u, 3), 0);
-  EXPECT_EQ(f_Value(o_Kiro, "Last"), "3456");
 }
 
 TEST_F(KiroTest, CrcBlockDecidesTheCheckedRead) {
@@ -245,24 +220,6 @@ TEST_F(KiroTest, DynamicSectorDefaultsAndRoundTrip) {
   std::filesystem::remove(o_Root.f_Path(Kiro::A_C_DEVICE_PATH));
   EXPECT_EQ(o_Kiro.f_SaveDynData(), -1);
   EXPECT_FALSE(o_Root.f_Exists(Kiro::A_C_DEVICE_PATH));
-}
-
-TEST_F(KiroTest, CycleCountIsSavedOnceMoreThanTenCyclesPassed) {
-  f_Image(f_Checked(STR_STATIC));
-  Kiro o_Kiro;  // reads cycle 100
-  SavedCycle_ST o_Saved;
-  for (unsigned int ui_Store : {105u, 110u, 111u, 121u, 122u}) {
-    f_SysDiagSetCycle(ui_Store);
-    o_Kiro.f_ZyklusCheck(o_Saved);
-    o_Kiro.f_ReadTypschildSector(Kiro::I_OFFSET_DYN_DATA, false);
-    unsigned int ui_Saved = ui_Store < 111 ? 100 : ui_Store < 122 ? 111 : 122;
-    EXPECT_EQ(std::atoi(f_Value(o_Kiro, "ZyklusNr").c_str()), static_cast<int>(ui_Saved));
-  }
-  unsigned int ui_Zyklus = 0;
-  EXPECT_EQ(o_Kiro.f_ZyklusGet(ui_Zyklus), 0);
-  EXPECT_EQ(ui_Zyklus, 122u);
-  std::filesystem::remove(o_Root.f_Path("/var/sysdiag/cycle"));
-  EXPECT_EQ(o_Kiro.f_ZyklusGet(ui_Zyklus), -1);
 }
 
 }  // namespace
