@@ -1,5 +1,6 @@
 // The simulated tool as the service meets it: nameplate images the service's readers accept
-// (or, once corrupted, reject), the input bits, and the simulator's exit codes.
+// (or, once corrupted, reject, keeping what they read), the input bits, the simulator's exit
+// codes. How the spindle record's fields are taken is the fuzz_welle_record corpus's.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -41,6 +42,14 @@ TEST_F(SimTool, CorruptBreaksTheCheckedAreaAndASecondCorruptRestoresIt) {
       EXPECT_EQ(f_Ok(), b_Ok);
     }
   }
+  // A spindle record gone bad or short keeps the values read before.
+  Welle o_Welle;
+  const std::string str_Mnr = o_Welle.f_GetMnr(), str_Good = o_Root.f_Read(Welle::A_C_DEVICE_PATH);
+  ASSERT_EQ(o_Root.f_Sim("nameplate corrupt spindle"), 0);
+  EXPECT_EQ(o_Welle.f_Read(), -1);
+  o_Root.f_Write(Welle::A_C_DEVICE_PATH, str_Good.substr(0, 114));
+  EXPECT_EQ(o_Welle.f_Read(), -1);
+  EXPECT_EQ(o_Welle.f_GetMnr(), str_Mnr);
 }
 
 TEST_F(SimTool, BadInputIsRefusedAndLeavesFilesAlone) {
