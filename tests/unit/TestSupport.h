@@ -1,6 +1,5 @@
 #pragma once
-// A sandbox root for the unit tests: a fresh temporary directory that SYSSRV_ROOT points
-// at while the object lives.
+// A sandbox root for the unit tests: a fresh directory SYSSRV_ROOT points at while it lives.
 #include <string>
 
 class TempRoot {

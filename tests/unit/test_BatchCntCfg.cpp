@@ -84,8 +84,7 @@ TEST_F(BatchCntCfgTest, BadCounterSetTextChangesNothingAndHugeNumbersClamp) {
   EXPECT_TRUE(o_Cfg.f_IsConfigured(static_cast<unsigned>(INT_MAX)));
 }
 
-// The file as the tool process parses it: cJSON's formatted text, keys in order, only
-// ids 0..255, BmsSelect handed through.
+// The file as the tool process parses it: formatted, keys in order, ids 0..255 only.
 TEST_F(BatchCntCfgTest, FileHoldsOnlyIds0To255WithKeysInOrder) {
   o_Root.f_Write(A_C_PRG, R"({"CntrSets":[],"BmsSelect":true})");
   BatchCntCfg_CL o_Cfg(A_C_PRG);
@@ -116,8 +115,7 @@ TEST_F(BatchCntCfgTest, FileHoldsOnlyIds0To255WithKeysInOrder) {
   EXPECT_EQ(f_Get(o_Reader, 0), (Set_T{0, 2, true, true, true, true, true, false}));
 }
 
-// Whatever is wrong with the file, the sets last read stay; a missing file is simply
-// "no counters configured", and one bad entry costs only itself.
+// A bad file keeps the sets last read, a bad entry costs only itself, none means no sets.
 TEST_F(BatchCntCfgTest, DamagedFileKeepsTheLastGoodSets) {
   o_Root.f_Write(A_C_PRG, R"({"CntrSets":[{"Id":1},{"Id":4,"MaxOk":5}],"BmsSelect":true})");
   SysBatchCntCfg_CL o_Cfg(A_C_PRG);

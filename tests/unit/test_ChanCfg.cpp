@@ -234,8 +234,7 @@ TEST_F(ChanCfgTest, IntactFileIsLeftAloneChangedMotorUnitRebuildsOlderFileIsRepa
   EXPECT_TRUE(cJSON_IsFalse(o_J.f_At("Wartung/Aktiv")));
 }
 
-// A missing code table or motor-unit nameplate leaves its fields empty, repaired again at
-// every start; an unparsable file is the fuzz_chancfg_json corpus's.
+// A missing code table or motor-unit nameplate leaves its fields empty, repaired every start.
 TEST(ChanCfgStart, MissingSourcesLeaveTheirFieldsEmpty) {
   Error_CL::f_GetErrorObj()->f_UseLocalStore();
   const std::pair<const char*, const char*> a_o_Cases[] = {

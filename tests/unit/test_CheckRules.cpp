@@ -1,5 +1,4 @@
-// The periodic checks' rules as tables: each row feeds what a tick read into a rule and
-// compares the effects it asked for, as a recording effects object wrote them down.
+// The periodic checks' rules as tables: what a tick read in, the effects the rule asked for.
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -220,8 +219,7 @@ TEST(CheckRules, MaintenanceDueByCycleOrDate) {
         << "row " << &o_R - a_o_Rows;
 }
 
-// Held, falling and rising again, from a low level (the service starts with the opposite of
-// the input, so an input held at start acknowledges).
+// From a low level (the service starts with the opposite of the input): held, falls, rises.
 TEST(CheckRules, AcknowledgeInputActsOnRisingEdgesOnly) {
   CheckerState_ST o_State;
   std::string str_Seen;

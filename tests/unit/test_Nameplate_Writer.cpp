@@ -1,6 +1,5 @@
-// The simulated tool as the service meets it: nameplate images the service's readers accept
-// (or, once corrupted, reject, keeping what they read), the input bits, the simulator's exit
-// codes. How the spindle record's fields are taken is the fuzz_welle_record corpus's.
+// The simulated tool as the service meets it: nameplates its readers accept (or, corrupted,
+// reject, keeping what they read), the input bits, the simulator's exit codes.
 #include <gtest/gtest.h>
 
 #include <string>

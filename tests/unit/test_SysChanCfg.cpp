@@ -1,5 +1,4 @@
-// The channel configuration as other processes read it, the checked number conversions,
-// and the named semaphore that tells them the configuration is valid.
+// The channel configuration as other processes read it, and the semaphore saying it is valid.
 #include <gtest/gtest.h>
 
 #include <cerrno>
@@ -38,8 +37,7 @@ void f_EachRow(F f_Row) {
       f_Row(static_cast<int>(ui_Row), SysChanCfg_CL::a_o_Keys[ui_Row]);
 }
 
-// A value for row i_Row that no default has and that a conversion on the way through the
-// file would change: the type's edges, dates after 2038, floats without an exact decimal.
+// A value no default has and a lossy conversion would change (type edges, dates after 2038).
 void f_Distinct(std::string& str_V, int i_Row) {
   str_V = "v" + std::to_string(i_Row) + " \"\u00fc\\";
 }
@@ -80,9 +78,8 @@ void f_ExpectSameMembers(Probe_CL& o_Want, Probe_CL& o_Got) {
 }
 }  // namespace
 
-// Every row written from one object and read into another gives the same member, and the
-// second object writes the same text again. Catches a row whose reader and writer disagree
-// on the key, the section or the conversion, and two rows that share a key or a member.
+// Catches a row whose reader and writer disagree on key, section or conversion, and rows
+// that share a key or a member.
 TEST(SysChanCfg, EveryKeyRoundTripsThroughTheFile) {
   TempRoot o_Root;
   o_Root.f_Write(A_C_PATH, "{}");
@@ -103,8 +100,7 @@ TEST(SysChanCfg, EveryKeyRoundTripsThroughTheFile) {
   EXPECT_EQ(f_WriteAll(o_In), str_Text);
 }
 
-// Several generations of software write the file: every key of the wrong JSON type (and a
-// section that is no object) reads like a missing key; numbers out of range are clamped.
+// Older software wrote other JSON types: such keys read as missing; numbers are clamped.
 TEST(SysChanCfg, MistypedKeysReadAsAbsentAndNumbersAreClamped) {
   TempRoot o_Root;
   o_Root.f_Write(A_C_PATH, "{}");
@@ -176,8 +172,7 @@ TEST(NamedSem, CreatorInitialisesAndUnlinkRemovesTheName) {
   for (const char* z_c_Bad : {"", "/a/b", "/.."}) EXPECT_EQ(f_SemOpen(z_c_Bad, O_CREAT), nullptr);
 }
 
-// Every process opens (creating when missing) and posts once; a semaphore initialised by a
-// second creator would lose the posts made before.
+// A semaphore initialised again by a second creator would lose the posts made before.
 TEST(NamedSem, ConcurrentCreatorsNeverResetAnotherProcessesPosts) {
   TempRoot o_Root;
   constexpr int I_PROCS = 8;
