@@ -104,9 +104,8 @@ TEST(ChanCfgLimits, DriveTrainsComputedByHand) {
   for (const Case_ST& o_Case : a_o_Cases) {
     SCOPED_TRACE(o_Case.z_c_Name);
     Spindelgrenzen_ST o_L = ChanCfg_CL::f_CalcToolLimits(o_Case.o_Drive, o_Units);
-    EXPECT_EQ(o_L.i_DrehzahlMax, o_Case.a_i_Speed[0]);
-    EXPECT_EQ(o_L.i_DrehzahlMin, o_Case.a_i_Speed[1]);
-    EXPECT_EQ(o_L.i_DrehzahlMinReduziert, o_Case.a_i_Speed[2]);
+    EXPECT_EQ(std::vector<int>({o_L.i_DrehzahlMax, o_L.i_DrehzahlMin, o_L.i_DrehzahlMinReduziert}),
+              std::vector<int>(o_Case.a_i_Speed, o_Case.a_i_Speed + 3));
     ASSERT_EQ(o_L.o_MomentMax.size(), 6u);
     for (int i_Id = 0; i_Id < 6; ++i_Id) {
       en_TorqueUnit e_Unit = static_cast<en_TorqueUnit>(i_Id);

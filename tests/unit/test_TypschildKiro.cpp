@@ -209,7 +209,6 @@ TEST_F(KiroTest, DynamicSectorDefaultsAndRoundTrip) {
                 std::string("00000\r\n\0", 8));
   EXPECT_EQ(str_Saved.substr(2048), str_Before.substr(2048));
   Kiro o_Again;
-  EXPECT_EQ(o_Again.f_GetZyklus(), 250u);
   EXPECT_EQ(f_Diag("torqueload"), "33.250000");
   EXPECT_DOUBLE_EQ(o_Again.f_GetLastintegral(), 33.25);
 
