@@ -5,7 +5,6 @@
 #include <cjson/cJSON.h>
 #include <climits>
 #include <string>
-#include <sys/stat.h>
 #include <regex>
 #include <tuple>
 #include <unistd.h>
@@ -119,18 +118,13 @@ TEST_F(BatchCntCfgTest, FileHoldsOnlyIds0To255WithKeysInOrder) {
 TEST_F(BatchCntCfgTest, DamagedFileKeepsTheLastGoodSets) {
   o_Root.f_Write(A_C_PRG, R"({"CntrSets":[{"Id":1},{"Id":4,"MaxOk":5}],"BmsSelect":true})");
   SysBatchCntCfg_CL o_Cfg(A_C_PRG);
-  // Beyond the fuzz inputs' size (which hold the other rejects): too large to be a configuration.
+  // Too large for a configuration (one unreadable file stands for all; the fuzz inputs, smaller,
+  // hold the texts that fail to parse).
   o_Root.f_Write(A_C_PRG, std::string(2 * 1024 * 1024, ' '));
   EXPECT_EQ(o_Cfg.f_CfgFileChanged(A_C_PRG), -1);
   EXPECT_EQ(f_Ids(o_Cfg), (std::vector<int>{1, 4}));
   EXPECT_EQ(std::get<0>(f_Get(o_Cfg, 4)), 5);
   EXPECT_TRUE(o_Cfg.f_GetBmsSelect());
-  ASSERT_EQ(unlink(o_Root.f_Path(A_C_PRG).c_str()), 0);
-  ASSERT_EQ(mkdir(o_Root.f_Path(A_C_PRG).c_str(), 0755), 0);
-  EXPECT_EQ(o_Cfg.f_Read(100), -1);
-  EXPECT_EQ(f_Ids(o_Cfg), (std::vector<int>{1, 4}));
-  ASSERT_EQ(rmdir(o_Root.f_Path(A_C_PRG).c_str()), 0);
-
   o_Root.f_Write(A_C_PRG, R"({"CntrSets":[{"Id":2},{"MaxOk":1},7,{"Id":"3"},{"Id":6}]})");
   EXPECT_EQ(o_Cfg.f_Read(100), 0);
   EXPECT_EQ(f_Ids(o_Cfg), (std::vector<int>{2, 6}));
