@@ -1,5 +1,5 @@
 // BMS digital I/O over the shared segment, and the process's error object. Where the words
-// lie in the segment files is held by test_ShmLayout.
+// lie in the segment files, and the readiness flags, are held by test_ShmLayout.
 #include <gtest/gtest.h>
 
 #include <sys/wait.h>
@@ -74,21 +74,6 @@ TEST(Bms, UnmappableSegmentThrows) {
     EXPECT_EQ(z_o_Ex->f_GetCode(), 2);
     delete z_o_Ex;
   }
-}
-
-TEST(Error, ReadinessFlagsLiveInTheSegmentOfTheCurrentRoot) {
-  Error_CL* z_o_Err = Error_CL::f_GetErrorObj();
-  {
-    TempRoot o_Root;
-    EXPECT_EQ(z_o_Err->f_SetRdyFlag(3), 0);
-    EXPECT_EQ(z_o_Err->f_SetRdyFlag(6), 0);
-    EXPECT_EQ(z_o_Err->f_ResetRdyFlag(6), 0);
-    EXPECT_EQ(z_o_Err->f_SetRdyFlag(32), -1);
-    EXPECT_TRUE(z_o_Err->f_IsRdyFlagSet(3));
-    EXPECT_FALSE(z_o_Err->f_IsRdyFlagSet(6));
-  }
-  TempRoot o_Fresh;
-  EXPECT_FALSE(z_o_Err->f_IsRdyFlagSet(3));
 }
 
 TEST(Error, OtherProcessesFailWithoutABus) {
