@@ -38,19 +38,13 @@ struct SensorScript_ST {
   std::vector<unsigned char> o_Reply;
 };
 
-// A sensor that answers only at address 0x49 and only for register 0. The testbed calls it
-// from its own worker thread while the test thread is blocked in the system call.
-class FakeSensor_CL {
- public:
-  void f_Reset(const SensorScript_ST& o_NewScript) {
-    std::lock_guard<std::mutex> o_Guard(o_Lock);
-    o_Script = o_NewScript;
-    str_Register.clear();
-  }
-
+// The fixture is the sensor: it answers only at address 0x49 and only for register 0. The
+// testbed calls it from its own worker thread while the test thread is in the system call.
+class I2cUmockdevTest : public ::testing::Test {
+ protected:
   template <Step_EN e_Step>
   static gboolean f_On(UMockdevIoctlBase*, UMockdevIoctlClient* z_o_Client, gpointer z_v_Self) {
-    auto* z_o_Self = static_cast<FakeSensor_CL*>(z_v_Self);
+    auto* z_o_Self = static_cast<I2cUmockdevTest*>(z_v_Self);
     std::lock_guard<std::mutex> o_Guard(z_o_Self->o_Lock);
     const SensorScript_ST& o_S = z_o_Self->o_Script;
     UMockdevIoctlData* z_o_Arg = umockdev_ioctl_client_get_arg(z_o_Client);
@@ -75,23 +69,14 @@ class FakeSensor_CL {
     return TRUE;
   }
 
- private:
-  std::mutex o_Lock;
-  SensorScript_ST o_Script;
-  std::string str_Register;  // the bytes last written: the register pointer
-};
-
-class I2cUmockdevTest : public ::testing::Test {
- protected:
   void SetUp() override {
     unsetenv("SYSSRV_ROOT");  // the production path: the device path as it stands
     openlog("unit_I2cUmockdev", LOG_PERROR, LOG_USER);  // log lines to stderr for the test
     z_o_Bed = umockdev_testbed_new();
     z_o_Handler = umockdev_ioctl_base_new();
-    using S = FakeSensor_CL;
-    g_signal_connect(z_o_Handler, "handle-ioctl", G_CALLBACK(S::f_On<E_IOCTL>), &o_Sensor);
-    g_signal_connect(z_o_Handler, "handle-write", G_CALLBACK(S::f_On<E_WRITE>), &o_Sensor);
-    g_signal_connect(z_o_Handler, "handle-read", G_CALLBACK(S::f_On<E_READ>), &o_Sensor);
+    g_signal_connect(z_o_Handler, "handle-ioctl", G_CALLBACK(f_On<E_IOCTL>), this);
+    g_signal_connect(z_o_Handler, "handle-write", G_CALLBACK(f_On<E_WRITE>), this);
+    g_signal_connect(z_o_Handler, "handle-read", G_CALLBACK(f_On<E_READ>), this);
     GErrorHolder_CL o_Err;
     ASSERT_TRUE(umockdev_testbed_add_from_string(z_o_Bed, A_C_ADAPTER, o_Err.f_Out()))
         << o_Err.f_Message();
@@ -126,7 +111,9 @@ class I2cUmockdevTest : public ::testing::Test {
   UMockdevTestbed* z_o_Bed = nullptr;
   UMockdevIoctlBase* z_o_Handler = nullptr;
   bool b_Attached = false;
-  FakeSensor_CL o_Sensor;
+  std::mutex o_Lock;
+  SensorScript_ST o_Script;
+  std::string str_Register;  // the bytes last written: the register pointer
 };
 
 TEST_F(I2cUmockdevTest, ReadsTheSensorMsbFirstAndStopsAtAFailingStep) {
@@ -146,7 +133,11 @@ TEST_F(I2cUmockdevTest, ReadsTheSensorMsbFirstAndStopsAtAFailingStep) {
   };
   for (const Case_ST& o_C : a_o_Cases) {
     SCOPED_TRACE(o_C.str_Log);
-    o_Sensor.f_Reset(o_C.o_Script);
+    {
+      std::lock_guard<std::mutex> o_Guard(o_Lock);
+      o_Script = o_C.o_Script;
+      str_Register.clear();
+    }
     float fl_Temp = -999.0f;
     testing::internal::CaptureStderr();
     int i_Rc = f_ReadBoardTemperature(&fl_Temp);
