@@ -51,18 +51,29 @@ TEST(ShmLayout, WordsSitAtTheSameOffsetsInEveryBuild) {
 TEST(ShmLayout, BmsWordsReachOtherProcessesAtTheirOffsets) {
   TempRoot o_Root;
   Bms_CL o_Bms;
-  ASSERT_EQ(o_Bms.f_Out(5, true), 0);
+  EXPECT_EQ(o_Bms.f_Out(18, true), 0);
+  EXPECT_EQ(o_Bms.f_Out(31, true), 0);
+  EXPECT_EQ(o_Bms.f_Out(32, true), -1);
+  // The I/O board process consumes the update flag; a fast pair sets it again at unlock.
+  static_cast<BmsShMem_ST*>(o_Bms.f_GetShMem())->ui_OutputUpdate = 0;
+  ASSERT_EQ(o_Bms.f_LockOutSignals(), 0);
+  EXPECT_EQ(o_Bms.f_OutFast(29, true), 0);
+  EXPECT_EQ(o_Bms.f_OutFast(18, false), 0);
+  EXPECT_EQ(f_WordAt(o_Root.f_Read("/dev/shm/BmsShMem"), 8), 0u);
+  ASSERT_EQ(o_Bms.f_UnlockOutSignals(), 0);
   std::string str_Raw = o_Root.f_Read("/dev/shm/BmsShMem");
   ASSERT_EQ(str_Raw.size(), 64u);
-  EXPECT_EQ(f_WordAt(str_Raw, 4), 1u << 5);       // outputs
-  EXPECT_EQ(f_WordAt(str_Raw, 8), 1u);            // output update
-  EXPECT_EQ(f_WordAt(str_Raw, 12), 0x424D5331u);  // init marker
+  EXPECT_EQ(f_WordAt(str_Raw, 4), (1u << 29) | (1u << 31));  // outputs
+  EXPECT_EQ(f_WordAt(str_Raw, 8), 1u);                       // output update
+  EXPECT_EQ(f_WordAt(str_Raw, 12), 0x424D5331u);             // init marker
+  // A second user maps the same words and does not initialise the mutex again.
+  EXPECT_TRUE(Bms_CL().f_GetOut(29));
 
   // The I/O board process sets input 17 (the external acknowledge) in word 0.
   const uint32_t ui_Inputs = 1u << 17;
   f_PokeSegment(o_Root, "/dev/shm/BmsShMem", 0, &ui_Inputs, sizeof(ui_Inputs));
   EXPECT_TRUE(o_Bms.f_In(17));
-  EXPECT_FALSE(o_Bms.f_In(5));
+  EXPECT_FALSE(o_Bms.f_In(29));
 }
 
 TEST(ShmLayout, ErrorWordsReachOtherProcessesAtTheirOffsets) {
