@@ -99,8 +99,6 @@ bool f_FuzzRead(const std::string& str_Logical, std::string& str_Text) {
   return true;
 }
 
-void f_FuzzRemove(const std::string& str_Logical) { unlink((str_Root + str_Logical).c_str()); }
-
 void f_FuzzRemoveNew() {
   static const std::set<std::string> o_Baseline = f_PathsUnderRoot();
   std::error_code o_Ec;  // the children of a directory removed before them are gone already
@@ -171,8 +169,4 @@ std::string f_FuzzBatchText(const SysBatchCntCfg_CL& o_Cfg) {
     if (o_Cfg.f_GetCounterSet(i_Id, &o_Set) == 0)
       str_Out += ' ' + std::to_string(i_Id) + ':' + f_FuzzSetText(o_Set);
   return str_Out;
-}
-
-std::string f_FuzzBatchFileText(const char* z_c_Path) {
-  return f_FuzzBatchText(SysBatchCntCfg_CL(z_c_Path));
 }

@@ -39,9 +39,8 @@ inline void f_FuzzWrite(const std::string& str_Logical, const std::string& str_T
 }
 // The file at a logical path; false when it cannot be read.
 bool f_FuzzRead(const std::string& str_Logical, std::string& str_Text);
-void f_FuzzRemove(const std::string& str_Logical);
-// Removes what was not under the root at the first call, so that one input's files stay
-// out of the next one's way and the sandbox does not grow over millions of runs.
+// Removes what was not under the root at the first call: one input's files stay out of
+// the next one's way, and the sandbox does not grow over millions of runs.
 void f_FuzzRemoveNew();
 // True while whatever an input made the service write landed inside the root.
 bool f_FuzzNothingOutsideRoot();
@@ -79,6 +78,5 @@ constexpr const char* A_C_FUZZ_PRG_PATH = "/home/tool/config/OkNokCntCfg.json";
 constexpr const char* A_C_FUZZ_JOB_PATH = "/home/tool/config/JobOkNokCntCfg.json";
 std::string f_FuzzSetText(const CounterSet_ST& o_Set);
 // Sets 0..255 and the selection flag as one text, the same for two configurations the tool
-// process cannot tell apart; from an object, or as a process reading the file now gets it.
+// process cannot tell apart.
 std::string f_FuzzBatchText(const SysBatchCntCfg_CL& o_Cfg);
-std::string f_FuzzBatchFileText(const char* z_c_Path);

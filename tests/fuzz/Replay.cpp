@@ -10,11 +10,8 @@
 
 #include "FuzzSupport.h"
 
-extern "C" int LLVMFuzzerInitialize(int* z_i_Argc, char*** z_z_z_c_Argv) __attribute__((weak));
-
 int main(int argc, char** argv) {
   namespace fs = std::filesystem;
-  if (LLVMFuzzerInitialize != nullptr) LLVMFuzzerInitialize(&argc, &argv);
   std::vector<fs::path> o_Files;
   for (int i = 1; i < argc; ++i) {
     if (!fs::is_directory(argv[i])) {

@@ -21,5 +21,6 @@ FUZZ_TARGET(false, false) {
   std::string str_Written;
   FUZZ_CHECK(f_FuzzRead(o_Cfg.f_GetCfgFilePath(), str_Written));
   FUZZ_CHECK(f_FuzzIsJsonObject(str_Written.c_str()));
-  FUZZ_CHECK(f_FuzzBatchFileText(o_Cfg.f_GetCfgFilePath()) == f_FuzzBatchText(o_Cfg));
+  FUZZ_CHECK(f_FuzzBatchText(SysBatchCntCfg_CL(o_Cfg.f_GetCfgFilePath())) ==
+             f_FuzzBatchText(o_Cfg));
 }

