@@ -1,4 +1,4 @@
-// The channel configuration: limits, catalogue, start-up rebuild or repair, MFU.
+// The channel configuration: limits, catalogue, start-up rebuild or repair, MFU, host name.
 #include <gtest/gtest.h>
 
 #include <cjson/cJSON.h>
@@ -282,4 +282,25 @@ TEST_F(ChanCfgTest, ReReadRescalesAndStampsOnlyANewMfu) {
   EXPECT_EQ(o_Cfg.f_NewCfg(A_C_PATH), 0);
   EXPECT_EQ(o_Root.f_Read(A_C_PATH), "{ broken");
   EXPECT_EQ(o_Cfg.f_GetAnnounceCount(), 1u);  // re-reads are announced by the relay
+}
+
+// No operation calls it yet, but it puts nameplate text into a shell command: only a safe
+// name may get there, anything else falls back like an empty one.
+TEST_F(ChanCfgTest, HostNameComesFromTheChannelNameOnlyWhenItIsSafe) {
+  EXPECT_TRUE(ChanCfg_CL::f_IsValidHostName(std::string(63, 'a')));
+  EXPECT_FALSE(ChanCfg_CL::f_IsValidHostName(std::string(64, 'a')));
+  for (const char* z_c_Bad : {"-n", "line-", "a b", "tool.local"})
+    EXPECT_FALSE(ChanCfg_CL::f_IsValidHostName(z_c_Bad)) << z_c_Bad;
+  ChanCfg_CL o_Cfg(nullptr);
+  for (const char* z_c_Name : {"Line-7", "x; touch /tmp/syssrv-hostname-injected"}) {
+    f_Edit(o_Root, [&](cJSON* z_o_T) { Cfg::f_SetCfgKey(z_o_T, nullptr, "Kanalname", z_c_Name); });
+    ASSERT_EQ(o_Cfg.f_NewCfg(A_C_PATH), 0);
+    o_Root.f_Write("/sim/commands.log", "");
+    EXPECT_EQ(o_Cfg.f_SetHostname(), 0);
+    EXPECT_EQ(o_Root.f_Read("/etc/hostname"), z_c_Name[0] == 'L' ? "Line-7\n" : "Kiro\n");
+    EXPECT_EQ(o_Root.f_Read("/sim/commands.log"),
+              "hostname -F " + o_Root.f_Path("/etc/hostname") + "\n");
+  }
+  struct stat o_St {};
+  EXPECT_NE(stat("/tmp/syssrv-hostname-injected", &o_St), 0);
 }
