@@ -82,17 +82,12 @@ class Plant : public ::testing::Test {
     ASSERT_TRUE(sys_srv_client_report_error_sync(C(), "it", i_Code, i_Class, nullptr, nullptr));
   }
 
-  static std::unique_ptr<Service> o_Svc;
-  static std::unique_ptr<Broker> o_Broker;
-  static std::unique_ptr<Collector> o_Col;
-  static std::unique_ptr<BridgeProc> o_Bridge;
-  static std::string str_Base;
+  static inline std::unique_ptr<Service> o_Svc;
+  static inline std::unique_ptr<Broker> o_Broker;
+  static inline std::unique_ptr<Collector> o_Col;
+  static inline std::unique_ptr<BridgeProc> o_Bridge;
+  static inline std::string str_Base;
 };
-std::unique_ptr<Service> Plant::o_Svc;
-std::unique_ptr<Broker> Plant::o_Broker;
-std::unique_ptr<Collector> Plant::o_Col;
-std::unique_ptr<BridgeProc> Plant::o_Bridge;
-std::string Plant::str_Base;
 
 // --- the plain broker: topics, commands, outages, a killed bridge ---------------------------
 

@@ -113,9 +113,8 @@ class Syssrvctl : public ::testing::Test {
   static Check_T f_FileHolds(const char* z_c_Logical, const Want_T& o_Want) {
     return [=](const CtlRun_ST&) { return f_Holds(z_o_Svc->o_Box.f_Read(z_c_Logical), o_Want); };
   }
-  static Service* z_o_Svc;
+  static inline Service* z_o_Svc = nullptr;
 };
-Service* Syssrvctl::z_o_Svc = nullptr;
 
 // One pass through the subcommands in the order a technician would use them; each step
 // names what it must have changed in the service. JSON output is what scripts parse.
