@@ -10,7 +10,6 @@
 #include <cctype>
 #include <csignal>
 #include <cstdio>
-#include <cstring>
 #include <functional>
 #include <mutex>
 #include <string>
@@ -20,24 +19,27 @@
 
 namespace it {
 
-inline int f_FreePort() {
-  int i_Fd = socket(AF_INET, SOCK_STREAM, 0);
-  sockaddr_in o_Addr{};
-  o_Addr.sin_family = AF_INET;
-  o_Addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  bind(i_Fd, reinterpret_cast<sockaddr*>(&o_Addr), sizeof(o_Addr));
-  socklen_t ui_Len = sizeof(o_Addr);
-  getsockname(i_Fd, reinterpret_cast<sockaddr*>(&o_Addr), &ui_Len);
-  close(i_Fd);
-  return ntohs(o_Addr.sin_port);
-}
-
-inline bool f_PortOpen(int i_Port) {
-  int i_Fd = socket(AF_INET, SOCK_STREAM, 0);
+inline sockaddr_in f_Loopback(int i_Port) {
   sockaddr_in o_Addr{};
   o_Addr.sin_family = AF_INET;
   o_Addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
   o_Addr.sin_port = htons(static_cast<uint16_t>(i_Port));
+  return o_Addr;
+}
+
+// A port nobody listens on (port 0 lets the kernel choose), or whether one is listened on.
+inline int f_FreePort() {
+  int i_Fd = socket(AF_INET, SOCK_STREAM, 0);
+  sockaddr_in o_Addr = f_Loopback(0);
+  socklen_t ui_Len = sizeof(o_Addr);
+  bind(i_Fd, reinterpret_cast<sockaddr*>(&o_Addr), ui_Len);
+  getsockname(i_Fd, reinterpret_cast<sockaddr*>(&o_Addr), &ui_Len);
+  close(i_Fd);
+  return ntohs(o_Addr.sin_port);
+}
+inline bool f_PortOpen(int i_Port) {
+  int i_Fd = socket(AF_INET, SOCK_STREAM, 0);
+  sockaddr_in o_Addr = f_Loopback(i_Port);
   bool b_Open = connect(i_Fd, reinterpret_cast<sockaddr*>(&o_Addr), sizeof(o_Addr)) == 0;
   close(i_Fd);
   return b_Open;
@@ -84,23 +86,14 @@ struct Msg_ST {
   bool b_Retained;
 };
 
-struct Tls_ST {
-  std::string str_Ca, str_User, str_Password;
-};
-
 // A subscriber on its own thread (the library's), as a plant dashboard would be: QoS 1 and,
 // when persistent, a session the broker keeps while it is away.
 class Collector {
  public:
-  Collector(int i_Port, const std::string& str_Filter, const std::string& str_Id, bool b_Persistent,
-            const Tls_ST* z_o_Tls = nullptr)
+  Collector(int i_Port, const std::string& str_Filter, const std::string& str_Id, bool b_Persistent)
       : str_Filter(str_Filter) {
     mosquitto_lib_init();
     z_o_Mosq = mosquitto_new(str_Id.c_str(), !b_Persistent, this);
-    if (z_o_Tls != nullptr) {
-      mosquitto_tls_set(z_o_Mosq, z_o_Tls->str_Ca.c_str(), nullptr, nullptr, nullptr, nullptr);
-      mosquitto_username_pw_set(z_o_Mosq, z_o_Tls->str_User.c_str(), z_o_Tls->str_Password.c_str());
-    }
     mosquitto_reconnect_delay_set(z_o_Mosq, 1, 1, false);
     mosquitto_connect_callback_set(z_o_Mosq, [](mosquitto* z_o_M, void* z_v_Self, int i_Rc) {
       if (i_Rc == 0)
