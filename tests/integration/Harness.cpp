@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cjson/cJSON.h>
 #include <cctype>
+#include <climits>
 #include <cerrno>
 #include <cmath>
 #include <csignal>
@@ -14,9 +15,7 @@
 #include <fstream>
 #include <gtest/gtest.h>
 #include <sstream>
-#include <sys/mman.h>
 #include <sys/prctl.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -26,9 +25,8 @@
 namespace it {
 
 namespace {
-// For a child of the test, between fork and exec: it is killed when the test process ends,
-// also by a crash, so that no bus, daemon or broker outlives a failed run and holds ctest's
-// output pipe open. i_TestPid is getpid() of the test, taken before the fork.
+// In a child, before exec: it dies with the test, also by a crash, so that nothing outlives a
+// failed run holding ctest's output pipe open. i_TestPid is the test's, taken before the fork.
 void f_DieWithTest(pid_t i_TestPid) {
   prctl(PR_SET_PDEATHSIG, SIGKILL);
   // The test may have ended between the fork and the prctl.
@@ -210,129 +208,58 @@ int Sandbox::f_CurError() const {
 
 // --- Daemon --------------------------------------------------------------------
 
-Daemon::Daemon(const Sandbox& o_Box, const PrivateBus& o_Bus, std::vector<std::string> o_ExtraEnv)
-    : o_Box(o_Box), o_Bus(o_Bus), o_ExtraEnv(std::move(o_ExtraEnv)) {}
-
-Daemon::~Daemon() {
-  if (i_Pid > 0 && i_ExitStatus == -1) {
-    kill(i_Pid, SIGKILL);
-    waitpid(i_Pid, nullptr, 0);
-  }
+namespace {
+// The daemon's command line: a checker may wrap it, SYSSRV_DAEMON_WRAPPER="valgrind ...".
+std::vector<std::string> f_DaemonArgv() {
+  const char* z_c_Wrapper = getenv("SYSSRV_DAEMON_WRAPPER");
+  if (z_c_Wrapper == nullptr || *z_c_Wrapper == '\0') return {SYSSRV_DAEMON};
+  return {"/bin/sh", "-c", "exec $SYSSRV_DAEMON_WRAPPER \"$0\"", SYSSRV_DAEMON};
 }
+std::vector<std::string> f_DaemonEnv(const Sandbox& o_Box, const PrivateBus& o_Bus,
+                                     const std::vector<std::string>& o_Extra) {
+  std::vector<std::string> o_Env = {"SYSSRV_ROOT=" + o_Box.f_Dir(),
+                                    "DBUS_SYSTEM_BUS_ADDRESS=" + o_Bus.f_Address()};
+  // The service's own exit path leaves its long-lived objects to the OS on purpose.
+  if (getenv("ASAN_OPTIONS") == nullptr) o_Env.push_back("ASAN_OPTIONS=detect_leaks=0");
+  o_Env.insert(o_Env.end(), o_Extra.begin(), o_Extra.end());
+  return o_Env;
+}
+}  // namespace
+
+Daemon::Daemon(const Sandbox& o_Box, const PrivateBus& o_Bus, std::vector<std::string> o_ExtraEnv)
+    : o_Box(o_Box),
+      o_Bus(o_Bus),
+      o_Proc(f_DaemonArgv(), o_Box.f_Path("/sim/daemon.stderr"),
+             f_DaemonEnv(o_Box, o_Bus, o_ExtraEnv), o_Box.f_Path("/sim/daemon.stdout")) {}
 
 bool Daemon::f_Start(int i_TimeoutMs) {
   f_Spawn();
   BusClient o_Probe(o_Bus.f_Address());
-  return f_WaitUntil([&] { return o_Probe.f_ServiceUp() || !f_Running(); }, i_TimeoutMs) &&
-         f_Running();
+  auto f_Owned = [&] {
+    return GChars_T(sys_srv_client_lookup_owner_sync(o_Probe.f_Client(), nullptr, nullptr));
+  };
+  return f_WaitUntil([&] { return f_Owned() || !f_Running(); }, i_TimeoutMs) && f_Running();
 }
 
 void Daemon::f_Spawn() {
-  std::string str_Err = o_Box.f_Path("/sim/daemon.stderr");
-  std::string str_Out = o_Box.f_Path("/sim/daemon.stdout");
+  // Each start has a log of its own.
+  o_Box.f_Write("/sim/daemon.stderr", "");
+  o_Box.f_Write("/sim/daemon.stdout", "");
   i_StartedAt = g_get_monotonic_time();
-  const pid_t i_TestPid = getpid();
-  i_Pid = fork();
-  if (i_Pid == 0) {
-    f_DieWithTest(i_TestPid);
-    int i_ErrFd = open(str_Err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-    int i_OutFd = open(str_Out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
-    dup2(i_ErrFd, 2);
-    dup2(i_OutFd, 1);
-    setenv("SYSSRV_ROOT", o_Box.f_Dir().c_str(), 1);
-    setenv("DBUS_SYSTEM_BUS_ADDRESS", o_Bus.f_Address().c_str(), 1);
-    // The service's own exit path leaves its long-lived objects to the OS on purpose.
-    setenv("ASAN_OPTIONS", "detect_leaks=0", 0);
-    for (const std::string& str_Env : o_ExtraEnv) putenv(strdup(str_Env.c_str()));
-    // A checker may run the daemon: SYSSRV_DAEMON_WRAPPER="valgrind --error-exitcode=99 ...".
-    const char* z_c_Wrapper = getenv("SYSSRV_DAEMON_WRAPPER");
-    if (z_c_Wrapper != nullptr && *z_c_Wrapper != '\0')
-      execl("/bin/sh", "sh", "-c", "exec $SYSSRV_DAEMON_WRAPPER \"$0\"", SYSSRV_DAEMON,
-            static_cast<char*>(nullptr));
-    execl(SYSSRV_DAEMON, "SysSrv.elf", static_cast<char*>(nullptr));
-    _exit(127);
-  }
-}
-
-void Daemon::f_Signal(int i_Sig) const {
-  if (i_Pid > 0) kill(i_Pid, i_Sig);
-}
-
-bool Daemon::f_Running() {
-  if (i_Pid <= 0 || i_ExitStatus != -1) return false;
-  int i_Status = 0;
-  pid_t i_R = waitpid(i_Pid, &i_Status, WNOHANG);
-  if (i_R == 0) return true;
-  i_ExitStatus = WIFEXITED(i_Status) ? WEXITSTATUS(i_Status) : 128 + WTERMSIG(i_Status);
-  return false;
-}
-
-int Daemon::f_WaitExit(int i_TimeoutMs) {
-  if (!f_WaitUntil([&] { return !f_Running(); }, i_TimeoutMs)) return -1;
-  return i_ExitStatus;
-}
-
-int Daemon::f_Stop(int i_TimeoutMs) {
-  if (!f_Running()) return i_ExitStatus;
-  f_Signal(SIGTERM);
-  return f_WaitExit(i_TimeoutMs);
-}
-
-std::string Daemon::f_Log() const { return f_ReadFile(o_Box.f_Path("/sim/daemon.stderr")); }
-std::string Daemon::f_Stdout() const { return f_ReadFile(o_Box.f_Path("/sim/daemon.stdout")); }
-
-bool Daemon::f_WaitLog(const std::string& str_Text, int i_TimeoutMs) const {
-  return f_WaitUntil([&] { return f_Log().find(str_Text) != std::string::npos; }, i_TimeoutMs);
+  o_Proc.f_Start();
 }
 
 // --- BusClient -----------------------------------------------------------------
 
 BusClient::BusClient(const std::string& str_Address) {
-  g_mutex_init(&o_Lock);
   GErrorHolder_CL o_Err;
   z_o_Client = sys_srv_client_new_for_address_sync(str_Address.c_str(), nullptr, o_Err.f_Out());
-  if (z_o_Client == nullptr) {
-    ADD_FAILURE() << "bus connection: " << o_Err.f_Message();
-    return;
-  }
-  z_o_Conn = sys_srv_client_get_connection(z_o_Client);
-  ui_Filter = g_dbus_connection_add_filter(z_o_Conn, f_Filter, this, [](gpointer z_v_Self) {
-    g_atomic_int_set(&static_cast<BusClient*>(z_v_Self)->i_FilterGone, 1);
-  });
-}
-
-GDBusMessage* BusClient::f_Filter(GDBusConnection*, GDBusMessage* z_o_Msg, gboolean b_Incoming,
-                                  gpointer z_v_Self) {
-  auto* z_o_Self = static_cast<BusClient*>(z_v_Self);
-  GDBusMessageType e_Type = g_dbus_message_get_message_type(z_o_Msg);
-  if (b_Incoming &&
-      (e_Type == G_DBUS_MESSAGE_TYPE_METHOD_RETURN || e_Type == G_DBUS_MESSAGE_TYPE_ERROR)) {
-    g_mutex_lock(&z_o_Self->o_Lock);
-    z_o_Self->o_ReplySerials.push_back(g_dbus_message_get_reply_serial(z_o_Msg));
-    g_mutex_unlock(&z_o_Self->o_Lock);
-  }
-  return z_o_Msg;
-}
-
-bool BusClient::f_GotReplyTo(guint32 ui_Serial) {
-  g_mutex_lock(&o_Lock);
-  bool b_Got =
-      std::find(o_ReplySerials.begin(), o_ReplySerials.end(), ui_Serial) != o_ReplySerials.end();
-  g_mutex_unlock(&o_Lock);
-  return b_Got;
+  if (z_o_Client == nullptr) ADD_FAILURE() << "bus connection: " << o_Err.f_Message();
+  z_o_Conn = z_o_Client ? sys_srv_client_get_connection(z_o_Client) : nullptr;
 }
 
 BusClient::~BusClient() {
-  if (z_o_Client != nullptr) {
-    // The filter runs in the bus thread and may be inside it (holding the lock) after the
-    // removal returns; its destroy notify, dispatched from this thread's main context,
-    // says when it is done. A slow machine (qemu) hit that window.
-    g_dbus_connection_remove_filter(z_o_Conn, ui_Filter);
-    if (!f_WaitUntil([this] { return g_atomic_int_get(&i_FilterGone) != 0; }, 10000))
-      ADD_FAILURE() << "the bus connection's filter was not released";
-    g_object_unref(z_o_Client);
-  }
-  g_mutex_clear(&o_Lock);
+  if (z_o_Client != nullptr) g_object_unref(z_o_Client);
 }
 
 // Errors come back untranslated: the tests hold the service's replies to the letter.
@@ -353,20 +280,18 @@ bool BusClient::f_Invoke(const char* z_c_Method, GVariant* o_Params) {
   return Variant_T(f_CallOk(z_c_Method, o_Params)) != nullptr;
 }
 
-bool BusClient::f_CallFails(const char* z_c_Method, GVariant* o_Params) {
-  GErrorHolder_CL o_Err;
-  if (Variant_T(f_Call(z_c_Method, o_Params, o_Err.f_Out()))) return false;
-  return g_error_matches(o_Err.get(), G_IO_ERROR, G_IO_ERROR_FAILED_HANDLED);
-}
-
-guint32 BusClient::f_SendNoReply(const char* z_c_Method, GVariant* o_Params) {
-  guint32 ui_Serial = 0;
-  sys_srv_client_send(z_o_Client, z_c_Method, o_Params, &ui_Serial, nullptr);
-  return ui_Serial;
-}
-
-bool BusClient::f_ServiceUp() {
-  return GChars_T(sys_srv_client_lookup_owner_sync(z_o_Client, nullptr, nullptr)) != nullptr;
+std::shared_ptr<GDBusInterfaceInfo> BusClient::f_Interface() {
+  Variant_T o_Xml(g_dbus_connection_call_sync(
+      z_o_Conn, A_C_BUS_NAME, A_C_PATH, "org.freedesktop.DBus.Introspectable", "Introspect",
+      nullptr, G_VARIANT_TYPE("(s)"), G_DBUS_CALL_FLAGS_NONE, 10000, nullptr, nullptr));
+  GDBusNodeInfo* z_o_Node =
+      o_Xml ? g_dbus_node_info_new_for_xml(f_Str(o_Xml.get()).c_str(), nullptr) : nullptr;
+  GDBusInterfaceInfo* z_o_If =
+      z_o_Node ? g_dbus_node_info_lookup_interface(z_o_Node, A_C_IFACE) : nullptr;
+  if (z_o_If != nullptr) g_dbus_interface_info_ref(z_o_If);
+  if (z_o_Node != nullptr) g_dbus_node_info_unref(z_o_Node);
+  if (z_o_If == nullptr) return nullptr;
+  return std::shared_ptr<GDBusInterfaceInfo>(z_o_If, g_dbus_interface_info_unref);
 }
 
 // --- SignalRecorder ------------------------------------------------------------
@@ -456,11 +381,10 @@ std::string f_Str(GVariant* o_V, int i_Index) {
 }
 
 namespace {
-const cJSON* f_JsonItem(const cJSON* z_o_Item, const std::vector<std::string>& o_Path) {
-  for (const std::string& str_Key : o_Path)
-    z_o_Item = cJSON_IsArray(z_o_Item)
-                   ? cJSON_GetArrayItem(z_o_Item, std::atoi(str_Key.c_str()))
-                   : cJSON_GetObjectItemCaseSensitive(z_o_Item, str_Key.c_str());
+const cJSON* f_JsonItem(const cJSON* z_o_Item, const std::vector<const char*>& o_Path) {
+  for (const char* z_c_Key : o_Path)
+    z_o_Item = cJSON_IsArray(z_o_Item) ? cJSON_GetArrayItem(z_o_Item, std::atoi(z_c_Key))
+                                       : cJSON_GetObjectItemCaseSensitive(z_o_Item, z_c_Key);
   return z_o_Item;
 }
 std::string f_Printed(const cJSON* z_o_Item) {
@@ -469,22 +393,15 @@ std::string f_Printed(const cJSON* z_o_Item) {
 }
 }  // namespace
 
-std::string f_JsonAt(const std::string& str_Json, const std::string& str_Path) {
-  std::vector<std::string> o_Path;
-  for (size_t ui_From = 0; ui_From <= str_Path.size();) {
-    size_t ui_Slash = std::min(str_Path.find('/', ui_From), str_Path.size());
-    o_Path.push_back(str_Path.substr(ui_From, ui_Slash - ui_From));
-    ui_From = ui_Slash + 1;
-  }
+std::string f_JsonAt(const std::string& str_Json, const std::vector<const char*>& o_Path) {
   CJsonTree_T o_Tree(cJSON_Parse(str_Json.c_str()));
-  return o_Tree ? f_Printed(f_JsonItem(o_Tree.get(), o_Path)) : "";
+  return f_Printed(f_JsonItem(o_Tree.get(), o_Path));
 }
 
 bool f_Holds(const std::string& str_Json, const Want_T& o_Want) {
   CJsonTree_T o_Tree(cJSON_Parse(str_Json.c_str()));
   for (const auto& o_W : o_Want) {
-    const cJSON* z_o_Item =
-        f_JsonItem(o_Tree.get(), std::vector<std::string>(o_W.first.begin(), o_W.first.end()));
+    const cJSON* z_o_Item = f_JsonItem(o_Tree.get(), o_W.first);
     bool b_Near = cJSON_IsNumber(z_o_Item) && std::isdigit(o_W.second[0]) &&
                   std::fabs(z_o_Item->valuedouble - std::atof(o_W.second.c_str())) < 1e-6;
     if (!b_Near && o_W.second != f_Printed(z_o_Item)) return false;
@@ -496,6 +413,7 @@ bool f_Holds(const std::string& str_Json, const Want_T& o_Want) {
 
 void Process::f_Start() {
   const pid_t i_TestPid = getpid();
+  i_Exit = -1;
   i_Pid = fork();
   if (i_Pid == 0) {
     f_DieWithTest(i_TestPid);
@@ -511,19 +429,28 @@ void Process::f_Start() {
   }
 }
 
-int Process::f_Stop(int i_Sig) {
-  if (i_Pid <= 0) return -1;
-  if (i_Sig != 0) kill(i_Pid, i_Sig);
+bool Process::f_Running() {
   int i_Status = 0;
-  bool b_Ended =
-      i_Sig == 0 ? waitpid(i_Pid, &i_Status, 0) == i_Pid
-                 : f_WaitUntil([&] { return waitpid(i_Pid, &i_Status, WNOHANG) == i_Pid; }, 15000);
-  if (!b_Ended) {
+  if (i_Pid <= 0 || waitpid(i_Pid, &i_Status, WNOHANG) == 0) return i_Pid > 0;
+  i_Exit = WIFEXITED(i_Status) ? WEXITSTATUS(i_Status) : 128 + WTERMSIG(i_Status);
+  i_Pid = -1;  // reaped: its number may go to another process
+  return false;
+}
+
+int Process::f_WaitExit(int i_TimeoutMs) {
+  return f_WaitUntil([&] { return !f_Running(); }, i_TimeoutMs) ? i_Exit : -1;
+}
+
+int Process::f_Stop(int i_Sig, int i_TimeoutMs) {
+  if (!f_Running()) return i_Exit;
+  f_Signal(i_Sig);
+  // Ending by itself, it gets all the time it needs.
+  int i_Result = f_WaitExit(i_Sig == 0 ? INT_MAX : i_TimeoutMs);
+  if (i_Result == -1) {
     kill(i_Pid, SIGKILL);
-    waitpid(i_Pid, &i_Status, 0);
+    f_WaitExit(INT_MAX);
   }
-  i_Pid = -1;
-  return b_Ended && WIFEXITED(i_Status) ? WEXITSTATUS(i_Status) : -1;
+  return i_Result;
 }
 
 }  // namespace it

@@ -4,6 +4,7 @@
 #include <csignal>
 #include <functional>
 #include <gio/gio.h>
+#include <memory>
 #include <string>
 #include <syssrv-client.h>
 #include <sys/types.h>
@@ -69,34 +70,69 @@ class Sandbox {
   std::string str_Dir;
 };
 
-// The real SysSrv.elf in a sandbox on a private bus.
+// A program of the test, started by fork/exec, killed with the test. Its stderr goes to the
+// log file, and so does its stdout unless that has a file of its own.
+class Process {
+ public:
+  Process(std::vector<std::string> o_Argv, std::string str_LogPath,
+          std::vector<std::string> o_Env = {}, std::string str_OutPath = "")
+      : o_Argv(std::move(o_Argv)),
+        str_LogPath(std::move(str_LogPath)),
+        o_Env(std::move(o_Env)),
+        str_OutPath(std::move(str_OutPath)) {}
+  ~Process() { f_Stop(SIGKILL); }
+  void f_Start();
+  void f_Signal(int i_Sig) const {
+    if (i_Pid > 0) kill(i_Pid, i_Sig);
+  }
+  // False once it ended; its exit status (128 + signal when killed) is kept.
+  bool f_Running();
+  // The exit status, or -1 when it still runs after i_TimeoutMs.
+  int f_WaitExit(int i_TimeoutMs);
+  // Signals the process (with 0 it ends by itself) and waits for its end, killing it after
+  // i_TimeoutMs; its exit status, or -1.
+  int f_Stop(int i_Sig = SIGTERM, int i_TimeoutMs = 15000);
+  pid_t f_Pid() const { return i_Pid; }
+  std::string f_Log() const { return f_ReadFile(str_LogPath); }
+  bool f_WaitLog(const std::string& str_Text, int i_TimeoutMs) const {
+    return f_WaitUntil([&] { return f_Log().find(str_Text) != std::string::npos; }, i_TimeoutMs);
+  }
+
+ private:
+  std::vector<std::string> o_Argv;
+  std::string str_LogPath;
+  std::vector<std::string> o_Env;
+  std::string str_OutPath;
+  pid_t i_Pid = -1;
+  int i_Exit = -1;
+};
+
+// The real SysSrv.elf in a sandbox on a private bus, its log in /sim/daemon.stderr.
 class Daemon {
  public:
   Daemon(const Sandbox& o_Box, const PrivateBus& o_Bus, std::vector<std::string> o_ExtraEnv = {});
-  ~Daemon();
   // Starts the process and waits until it owns the bus name.
   bool f_Start(int i_TimeoutMs = 20000);
-  void f_Signal(int i_Sig) const;
-  // SIGTERM, then the exit status (or -1 on time-out / abnormal end).
-  int f_Stop(int i_TimeoutMs = 10000);
-  int f_WaitExit(int i_TimeoutMs);
-  bool f_Running();
-  pid_t f_Pid() const { return i_Pid; }
-  // Everything the daemon wrote to stderr (its log copy) and stdout.
-  std::string f_Log() const;
-  std::string f_Stdout() const;
-  bool f_WaitLog(const std::string& str_Text, int i_TimeoutMs) const;
-  // Monotonic time (µs) of the start.
-  gint64 f_StartedAt() const { return i_StartedAt; }
   // Starts the process without waiting for the bus name.
   void f_Spawn();
+  void f_Signal(int i_Sig) const { o_Proc.f_Signal(i_Sig); }
+  // SIGTERM, then the exit status (or -1 on time-out / abnormal end).
+  int f_Stop(int i_TimeoutMs = 10000) { return o_Proc.f_Stop(SIGTERM, i_TimeoutMs); }
+  int f_WaitExit(int i_TimeoutMs) { return o_Proc.f_WaitExit(i_TimeoutMs); }
+  bool f_Running() { return o_Proc.f_Running(); }
+  pid_t f_Pid() const { return o_Proc.f_Pid(); }
+  std::string f_Log() const { return o_Proc.f_Log(); }
+  std::string f_Stdout() const { return f_ReadFile(o_Box.f_Path("/sim/daemon.stdout")); }
+  bool f_WaitLog(const std::string& str_Text, int i_TimeoutMs) const {
+    return o_Proc.f_WaitLog(str_Text, i_TimeoutMs);
+  }
+  // Monotonic time (µs) of the start.
+  gint64 f_StartedAt() const { return i_StartedAt; }
 
  private:
   const Sandbox& o_Box;
   const PrivateBus& o_Bus;
-  std::vector<std::string> o_ExtraEnv;
-  pid_t i_Pid = -1;
-  int i_ExitStatus = -1;
+  Process o_Proc;
   gint64 i_StartedAt = 0;
 };
 
@@ -119,24 +155,16 @@ class BusClient {
   }
   // Calls, expects success and drops the reply; true on success.
   bool f_Invoke(const char* z_c_Method, GVariant* o_Params = nullptr);
-  // True when the call failed with the service's error reply (GIO error 30).
-  bool f_CallFails(const char* z_c_Method, GVariant* o_Params = nullptr);
-  // Sends a call flagged "no reply expected"; returns its serial.
-  guint32 f_SendNoReply(const char* z_c_Method, GVariant* o_Params);
-  // True when a method return or error for this serial has reached the connection.
-  bool f_GotReplyTo(guint32 ui_Serial);
-  // True when the service's name has an owner on the bus.
-  bool f_ServiceUp();
+  // The service interface as the running service describes it; null when there is none.
+  std::shared_ptr<GDBusInterfaceInfo> f_Interface();
+  // Sends a call flagged "no reply expected".
+  void f_SendNoReply(const char* z_c_Method, GVariant* o_Params) {
+    sys_srv_client_send(z_o_Client, z_c_Method, o_Params, nullptr, nullptr);
+  }
 
  private:
-  static GDBusMessage* f_Filter(GDBusConnection*, GDBusMessage*, gboolean, gpointer);
   SysSrvClient* z_o_Client = nullptr;
   GDBusConnection* z_o_Conn = nullptr;  // the client's
-  guint ui_Filter = 0;
-  // Set by the filter's destroy notify: from then on the bus thread no longer runs it.
-  gint i_FilterGone = 0;
-  GMutex o_Lock;
-  std::vector<guint32> o_ReplySerials;
 };
 
 struct Signal_ST {
@@ -194,48 +222,23 @@ class Service {
 int f_Int(GVariant* o_V, int i_Index = 0);
 std::vector<int> f_Ints(GVariant* o_V);
 std::string f_Str(GVariant* o_V, int i_Index = 0);
-// The same of an owned reply; -999 and "" for a failed call (whose failure the test has).
+// The same of an owned reply; -999, {} and "" for a failed call (whose failure the test has).
 inline int f_Int(const Variant_T& o_V, int i_Index = 0) {
   return o_V ? f_Int(o_V.get(), i_Index) : -999;
+}
+inline std::vector<int> f_Ints(const Variant_T& o_V) {
+  return o_V ? f_Ints(o_V.get()) : std::vector<int>{};
 }
 inline std::string f_Str(const Variant_T& o_V, int i_Index = 0) {
   return o_V ? f_Str(o_V.get(), i_Index) : "";
 }
-// The member of a JSON text at a path of keys ("Section/Key"; a key of digits picks an
-// array element), printed unformatted; "" when the text does not parse or it is missing.
-std::string f_JsonAt(const std::string& str_Json, const std::string& str_Path);
+// The member of a JSON text at a path of keys (a key of digits picks an array element),
+// printed unformatted; "" when the text does not parse or it is missing.
+std::string f_JsonAt(const std::string& str_Json, const std::vector<const char*>& o_Path);
 // Paths of keys with the JSON text each must hold.
 using Want_T = std::vector<std::pair<std::vector<const char*>, std::string>>;
 // Whether str_Json holds each value; numbers match within a millionth, as the tool keeps some
 // of them as float.
 bool f_Holds(const std::string& str_Json, const Want_T& o_Want);
-
-// A program of the test, started by fork/exec, stopped by its pid. Its stderr goes to the log
-// file, and so does its stdout unless that has a file of its own.
-class Process {
- public:
-  Process(std::vector<std::string> o_Argv, std::string str_LogPath,
-          std::vector<std::string> o_Env = {}, std::string str_OutPath = "")
-      : o_Argv(std::move(o_Argv)),
-        str_LogPath(std::move(str_LogPath)),
-        o_Env(std::move(o_Env)),
-        str_OutPath(std::move(str_OutPath)) {}
-  ~Process() { f_Stop(SIGKILL); }
-  void f_Start();
-  // Signals the process (with 0 it ends by itself) and waits for its end; its exit status, or -1.
-  int f_Stop(int i_Sig = SIGTERM);
-  pid_t f_Pid() const { return i_Pid; }
-  std::string f_Log() const { return f_ReadFile(str_LogPath); }
-  bool f_WaitLog(const std::string& str_Text, int i_TimeoutMs) const {
-    return f_WaitUntil([&] { return f_Log().find(str_Text) != std::string::npos; }, i_TimeoutMs);
-  }
-
- private:
-  std::vector<std::string> o_Argv;
-  std::string str_LogPath;
-  std::vector<std::string> o_Env;
-  std::string str_OutPath;
-  pid_t i_Pid = -1;
-};
 
 }  // namespace it
