@@ -14,13 +14,12 @@
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
-#include <sstream>
+#include <iterator>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include "sysLib/BmsShMem.h"
-#include "sysLib/ErrorShMem.h"
 
 namespace it {
 
@@ -31,6 +30,21 @@ void f_DieWithTest(pid_t i_TestPid) {
   prctl(PR_SET_PDEATHSIG, SIGKILL);
   // The test may have ended between the fork and the prctl.
   if (getppid() != i_TestPid) _exit(127);
+}
+// The daemon's command line: a checker may wrap it, SYSSRV_DAEMON_WRAPPER="valgrind ...".
+std::vector<std::string> f_DaemonArgv() {
+  const char* z_c_Wrapper = getenv("SYSSRV_DAEMON_WRAPPER");
+  if (z_c_Wrapper == nullptr || *z_c_Wrapper == '\0') return {SYSSRV_DAEMON};
+  return {"/bin/sh", "-c", "exec $SYSSRV_DAEMON_WRAPPER \"$0\"", SYSSRV_DAEMON};
+}
+std::vector<std::string> f_DaemonEnv(const Sandbox& o_Box, const PrivateBus& o_Bus,
+                                     const std::vector<std::string>& o_Extra) {
+  std::vector<std::string> o_Env = {"SYSSRV_ROOT=" + o_Box.f_Dir(),
+                                    "DBUS_SYSTEM_BUS_ADDRESS=" + o_Bus.f_Address()};
+  // The service's own exit path leaves its long-lived objects to the OS on purpose.
+  if (getenv("ASAN_OPTIONS") == nullptr) o_Env.push_back("ASAN_OPTIONS=detect_leaks=0");
+  o_Env.insert(o_Env.end(), o_Extra.begin(), o_Extra.end());
+  return o_Env;
 }
 }  // namespace
 
@@ -49,9 +63,7 @@ void f_RemoveTree(const std::string& str_Dir) {
 
 std::string f_ReadFile(const std::string& str_Path) {
   std::ifstream o_In(str_Path, std::ios::binary);
-  std::stringstream o_Buf;
-  o_Buf << o_In.rdbuf();
-  return o_Buf.str();
+  return std::string(std::istreambuf_iterator<char>(o_In), std::istreambuf_iterator<char>());
 }
 
 int f_Shell(const std::string& str_Cmd, std::string* z_str_Out) {
@@ -107,46 +119,19 @@ std::string PrivateBus::f_DefaultPolicy(const std::string& str_Rules) {
          str_Rules + "  </policy>\n";
 }
 
-PrivateBus::PrivateBus(const std::string& str_ConfigXml) {
-  str_Dir = f_MakeTempDir("syssrv-bus");
-  std::string str_Config = str_ConfigXml;
-  if (str_Config.empty())
-    str_Config = f_Config(str_Dir, f_DefaultPolicy("    <allow own=\"*\"/>\n"
-                                                   "    <allow send_type=\"method_call\"/>\n"));
-  std::string str_CfgPath = str_Dir + "/bus.conf";
-  std::ofstream(str_CfgPath) << str_Config;
-
-  int a_i_Pipe[2];
-  if (pipe(a_i_Pipe) != 0) {
-    ADD_FAILURE() << "pipe";
-    return;
-  }
-  const pid_t i_TestPid = getpid();
-  i_Pid = fork();
-  if (i_Pid == 0) {
-    f_DieWithTest(i_TestPid);
-    dup2(a_i_Pipe[1], 1);
-    close(a_i_Pipe[0]);
-    std::string str_Arg = "--config-file=" + str_CfgPath;
-    execlp("dbus-daemon", "dbus-daemon", str_Arg.c_str(), "--nofork", "--print-address=1",
-           static_cast<char*>(nullptr));
-    _exit(127);
-  }
-  close(a_i_Pipe[1]);
-  char a_c_Line[512] = "";
-  File_T o_In(fdopen(a_i_Pipe[0], "r"));
-  if (fgets(a_c_Line, sizeof(a_c_Line), o_In.get()) == nullptr) a_c_Line[0] = '\0';
-  o_In.reset();
-  str_Address = std::string(a_c_Line).substr(0, std::strcspn(a_c_Line, "\n"));
-  if (str_Address.empty()) ADD_FAILURE() << "dbus-daemon printed no address";
-}
-
-PrivateBus::~PrivateBus() {
-  if (i_Pid > 0) {
-    kill(i_Pid, SIGTERM);
-    waitpid(i_Pid, nullptr, 0);
-  }
-  f_RemoveTree(str_Dir);
+PrivateBus::PrivateBus(const std::string& str_ConfigXml)
+    : o_Proc({"/bin/sh", "-c", "exec dbus-daemon --config-file=\"$0\" --nofork --print-address=1",
+              str_Dir + "/bus.conf"},
+             str_Dir + "/bus.log", {}, str_Dir + "/address") {
+  const std::string str_Rules = "    <allow own=\"*\"/>\n    <allow send_type=\"method_call\"/>\n";
+  std::ofstream(str_Dir + "/bus.conf")
+      << (str_ConfigXml.empty() ? f_Config(str_Dir, f_DefaultPolicy(str_Rules)) : str_ConfigXml);
+  o_Proc.f_Start();
+  f_WaitUntil([&] { return f_ReadFile(str_Dir + "/address").find('\n') != std::string::npos; },
+              30000);
+  str_Address = f_ReadFile(str_Dir + "/address");
+  str_Address = str_Address.substr(0, str_Address.find('\n'));
+  if (str_Address.empty()) ADD_FAILURE() << "dbus-daemon printed no address: " << o_Proc.f_Log();
 }
 
 // --- Sandbox -------------------------------------------------------------------
@@ -188,43 +173,14 @@ int Sandbox::f_Sim(const std::string& str_Args, std::string* z_str_Out) const {
                  z_str_Out);
 }
 
-namespace {
-template <typename T>
-T f_ReadSeg(const std::string& str_File) {
-  T o_Seg{};
-  std::ifstream o_In(str_File, std::ios::binary);
-  o_In.read(reinterpret_cast<char*>(&o_Seg), sizeof(T));
-  return o_Seg;
-}
-}  // namespace
-
 bool Sandbox::f_BmsOut(int i_Line) const {
-  return (f_ReadSeg<BmsShMem_ST>(f_Path("/dev/shm/BmsShMem")).ui_Outputs >> i_Line) & 1u;
-}
-
-int Sandbox::f_CurError() const {
-  return f_ReadSeg<ErrorShMemData_ST>(f_Path("/dev/shm/ErrorShMem")).i_CurError;
+  BmsShMem_ST o_Seg{};
+  std::ifstream(f_Path("/dev/shm/BmsShMem"), std::ios::binary)
+      .read(reinterpret_cast<char*>(&o_Seg), sizeof(o_Seg));
+  return (o_Seg.ui_Outputs >> i_Line) & 1u;
 }
 
 // --- Daemon --------------------------------------------------------------------
-
-namespace {
-// The daemon's command line: a checker may wrap it, SYSSRV_DAEMON_WRAPPER="valgrind ...".
-std::vector<std::string> f_DaemonArgv() {
-  const char* z_c_Wrapper = getenv("SYSSRV_DAEMON_WRAPPER");
-  if (z_c_Wrapper == nullptr || *z_c_Wrapper == '\0') return {SYSSRV_DAEMON};
-  return {"/bin/sh", "-c", "exec $SYSSRV_DAEMON_WRAPPER \"$0\"", SYSSRV_DAEMON};
-}
-std::vector<std::string> f_DaemonEnv(const Sandbox& o_Box, const PrivateBus& o_Bus,
-                                     const std::vector<std::string>& o_Extra) {
-  std::vector<std::string> o_Env = {"SYSSRV_ROOT=" + o_Box.f_Dir(),
-                                    "DBUS_SYSTEM_BUS_ADDRESS=" + o_Bus.f_Address()};
-  // The service's own exit path leaves its long-lived objects to the OS on purpose.
-  if (getenv("ASAN_OPTIONS") == nullptr) o_Env.push_back("ASAN_OPTIONS=detect_leaks=0");
-  o_Env.insert(o_Env.end(), o_Extra.begin(), o_Extra.end());
-  return o_Env;
-}
-}  // namespace
 
 Daemon::Daemon(const Sandbox& o_Box, const PrivateBus& o_Bus, std::vector<std::string> o_ExtraEnv)
     : o_Box(o_Box),
@@ -380,33 +336,24 @@ std::string f_Str(GVariant* o_V, int i_Index) {
   return g_variant_get_string(Variant_T(g_variant_get_child_value(o_V, i_Index)).get(), nullptr);
 }
 
-namespace {
-const cJSON* f_JsonItem(const cJSON* z_o_Item, const std::vector<const char*>& o_Path) {
+std::string f_JsonAt(const std::string& str_Json, const std::vector<const char*>& o_Path) {
+  CJsonTree_T o_Tree(cJSON_Parse(str_Json.c_str()));
+  const cJSON* z_o_Item = o_Tree.get();
   for (const char* z_c_Key : o_Path)
     z_o_Item = cJSON_IsArray(z_o_Item) ? cJSON_GetArrayItem(z_o_Item, std::atoi(z_c_Key))
                                        : cJSON_GetObjectItemCaseSensitive(z_o_Item, z_c_Key);
-  return z_o_Item;
-}
-std::string f_Printed(const cJSON* z_o_Item) {
   CJsonText_T o_Text(z_o_Item != nullptr ? cJSON_PrintUnformatted(z_o_Item) : nullptr);
   return o_Text ? o_Text.get() : "";
 }
-}  // namespace
-
-std::string f_JsonAt(const std::string& str_Json, const std::vector<const char*>& o_Path) {
-  CJsonTree_T o_Tree(cJSON_Parse(str_Json.c_str()));
-  return f_Printed(f_JsonItem(o_Tree.get(), o_Path));
-}
 
 bool f_Holds(const std::string& str_Json, const Want_T& o_Want) {
-  CJsonTree_T o_Tree(cJSON_Parse(str_Json.c_str()));
   for (const auto& o_W : o_Want) {
-    const cJSON* z_o_Item = f_JsonItem(o_Tree.get(), o_W.first);
-    bool b_Near = cJSON_IsNumber(z_o_Item) && std::isdigit(o_W.second[0]) &&
-                  std::fabs(z_o_Item->valuedouble - std::atof(o_W.second.c_str())) < 1e-6;
-    if (!b_Near && o_W.second != f_Printed(z_o_Item)) return false;
+    const std::string str_Got = f_JsonAt(str_Json, o_W.first);
+    bool b_Near = std::isdigit(o_W.second[0]) && (std::isdigit(str_Got[0]) || str_Got[0] == '-') &&
+                  std::fabs(std::atof(str_Got.c_str()) - std::atof(o_W.second.c_str())) < 1e-6;
+    if (!b_Near && str_Got != o_W.second) return false;
   }
-  return o_Tree != nullptr;
+  return CJsonTree_T(cJSON_Parse(str_Json.c_str())) != nullptr;
 }
 
 // --- Process -------------------------------------------------------------------

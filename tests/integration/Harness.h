@@ -29,47 +29,6 @@ void f_Pump(int i_Ms);
 // Polls f_Cond (pumping the main context) until it is true or i_TimeoutMs passed.
 bool f_WaitUntil(const std::function<bool()>& f_Cond, int i_TimeoutMs);
 
-// A dbus-daemon of its own. Without a configuration text, everything is allowed.
-class PrivateBus {
- public:
-  explicit PrivateBus(const std::string& str_ConfigXml = "");
-  ~PrivateBus();
-  const std::string& f_Address() const { return str_Address; }
-  const std::string& f_Dir() const { return str_Dir; }
-  // A configuration that listens in DIR; str_Policy goes inside <busconfig>.
-  static std::string f_Config(const std::string& str_Dir, const std::string& str_Policy);
-  // The default-context policy: everybody may connect, send signals, receive anything and
-  // answer calls made to them; str_Rules says who may own names and call whom.
-  static std::string f_DefaultPolicy(const std::string& str_Rules);
-
- private:
-  std::string str_Dir;
-  std::string str_Address;
-  pid_t i_Pid = -1;
-};
-
-// A complete simulated tool in a temporary directory; SYSSRV_ROOT of this process points
-// at it while it lives, so the system library in the test sees the same files.
-class Sandbox {
- public:
-  Sandbox();
-  ~Sandbox();
-  const std::string& f_Dir() const { return str_Dir; }
-  std::string f_Path(const std::string& str_Logical) const { return str_Dir + str_Logical; }
-  void f_Write(const std::string& str_Logical, const std::string& str_Content) const;
-  std::string f_Read(const std::string& str_Logical) const;
-  bool f_Exists(const std::string& str_Logical) const;
-  // Runs syssrv-sim with --root; returns its exit status, output into *z_str_Out.
-  int f_Sim(const std::string& str_Args, std::string* z_str_Out = nullptr) const;
-  // Output line n of the BMS board.
-  bool f_BmsOut(int i_Line) const;
-  // The current error word of "/ErrorShMem".
-  int f_CurError() const;
-
- private:
-  std::string str_Dir;
-};
-
 // A program of the test, started by fork/exec, killed with the test. Its stderr goes to the
 // log file, and so does its stdout unless that has a file of its own.
 class Process {
@@ -105,6 +64,48 @@ class Process {
   std::string str_OutPath;
   pid_t i_Pid = -1;
   int i_Exit = -1;
+};
+
+// A dbus-daemon of its own. Without a configuration text, everything is allowed.
+class PrivateBus {
+ public:
+  explicit PrivateBus(const std::string& str_ConfigXml = "");
+  ~PrivateBus() {
+    o_Proc.f_Stop();
+    f_RemoveTree(str_Dir);
+  }
+  const std::string& f_Address() const { return str_Address; }
+  const std::string& f_Dir() const { return str_Dir; }
+  // A configuration that listens in DIR; str_Policy goes inside <busconfig>.
+  static std::string f_Config(const std::string& str_Dir, const std::string& str_Policy);
+  // The default-context policy: everybody may connect, send signals, receive anything and
+  // answer calls made to them; str_Rules says who may own names and call whom.
+  static std::string f_DefaultPolicy(const std::string& str_Rules);
+
+ private:
+  std::string str_Dir = f_MakeTempDir("syssrv-bus");
+  std::string str_Address;
+  Process o_Proc;
+};
+
+// A complete simulated tool in a temporary directory; SYSSRV_ROOT of this process points
+// at it while it lives, so the system library in the test sees the same files.
+class Sandbox {
+ public:
+  Sandbox();
+  ~Sandbox();
+  const std::string& f_Dir() const { return str_Dir; }
+  std::string f_Path(const std::string& str_Logical) const { return str_Dir + str_Logical; }
+  void f_Write(const std::string& str_Logical, const std::string& str_Content) const;
+  std::string f_Read(const std::string& str_Logical) const;
+  bool f_Exists(const std::string& str_Logical) const;
+  // Runs syssrv-sim with --root; returns its exit status, output into *z_str_Out.
+  int f_Sim(const std::string& str_Args, std::string* z_str_Out = nullptr) const;
+  // Output line n of the BMS board.
+  bool f_BmsOut(int i_Line) const;
+
+ private:
+  std::string str_Dir;
 };
 
 // The real SysSrv.elf in a sandbox on a private bus, its log in /sim/daemon.stderr.

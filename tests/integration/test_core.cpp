@@ -60,7 +60,7 @@ const char* const A_C_SIGNALS =
 
 std::string f_Args(GDBusArgInfo** a_z_o_Args) {
   std::string str_Out;
-  for (int k = 0; a_z_o_Args && a_z_o_Args[k]; k++)
+  for (int k = 0; a_z_o_Args[k] != nullptr; k++)
     str_Out += std::string(k ? " " : "") + a_z_o_Args[k]->name + ":" + a_z_o_Args[k]->signature;
   return "(" + str_Out + ")";
 }
@@ -69,13 +69,12 @@ TEST_F(CoreBus, IntrospectionShowsTheWholeContractInOrder) {
   std::shared_ptr<GDBusInterfaceInfo> o_If = o_Client.f_Interface();
   ASSERT_TRUE(o_If);
   std::string str_Methods, str_Signals;
-  for (GDBusMethodInfo** z_z_o_M = o_If->methods; z_z_o_M && *z_z_o_M; ++z_z_o_M)
-    str_Methods +=
-        (*z_z_o_M)->name + f_Args((*z_z_o_M)->in_args) +
-        ((*z_z_o_M)->out_args && (*z_z_o_M)->out_args[0] ? "->" + f_Args((*z_z_o_M)->out_args)
-                                                         : "") +
-        " ";
-  for (GDBusSignalInfo** z_z_o_S = o_If->signals; z_z_o_S && *z_z_o_S; ++z_z_o_S)
+  for (GDBusMethodInfo** z_z_o_M = o_If->methods; *z_z_o_M != nullptr; ++z_z_o_M) {
+    const std::string str_Out = f_Args((*z_z_o_M)->out_args);
+    str_Methods += (*z_z_o_M)->name + f_Args((*z_z_o_M)->in_args) +
+                   (str_Out == "()" ? "" : "->" + str_Out) + " ";
+  }
+  for (GDBusSignalInfo** z_z_o_S = o_If->signals; *z_z_o_S != nullptr; ++z_z_o_S)
     str_Signals += (*z_z_o_S)->name + f_Args((*z_z_o_S)->args) + " ";
   EXPECT_EQ(str_Methods, A_C_METHODS);
   EXPECT_EQ(str_Signals, A_C_SIGNALS);
