@@ -21,8 +21,7 @@ constexpr const char* A_C_IFACE = SYS_SRV_INTERFACE;
 std::string f_MakeTempDir(const char* z_c_Prefix);
 void f_RemoveTree(const std::string& str_Dir);
 std::string f_ReadFile(const std::string& str_Path);
-// Runs a shell command line; its exit status (-1 when it did not end normally), its
-// standard output into *z_str_Out.
+// Runs a shell command: its exit status (-1 if it did not exit), its stdout into *z_str_Out.
 int f_Shell(const std::string& str_Cmd, std::string* z_str_Out = nullptr);
 // Runs the default main context for about i_Ms milliseconds.
 void f_Pump(int i_Ms);
@@ -48,8 +47,7 @@ class Process {
   bool f_Running();
   // The exit status, or -1 when it still runs after i_TimeoutMs.
   int f_WaitExit(int i_TimeoutMs);
-  // Signals the process (with 0 it ends by itself) and waits for its end, killing it after
-  // i_TimeoutMs; its exit status, or -1.
+  // Signals it (with 0 it ends by itself), waits, kills it after i_TimeoutMs; as f_WaitExit.
   int f_Stop(int i_Sig = SIGTERM, int i_TimeoutMs = 15000);
   pid_t f_Pid() const { return i_Pid; }
   std::string f_Log() const { return f_ReadFile(str_LogPath); }
@@ -76,10 +74,9 @@ class PrivateBus {
   }
   const std::string& f_Address() const { return str_Address; }
   const std::string& f_Dir() const { return str_Dir; }
-  // A configuration that listens in DIR; str_Policy goes inside <busconfig>.
+  // A configuration listening in str_Dir; str_Policy goes inside <busconfig>.
   static std::string f_Config(const std::string& str_Dir, const std::string& str_Policy);
-  // The default-context policy: everybody may connect, send signals, receive anything and
-  // answer calls made to them; str_Rules says who may own names and call whom.
+  // Everybody may connect, signal, receive and answer; str_Rules: who may own and call.
   static std::string f_DefaultPolicy(const std::string& str_Rules);
 
  private:
@@ -88,8 +85,7 @@ class PrivateBus {
   Process o_Proc;
 };
 
-// A complete simulated tool in a temporary directory; SYSSRV_ROOT of this process points
-// at it while it lives, so the system library in the test sees the same files.
+// A simulated tool in a temporary directory; the test's SYSSRV_ROOT points at it meanwhile.
 class Sandbox {
  public:
   Sandbox();
@@ -137,8 +133,7 @@ class Daemon {
   gint64 i_StartedAt = 0;
 };
 
-// A client of the service through the client library, with the wire-level probes the
-// tests of the service need besides.
+// A client of the service through the client library, with wire-level probes besides.
 class BusClient {
  public:
   explicit BusClient(const std::string& str_Address);
@@ -199,10 +194,8 @@ class SignalRecorder {
   std::vector<bool> o_Used;
 };
 
-// The usual set-up of a suite: a private bus, a sandbox (f_Prepare edits it before the
-// start), a client with its signal recorder, and the daemon, started; made in that order and
-// undone in reverse. The end stops the daemon and expects exit status 0 and a log free of
-// sanitizer findings (one that does not end the process only shows there).
+// A suite's set-up: bus, sandbox (edited by f_Prepare), client, recorder and the started
+// daemon. The end expects exit status 0 and a log free of sanitizer findings.
 class Service {
  public:
   explicit Service(const std::function<void(const Sandbox&)>& f_Prepare = {});
@@ -238,8 +231,7 @@ inline std::string f_Str(const Variant_T& o_V, int i_Index = 0) {
 std::string f_JsonAt(const std::string& str_Json, const std::vector<const char*>& o_Path);
 // Paths of keys with the JSON text each must hold.
 using Want_T = std::vector<std::pair<std::vector<const char*>, std::string>>;
-// Whether str_Json holds each value; numbers match within a millionth, as the tool keeps some
-// of them as float.
+// Whether str_Json holds each value; numbers within a millionth (the tool keeps floats).
 bool f_Holds(const std::string& str_Json, const Want_T& o_Want);
 
 }  // namespace it

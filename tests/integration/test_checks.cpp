@@ -41,14 +41,10 @@ class Checks : public ::testing::Test {
   }
   // Rewrites the maintenance section of the channel configuration as a technician's tool
   // would, and announces the change.
-  static void f_SetMaintenance(bool b_Active, unsigned ui_Cycle, long l_Date) {
+  static void f_SetMaintenance(const char* z_c_Section) {
     CJsonTree_T o_Cfg(cJSON_Parse(z_o_Box->f_Read(A_C_CHAN_CFG).c_str()));
     ASSERT_TRUE(o_Cfg);
-    cJSON* z_o_W = cJSON_CreateObject();
-    cJSON_AddBoolToObject(z_o_W, "Aktiv", b_Active);
-    cJSON_AddNumberToObject(z_o_W, "Zyklus", ui_Cycle);
-    cJSON_AddNumberToObject(z_o_W, "Datum", static_cast<double>(l_Date));
-    cJSON_ReplaceItemInObject(o_Cfg.get(), "Wartung", z_o_W);
+    cJSON_ReplaceItemInObject(o_Cfg.get(), "Wartung", cJSON_Parse(z_c_Section));
     z_o_Box->f_Write(A_C_CHAN_CFG, CJsonText_T(cJSON_Print(o_Cfg.get())).get());
     z_o_Svc->o_Client.f_Invoke("fcfgfilechanged", g_variant_new("(s)", A_C_CHAN_CFG));
   }
@@ -78,12 +74,12 @@ TEST_F(Checks, SmodPostponesTheTemperatureCheck) {
 
 TEST_F(Checks, MaintenanceDueIsReportedAndWithdrawn) {
   // The simulated tool has done 100 cycles.
-  f_SetMaintenance(true, 50, 0);
+  f_SetMaintenance(R"({"Aktiv":true,"Zyklus":50,"Datum":0})");
   ASSERT_NE(f_Fault(402, 2000), nullptr);
   EXPECT_TRUE(z_o_Box->f_BmsOut(31));
 
   // Switching supervision off withdraws it.
-  f_SetMaintenance(false, 1000000, 1);
+  f_SetMaintenance(R"({"Aktiv":false,"Zyklus":1000000,"Datum":1})");
   EXPECT_NE(f_Fault(402, 2000, "acksysfault"), nullptr);
   EXPECT_TRUE(f_WaitUntil([] { return !z_o_Box->f_BmsOut(31); }, 1000));
 }
