@@ -94,8 +94,6 @@ bool f_WaitUntil(const std::function<bool()>& f_Cond, int i_TimeoutMs) {
   }
 }
 
-// --- PrivateBus ----------------------------------------------------------------
-
 std::string PrivateBus::f_Config(const std::string& str_Dir, const std::string& str_Policy) {
   return "<!DOCTYPE busconfig PUBLIC \"-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN\"\n"
          " \"http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd\">\n"
@@ -134,14 +132,11 @@ PrivateBus::PrivateBus(const std::string& str_ConfigXml)
   if (str_Address.empty()) ADD_FAILURE() << "dbus-daemon printed no address: " << o_Proc.f_Log();
 }
 
-// --- Sandbox -------------------------------------------------------------------
-
 Sandbox::Sandbox() {
-  str_Dir = f_MakeTempDir("syssrv-it");
   setenv("SYSSRV_ROOT", str_Dir.c_str(), 1);
   std::string str_Out;
-  int i_Rc = f_Sim("init", &str_Out);
-  if (i_Rc != 0) ADD_FAILURE() << "syssrv-sim init failed: " << str_Out;
+  if (f_Shell(std::string(SYSSRV_SIM) + " init '" + str_Dir + "' 2>&1", &str_Out) != 0)
+    ADD_FAILURE() << "syssrv-sim init failed: " << str_Out;
 }
 
 Sandbox::~Sandbox() {
@@ -164,12 +159,10 @@ bool Sandbox::f_Exists(const std::string& str_Logical) const {
 }
 
 int Sandbox::f_Sim(const std::string& str_Args, std::string* z_str_Out) const {
-  // The subcommand comes first; "init" takes the root as its argument, the others --root.
+  // The subcommand comes first, then the root.
   const size_t ui_Sp = std::min(str_Args.find(' '), str_Args.size());
-  const std::string str_Sub = str_Args.substr(0, ui_Sp);
-  return f_Shell(std::string(SYSSRV_SIM) + " " + str_Sub +
-                     (str_Sub == "init" ? " '" : " --root '") + str_Dir + "'" +
-                     str_Args.substr(ui_Sp) + " 2>&1",
+  return f_Shell(std::string(SYSSRV_SIM) + " " + str_Args.substr(0, ui_Sp) + " --root '" + str_Dir +
+                     "'" + str_Args.substr(ui_Sp) + " 2>&1",
                  z_str_Out);
 }
 
@@ -179,8 +172,6 @@ bool Sandbox::f_BmsOut(int i_Line) const {
       .read(reinterpret_cast<char*>(&o_Seg), sizeof(o_Seg));
   return (o_Seg.ui_Outputs >> i_Line) & 1u;
 }
-
-// --- Daemon --------------------------------------------------------------------
 
 Daemon::Daemon(const Sandbox& o_Box, const PrivateBus& o_Bus, std::vector<std::string> o_ExtraEnv)
     : o_Box(o_Box),
@@ -204,8 +195,6 @@ void Daemon::f_Spawn() {
   i_StartedAt = g_get_monotonic_time();
   o_Proc.f_Start();
 }
-
-// --- BusClient -----------------------------------------------------------------
 
 BusClient::BusClient(const std::string& str_Address) {
   GErrorHolder_CL o_Err;
@@ -250,8 +239,6 @@ std::shared_ptr<GDBusInterfaceInfo> BusClient::f_Interface() {
   return std::shared_ptr<GDBusInterfaceInfo>(z_o_If, g_dbus_interface_info_unref);
 }
 
-// --- SignalRecorder ------------------------------------------------------------
-
 SignalRecorder::SignalRecorder(BusClient& o_Client) : o_Client(o_Client) {
   ui_Sub = g_signal_connect(o_Client.f_Client(), "bus-signal", G_CALLBACK(f_OnSignal), this);
   f_Sync();
@@ -266,7 +253,6 @@ void SignalRecorder::f_OnSignal(SysSrvClient*, const gchar* z_c_Name, GVariant* 
                                 gpointer z_v_Self) {
   auto* z_o_Self = static_cast<SignalRecorder*>(z_v_Self);
   z_o_Self->o_Signals.push_back({z_c_Name, g_variant_ref(o_Args), g_get_monotonic_time()});
-  z_o_Self->o_Used.push_back(false);
 }
 
 const Signal_ST* SignalRecorder::f_WaitFor(const char* z_c_Name, int i_TimeoutMs,
@@ -275,9 +261,9 @@ const Signal_ST* SignalRecorder::f_WaitFor(const char* z_c_Name, int i_TimeoutMs
   f_WaitUntil(
       [&] {
         for (size_t i = 0; i < o_Signals.size(); i++) {
-          if (o_Used[i] || o_Signals[i].str_Name != z_c_Name) continue;
+          if (o_Signals[i].b_Used || o_Signals[i].str_Name != z_c_Name) continue;
           if (f_Pred && !f_Pred(o_Signals[i].o_Args)) continue;
-          o_Used[i] = true;
+          o_Signals[i].b_Used = true;
           z_o_Found = &o_Signals[i];
           return true;
         }
@@ -297,7 +283,6 @@ std::vector<const Signal_ST*> SignalRecorder::f_All(const char* z_c_Name) const 
 void SignalRecorder::f_Clear() {
   for (Signal_ST& o_S : o_Signals) g_variant_unref(o_S.o_Args);
   o_Signals.clear();
-  o_Used.clear();
 }
 
 void SignalRecorder::f_Sync() {
@@ -307,8 +292,6 @@ void SignalRecorder::f_Sync() {
   while (g_main_context_iteration(nullptr, FALSE)) {
   }
 }
-
-// --- Service -------------------------------------------------------------------
 
 Service::Service(const std::function<void(const Sandbox&)>& f_Prepare) {
   if (f_Prepare) f_Prepare(o_Box);
@@ -355,8 +338,6 @@ bool f_Holds(const std::string& str_Json, const Want_T& o_Want) {
   }
   return CJsonTree_T(cJSON_Parse(str_Json.c_str())) != nullptr;
 }
-
-// --- Process -------------------------------------------------------------------
 
 void Process::f_Start() {
   const pid_t i_TestPid = getpid();

@@ -101,7 +101,7 @@ class Sandbox {
   bool f_BmsOut(int i_Line) const;
 
  private:
-  std::string str_Dir;
+  std::string str_Dir = f_MakeTempDir("syssrv-it");
 };
 
 // The real SysSrv.elf in a sandbox on a private bus, its log in /sim/daemon.stderr.
@@ -165,8 +165,9 @@ class BusClient {
 
 struct Signal_ST {
   std::string str_Name;
-  GVariant* o_Args;  // owned by the recorder
-  gint64 i_Time;     // monotonic µs
+  GVariant* o_Args;     // owned by the recorder
+  gint64 i_Time;        // monotonic µs
+  bool b_Used = false;  // taken by f_WaitFor
 };
 
 // Records every signal of the service interface.
@@ -191,7 +192,6 @@ class SignalRecorder {
   BusClient& o_Client;
   gulong ui_Sub = 0;
   std::vector<Signal_ST> o_Signals;
-  std::vector<bool> o_Used;
 };
 
 // A suite's set-up: bus, sandbox (edited by f_Prepare), client, recorder and the started

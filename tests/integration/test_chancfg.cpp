@@ -1,6 +1,7 @@
-// The channel configuration against the real daemon: the file it builds at start-up and the
-// maintenance factor over the bus. What the file holds, and a file changed by another
-// process, are unit_ChanCfg's; the announcement of such a change is tested with the relays.
+// The channel configuration against the real daemon: the file it builds at start-up from the
+// nameplates (which also feed the diagnostic store) and the maintenance factor over the bus. What
+// the file holds, and a file changed by another process, are unit_ChanCfg's; the announcement of
+// such a change is tested with the relays.
 #include <cstdlib>
 #include <ctime>
 #include <gtest/gtest.h>
@@ -30,7 +31,11 @@ class ChanCfgBus : public ::testing::Test {
 };
 }  // namespace
 
-TEST_F(ChanCfgBus, StartBuildsTheFileFromTheNameplates) {
+TEST_F(ChanCfgBus, StartBuildsTheFileAndTheDiagnosticStoreFromTheNameplates) {
+  EXPECT_EQ(o_Box.f_Read("/var/sysdiag/hardware/mnr"), "4411200117");
+  EXPECT_EQ(o_Box.f_Read("/var/sysdiag/hardware/serial"), "B230403117");
+  EXPECT_EQ(o_Box.f_Read("/var/sysdiag/hardware/pwrctrlversion"), "1.04");
+  EXPECT_EQ(o_Box.f_Read("/var/sysdiag/cycle"), "100");
   EXPECT_TRUE(f_Holds(o_Box.f_Read(A_C_CFG),
                       {{{"Code"}, R"("AKS30")"}, {{"Grenzen", "MomentMax"}, "30.039"}}));
   EXPECT_TRUE(o_Box.f_Exists("/dev/shm/sem.ChanCfgValid"));

@@ -1,8 +1,6 @@
-// The nameplates as the daemon reads them at start: supplier data reach the diagnostic
-// store, and a corrupted motor-unit sector leaves error 3201 in the error list. Reading
-// the sectors is unit_TypschildKiro's.
+// A corrupted motor-unit nameplate leaves error 3201 in the error list. Reading the sectors
+// is unit_TypschildKiro's; what a good one feeds is test_chancfg's.
 #include <gtest/gtest.h>
-#include <string>
 #include <vector>
 
 #include "Harness.h"
@@ -10,15 +8,6 @@
 using namespace it;
 
 namespace {
-
-TEST(Nameplate, SupplierDataReachTheDiagnosticStore) {
-  Service o_Svc;
-  const Sandbox& o_Box = o_Svc.o_Box;
-  EXPECT_EQ(o_Box.f_Read("/var/sysdiag/hardware/mnr"), "4411200117");
-  EXPECT_EQ(o_Box.f_Read("/var/sysdiag/hardware/serial"), "B230403117");
-  EXPECT_EQ(o_Box.f_Read("/var/sysdiag/hardware/pwrctrlversion"), "1.04");
-  EXPECT_EQ(o_Box.f_Read("/var/sysdiag/cycle"), "100");
-}
 
 TEST(Nameplate, CorruptedStaticSectorLeavesError3201Active) {
   Service o_Svc(
