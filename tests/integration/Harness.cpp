@@ -49,11 +49,9 @@ std::vector<std::string> f_DaemonEnv(const Sandbox& o_Box, const PrivateBus& o_B
 }  // namespace
 
 std::string f_MakeTempDir(const char* z_c_Prefix) {
-  std::string str_Tmpl = std::string("/tmp/") + z_c_Prefix + "-XXXXXX";
-  std::vector<char> a_c_Buf(str_Tmpl.begin(), str_Tmpl.end());
-  a_c_Buf.push_back('\0');
-  if (mkdtemp(a_c_Buf.data()) == nullptr) ADD_FAILURE() << "mkdtemp: " << strerror(errno);
-  return a_c_Buf.data();
+  std::string str_Dir = std::string("/tmp/") + z_c_Prefix + "-XXXXXX";
+  if (mkdtemp(str_Dir.data()) == nullptr) ADD_FAILURE() << "mkdtemp: " << strerror(errno);
+  return str_Dir;
 }
 
 void f_RemoveTree(const std::string& str_Dir) {
@@ -183,9 +181,10 @@ bool Daemon::f_Start(int i_TimeoutMs) {
   f_Spawn();
   BusClient o_Probe(o_Bus.f_Address());
   auto f_Owned = [&] {
-    return GChars_T(sys_srv_client_lookup_owner_sync(o_Probe.f_Client(), nullptr, nullptr));
+    return GChars_T(sys_srv_client_lookup_owner_sync(o_Probe.f_Client(), nullptr, nullptr)) ||
+           !f_Running();
   };
-  return f_WaitUntil([&] { return f_Owned() || !f_Running(); }, i_TimeoutMs) && f_Running();
+  return f_WaitUntil(f_Owned, i_TimeoutMs) && f_Running();
 }
 
 void Daemon::f_Spawn() {
@@ -219,10 +218,6 @@ GVariant* BusClient::f_CallOk(const char* z_c_Method, GVariant* o_Params) {
   GVariant* o_Reply = f_Call(z_c_Method, o_Params, o_Err.f_Out());
   if (o_Reply == nullptr) ADD_FAILURE() << z_c_Method << " failed: " << o_Err.f_Message();
   return o_Reply;
-}
-
-bool BusClient::f_Invoke(const char* z_c_Method, GVariant* o_Params) {
-  return Variant_T(f_CallOk(z_c_Method, o_Params)) != nullptr;
 }
 
 std::shared_ptr<GDBusInterfaceInfo> BusClient::f_Interface() {

@@ -150,7 +150,9 @@ class BusClient {
     return Variant_T(f_CallOk(z_c_Method, o_Params));
   }
   // Calls, expects success and drops the reply; true on success.
-  bool f_Invoke(const char* z_c_Method, GVariant* o_Params = nullptr);
+  bool f_Invoke(const char* z_c_Method, GVariant* o_Params = nullptr) {
+    return f_Reply(z_c_Method, o_Params) != nullptr;
+  }
   // The service interface as the running service describes it; null when there is none.
   std::shared_ptr<GDBusInterfaceInfo> f_Interface();
   // Sends a call flagged "no reply expected".

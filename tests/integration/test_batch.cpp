@@ -26,7 +26,6 @@ class BatchBus : public ::testing::Test {
     });
   }
   static void TearDownTestSuite() { delete z_o_Svc; }
-  void TearDown() override { EXPECT_TRUE(z_o_Svc->o_Daemon.f_Running()); }
 };
 
 // The reply of "fbatchcntrget" as GVariant text.

