@@ -4,6 +4,7 @@
 #include <csignal>
 #include <functional>
 #include <gio/gio.h>
+#include <memory>
 #include <string>
 #include <syssrv-client.h>
 #include <sys/types.h>
@@ -20,35 +21,71 @@ constexpr const char* A_C_IFACE = SYS_SRV_INTERFACE;
 std::string f_MakeTempDir(const char* z_c_Prefix);
 void f_RemoveTree(const std::string& str_Dir);
 std::string f_ReadFile(const std::string& str_Path);
-// Runs a shell command line; its exit status (-1 when it did not end normally), its
-// standard output into *z_str_Out.
+// Runs a shell command: its exit status (-1 if it did not exit), its stdout into *z_str_Out.
 int f_Shell(const std::string& str_Cmd, std::string* z_str_Out = nullptr);
 // Runs the default main context for about i_Ms milliseconds.
 void f_Pump(int i_Ms);
 // Polls f_Cond (pumping the main context) until it is true or i_TimeoutMs passed.
 bool f_WaitUntil(const std::function<bool()>& f_Cond, int i_TimeoutMs);
 
+// A program of the test, started by fork/exec, killed with the test. Its stderr goes to the
+// log file, and so does its stdout unless that has a file of its own.
+class Process {
+ public:
+  Process(std::vector<std::string> o_Argv, std::string str_LogPath,
+          std::vector<std::string> o_Env = {}, std::string str_OutPath = "")
+      : o_Argv(std::move(o_Argv)),
+        str_LogPath(std::move(str_LogPath)),
+        o_Env(std::move(o_Env)),
+        str_OutPath(std::move(str_OutPath)) {}
+  ~Process() { f_Stop(SIGKILL); }
+  void f_Start();
+  void f_Signal(int i_Sig) const {
+    if (i_Pid > 0) kill(i_Pid, i_Sig);
+  }
+  // False once it ended; its exit status (128 + signal when killed) is kept.
+  bool f_Running();
+  // The exit status, or -1 when it still runs after i_TimeoutMs.
+  int f_WaitExit(int i_TimeoutMs);
+  // Signals it (with 0 it ends by itself), waits, kills it after i_TimeoutMs; as f_WaitExit.
+  int f_Stop(int i_Sig = SIGTERM, int i_TimeoutMs = 15000);
+  pid_t f_Pid() const { return i_Pid; }
+  std::string f_Log() const { return f_ReadFile(str_LogPath); }
+  bool f_WaitLog(const std::string& str_Text, int i_TimeoutMs) const {
+    return f_WaitUntil([&] { return f_Log().find(str_Text) != std::string::npos; }, i_TimeoutMs);
+  }
+
+ private:
+  std::vector<std::string> o_Argv;
+  std::string str_LogPath;
+  std::vector<std::string> o_Env;
+  std::string str_OutPath;
+  pid_t i_Pid = -1;
+  int i_Exit = -1;
+};
+
 // A dbus-daemon of its own. Without a configuration text, everything is allowed.
 class PrivateBus {
  public:
   explicit PrivateBus(const std::string& str_ConfigXml = "");
-  ~PrivateBus();
+  ~PrivateBus() {
+    o_Proc.f_Stop();
+    f_RemoveTree(str_Dir);
+  }
   const std::string& f_Address() const { return str_Address; }
   const std::string& f_Dir() const { return str_Dir; }
-  // A configuration that listens in DIR; str_Policy goes inside <busconfig>.
+  // A configuration listening in str_Dir; str_Policy goes inside <busconfig>.
   static std::string f_Config(const std::string& str_Dir, const std::string& str_Policy);
-  // The default-context policy: everybody may connect, send signals, receive anything and
-  // answer calls made to them; str_Rules says who may own names and call whom.
+  // Everybody may connect, signal, receive and answer; str_Rules: who may own and call.
   static std::string f_DefaultPolicy(const std::string& str_Rules);
 
  private:
-  std::string str_Dir;
+  std::string str_Dir = f_MakeTempDir("syssrv-bus");
   std::string str_Address;
-  pid_t i_Pid = -1;
+  Process o_Proc;
 };
 
-// A complete simulated tool in a temporary directory; SYSSRV_ROOT of this process points
-// at it while it lives, so the system library in the test sees the same files.
+// A simulated tool in a temporary directory; the test's SYSSRV_ROOT points at it meanwhile.
 class Sandbox {
  public:
   Sandbox();
@@ -62,46 +99,41 @@ class Sandbox {
   int f_Sim(const std::string& str_Args, std::string* z_str_Out = nullptr) const;
   // Output line n of the BMS board.
   bool f_BmsOut(int i_Line) const;
-  // The current error word of "/ErrorShMem".
-  int f_CurError() const;
 
  private:
-  std::string str_Dir;
+  std::string str_Dir = f_MakeTempDir("syssrv-it");
 };
 
-// The real SysSrv.elf in a sandbox on a private bus.
+// The real SysSrv.elf in a sandbox on a private bus, its log in /sim/daemon.stderr.
 class Daemon {
  public:
   Daemon(const Sandbox& o_Box, const PrivateBus& o_Bus, std::vector<std::string> o_ExtraEnv = {});
-  ~Daemon();
   // Starts the process and waits until it owns the bus name.
   bool f_Start(int i_TimeoutMs = 20000);
-  void f_Signal(int i_Sig) const;
-  // SIGTERM, then the exit status (or -1 on time-out / abnormal end).
-  int f_Stop(int i_TimeoutMs = 10000);
-  int f_WaitExit(int i_TimeoutMs);
-  bool f_Running();
-  pid_t f_Pid() const { return i_Pid; }
-  // Everything the daemon wrote to stderr (its log copy) and stdout.
-  std::string f_Log() const;
-  std::string f_Stdout() const;
-  bool f_WaitLog(const std::string& str_Text, int i_TimeoutMs) const;
-  // Monotonic time (µs) of the start.
-  gint64 f_StartedAt() const { return i_StartedAt; }
   // Starts the process without waiting for the bus name.
   void f_Spawn();
+  void f_Signal(int i_Sig) const { o_Proc.f_Signal(i_Sig); }
+  // SIGTERM, then the exit status (or -1 on time-out / abnormal end).
+  int f_Stop(int i_TimeoutMs = 10000) { return o_Proc.f_Stop(SIGTERM, i_TimeoutMs); }
+  int f_WaitExit(int i_TimeoutMs) { return o_Proc.f_WaitExit(i_TimeoutMs); }
+  bool f_Running() { return o_Proc.f_Running(); }
+  pid_t f_Pid() const { return o_Proc.f_Pid(); }
+  std::string f_Log() const { return o_Proc.f_Log(); }
+  std::string f_Stdout() const { return f_ReadFile(o_Box.f_Path("/sim/daemon.stdout")); }
+  bool f_WaitLog(const std::string& str_Text, int i_TimeoutMs) const {
+    return o_Proc.f_WaitLog(str_Text, i_TimeoutMs);
+  }
+  // Monotonic time (µs) of the start.
+  gint64 f_StartedAt() const { return i_StartedAt; }
 
  private:
   const Sandbox& o_Box;
   const PrivateBus& o_Bus;
-  std::vector<std::string> o_ExtraEnv;
-  pid_t i_Pid = -1;
-  int i_ExitStatus = -1;
+  Process o_Proc;
   gint64 i_StartedAt = 0;
 };
 
-// A client of the service through the client library, with the wire-level probes the
-// tests of the service need besides.
+// A client of the service through the client library, with wire-level probes besides.
 class BusClient {
  public:
   explicit BusClient(const std::string& str_Address);
@@ -118,31 +150,26 @@ class BusClient {
     return Variant_T(f_CallOk(z_c_Method, o_Params));
   }
   // Calls, expects success and drops the reply; true on success.
-  bool f_Invoke(const char* z_c_Method, GVariant* o_Params = nullptr);
-  // True when the call failed with the service's error reply (GIO error 30).
-  bool f_CallFails(const char* z_c_Method, GVariant* o_Params = nullptr);
-  // Sends a call flagged "no reply expected"; returns its serial.
-  guint32 f_SendNoReply(const char* z_c_Method, GVariant* o_Params);
-  // True when a method return or error for this serial has reached the connection.
-  bool f_GotReplyTo(guint32 ui_Serial);
-  // True when the service's name has an owner on the bus.
-  bool f_ServiceUp();
+  bool f_Invoke(const char* z_c_Method, GVariant* o_Params = nullptr) {
+    return f_Reply(z_c_Method, o_Params) != nullptr;
+  }
+  // The service interface as the running service describes it; null when there is none.
+  std::shared_ptr<GDBusInterfaceInfo> f_Interface();
+  // Sends a call flagged "no reply expected".
+  void f_SendNoReply(const char* z_c_Method, GVariant* o_Params) {
+    sys_srv_client_send(z_o_Client, z_c_Method, o_Params, nullptr, nullptr);
+  }
 
  private:
-  static GDBusMessage* f_Filter(GDBusConnection*, GDBusMessage*, gboolean, gpointer);
   SysSrvClient* z_o_Client = nullptr;
   GDBusConnection* z_o_Conn = nullptr;  // the client's
-  guint ui_Filter = 0;
-  // Set by the filter's destroy notify: from then on the bus thread no longer runs it.
-  gint i_FilterGone = 0;
-  GMutex o_Lock;
-  std::vector<guint32> o_ReplySerials;
 };
 
 struct Signal_ST {
   std::string str_Name;
-  GVariant* o_Args;  // owned by the recorder
-  gint64 i_Time;     // monotonic µs
+  GVariant* o_Args;     // owned by the recorder
+  gint64 i_Time;        // monotonic µs
+  bool b_Used = false;  // taken by f_WaitFor
 };
 
 // Records every signal of the service interface.
@@ -167,13 +194,10 @@ class SignalRecorder {
   BusClient& o_Client;
   gulong ui_Sub = 0;
   std::vector<Signal_ST> o_Signals;
-  std::vector<bool> o_Used;
 };
 
-// The usual set-up of a suite: a private bus, a sandbox (f_Prepare edits it before the
-// start), a client with its signal recorder, and the daemon, started; made in that order and
-// undone in reverse. The end stops the daemon and expects exit status 0 and a log free of
-// sanitizer findings (one that does not end the process only shows there).
+// A suite's set-up: bus, sandbox (edited by f_Prepare), client, recorder and the started
+// daemon. The end expects exit status 0 and a log free of sanitizer findings.
 class Service {
  public:
   explicit Service(const std::function<void(const Sandbox&)>& f_Prepare = {});
@@ -194,48 +218,22 @@ class Service {
 int f_Int(GVariant* o_V, int i_Index = 0);
 std::vector<int> f_Ints(GVariant* o_V);
 std::string f_Str(GVariant* o_V, int i_Index = 0);
-// The same of an owned reply; -999 and "" for a failed call (whose failure the test has).
+// The same of an owned reply; -999, {} and "" for a failed call (whose failure the test has).
 inline int f_Int(const Variant_T& o_V, int i_Index = 0) {
   return o_V ? f_Int(o_V.get(), i_Index) : -999;
+}
+inline std::vector<int> f_Ints(const Variant_T& o_V) {
+  return o_V ? f_Ints(o_V.get()) : std::vector<int>{};
 }
 inline std::string f_Str(const Variant_T& o_V, int i_Index = 0) {
   return o_V ? f_Str(o_V.get(), i_Index) : "";
 }
-// The member of a JSON text at a path of keys ("Section/Key"; a key of digits picks an
-// array element), printed unformatted; "" when the text does not parse or it is missing.
-std::string f_JsonAt(const std::string& str_Json, const std::string& str_Path);
+// The member of a JSON text at a path of keys (a key of digits picks an array element),
+// printed unformatted; "" when the text does not parse or it is missing.
+std::string f_JsonAt(const std::string& str_Json, const std::vector<const char*>& o_Path);
 // Paths of keys with the JSON text each must hold.
 using Want_T = std::vector<std::pair<std::vector<const char*>, std::string>>;
-// Whether str_Json holds each value; numbers match within a millionth, as the tool keeps some
-// of them as float.
+// Whether str_Json holds each value; numbers within a millionth (the tool keeps floats).
 bool f_Holds(const std::string& str_Json, const Want_T& o_Want);
-
-// A program of the test, started by fork/exec, stopped by its pid. Its stderr goes to the log
-// file, and so does its stdout unless that has a file of its own.
-class Process {
- public:
-  Process(std::vector<std::string> o_Argv, std::string str_LogPath,
-          std::vector<std::string> o_Env = {}, std::string str_OutPath = "")
-      : o_Argv(std::move(o_Argv)),
-        str_LogPath(std::move(str_LogPath)),
-        o_Env(std::move(o_Env)),
-        str_OutPath(std::move(str_OutPath)) {}
-  ~Process() { f_Stop(SIGKILL); }
-  void f_Start();
-  // Signals the process (with 0 it ends by itself) and waits for its end; its exit status, or -1.
-  int f_Stop(int i_Sig = SIGTERM);
-  pid_t f_Pid() const { return i_Pid; }
-  std::string f_Log() const { return f_ReadFile(str_LogPath); }
-  bool f_WaitLog(const std::string& str_Text, int i_TimeoutMs) const {
-    return f_WaitUntil([&] { return f_Log().find(str_Text) != std::string::npos; }, i_TimeoutMs);
-  }
-
- private:
-  std::vector<std::string> o_Argv;
-  std::string str_LogPath;
-  std::vector<std::string> o_Env;
-  std::string str_OutPath;
-  pid_t i_Pid = -1;
-};
 
 }  // namespace it

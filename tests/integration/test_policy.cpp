@@ -25,11 +25,12 @@ std::string f_DenyByDefaultConfig(const std::string& str_Dir) {
                    "/packaging/com.torvane.akku.SysService.conf</include>\n");
 }
 
-// Runs gdbus as user "nobody" against the bus; returns its output.
-std::string f_RunAsNobody(const std::string& str_Address, const std::string& str_Args) {
+// Runs gdbus as user "nobody" on the service; returns its output.
+std::string f_AsNobody(const PrivateBus& o_Bus, const std::string& str_Args) {
   std::string str_Out;
-  f_Shell("DBUS_SYSTEM_BUS_ADDRESS='" + str_Address +
-              "' setpriv --reuid=65534 --regid=65534 --clear-groups gdbus " + str_Args + " 2>&1",
+  f_Shell("DBUS_SYSTEM_BUS_ADDRESS='" + o_Bus.f_Address() +
+              "' setpriv --reuid=65534 --regid=65534 --clear-groups gdbus " + str_Args +
+              " --system --dest com.torvane.akku.SysService --object-path /SysObj 2>&1",
           &str_Out);
   return str_Out;
 }
@@ -41,17 +42,11 @@ TEST(BusPolicy, ShippedPolicyLetsRootOwnAndCallAndOthersOnlyLook) {
   Sandbox o_Box;
   Daemon o_Daemon(o_Box, o_Bus);
   ASSERT_TRUE(o_Daemon.f_Start()) << o_Daemon.f_Log();
-
-  BusClient o_Client(o_Bus.f_Address());
-  EXPECT_EQ(f_Int(o_Client.f_Reply("fmfuget")), 100);
-
+  EXPECT_EQ(f_Int(BusClient(o_Bus.f_Address()).f_Reply("fmfuget")), 100);
   if (geteuid() == 0) {
-    const std::string str_Dest =
-        "--system --dest com.torvane.akku.SysService --object-path /SysObj ";
-    std::string str_Call = f_RunAsNobody(
-        o_Bus.f_Address(), "call " + str_Dest + "--method com.torvane.akku.SysInterface.fmfuget");
+    std::string str_Call = f_AsNobody(o_Bus, "call --method com.torvane.akku.SysInterface.fmfuget");
     EXPECT_NE(str_Call.find("AccessDenied"), std::string::npos) << str_Call;
-    std::string str_Look = f_RunAsNobody(o_Bus.f_Address(), "introspect " + str_Dest);
+    std::string str_Look = f_AsNobody(o_Bus, "introspect");
     EXPECT_NE(str_Look.find("com.torvane.akku.SysInterface"), std::string::npos) << str_Look;
   }
   EXPECT_EQ(o_Daemon.f_Stop(), 0);
