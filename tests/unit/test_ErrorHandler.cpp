@@ -148,10 +148,12 @@ TEST_F(ErrorStoreTest, ReportsFollowTheDatabaseAcrossAReload) {
   EXPECT_EQ(1u, o_H->f_Sent("acksysfault").size());
 }
 
-// Class 0 keeping readiness is the daemon's test; code texts follow atoi.
-TEST_F(ErrorStoreTest, InsertPublishesTheErrorAndWithdrawsReadiness) {
-  const std::pair<const char*, const char*> a_o_Cases[] = {{"3233", "404/1 shm 3233 diag 3233"},
-                                                           {"3252xyz", "406/4 shm 3252 diag 3252"}};
+// Code texts follow atoi.
+TEST_F(ErrorStoreTest, InsertPublishesTheErrorAndOnlyClass0KeepsReadiness) {
+  const std::pair<const char*, const char*> a_o_Cases[] = {
+      {"3216", "402/0 shm 3216 diag 3216 flag3 out18"},
+      {"3233", "404/1 shm 3233 diag 3233"},
+      {"3252xyz", "406/4 shm 3252 diag 3252"}};
   auto o_H = f_Make();
   for (const auto& [z_c_Code, z_c_Expected] : a_o_Cases) {
     o_H->f_SetRdyFlag(3);
@@ -159,7 +161,7 @@ TEST_F(ErrorStoreTest, InsertPublishesTheErrorAndWithdrawsReadiness) {
     EXPECT_EQ(0, o_H->f_Insert("Gui", z_c_Code));
     EXPECT_EQ(z_c_Expected, f_Current(*o_H)) << z_c_Code;
   }
-  EXPECT_EQ(2u, o_H->f_Sent("sysfault").size());
+  EXPECT_EQ(3u, o_H->f_Sent("sysfault").size());
 }
 
 TEST_F(ErrorStoreTest, AcknowledgementAndTheRecomputedCurrentError) {
