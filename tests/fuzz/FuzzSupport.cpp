@@ -64,17 +64,14 @@ void f_MakeRoot(bool b_Tool) {
   // A relative path the code under test opens lands here, where the check below sees it.
   if (chdir((str_Top + "/cwd").c_str()) != 0) f_FuzzFail("chdir", __FILE__, __LINE__);
 }
-// Keeps errors raised through the process's error object off the bus; clears their list.
-void f_FuzzCatchErrors() {
-  Error_CL* z_o_Error = Error_CL::f_GetErrorObj();
-  z_o_Error->f_UseLocalStore();
-  z_o_Error->f_AttachStore([](int) {});
-}
 }  // namespace
 
 const std::string& f_FuzzRoot(bool b_Tool, bool b_CatchErrors) {
   if (str_Root.empty()) f_MakeRoot(b_Tool);
-  if (b_CatchErrors) f_FuzzCatchErrors();
+  if (b_CatchErrors) {  // errors raised through the process's error object stay off the bus
+    Error_CL::f_GetErrorObj()->f_UseLocalStore();
+    Error_CL::f_GetErrorObj()->f_AttachStore([](int) {});
+  }
   return str_Root;
 }
 
@@ -84,12 +81,11 @@ void f_FuzzFail(const char* z_c_Cond, const char* z_c_File, int i_Line) {
   std::abort();
 }
 
-void f_FuzzWrite(const std::string& str_Logical, const void* z_v_Data, size_t ui_Size) {
+void f_FuzzWrite(const std::string& str_Logical, const std::string& str_Text) {
   fs::path o_Full = str_Root + str_Logical;
   std::error_code o_Ec;
   fs::create_directories(o_Full.parent_path(), o_Ec);
-  std::ofstream(o_Full, std::ios::binary | std::ios::trunc)
-      .write(static_cast<const char*>(z_v_Data), static_cast<std::streamsize>(ui_Size));
+  std::ofstream(o_Full, std::ios::binary | std::ios::trunc) << str_Text;
 }
 
 bool f_FuzzRead(const std::string& str_Logical, std::string& str_Text) {

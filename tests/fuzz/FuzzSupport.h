@@ -13,9 +13,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* z_uc_Data, size_t ui_Size);
 #define FUZZ_CHECK(cond) ((cond) ? (void)0 : f_FuzzFail(#cond, __FILE__, __LINE__))
 [[noreturn]] void f_FuzzFail(const char* z_c_Cond, const char* z_c_File, int i_Line);
 
-// A target's entry point: the sandbox (see f_FuzzRoot), then the body that follows with the
-// input as o_In, then the rule that whatever the body made the service write stays inside
-// the root.
+// A target's entry point: the sandbox, the body that follows (input o_In), then the rule
+// that whatever the body made the service write stays inside the root.
 class FuzzInput_CL;
 #define FUZZ_TARGET(b_Tool, b_CatchErrors)                                          \
   static void f_FuzzOne(FuzzInput_CL& o_In);                                        \
@@ -28,19 +27,15 @@ class FuzzInput_CL;
   }                                                                                 \
   static void f_FuzzOne(FuzzInput_CL& o_In)
 
-// The sandbox, made on the first call and removed at exit: the root (with b_Tool a complete
-// simulated tool) as SYSSRV_ROOT and an empty working directory beside it. With
-// b_CatchErrors errors raised through the process's error object stay in the process.
+// The sandbox root (with b_Tool a simulated tool), made once and removed at exit, with an
+// empty working directory beside it; b_CatchErrors keeps the process's errors off the bus.
 const std::string& f_FuzzRoot(bool b_Tool, bool b_CatchErrors = false);
 // Writes bytes to a logical path under the root, making its directories.
-void f_FuzzWrite(const std::string& str_Logical, const void* z_v_Data, size_t ui_Size);
-inline void f_FuzzWrite(const std::string& str_Logical, const std::string& str_Text) {
-  f_FuzzWrite(str_Logical, str_Text.data(), str_Text.size());
-}
+void f_FuzzWrite(const std::string& str_Logical, const std::string& str_Text);
 // The file at a logical path; false when it cannot be read.
 bool f_FuzzRead(const std::string& str_Logical, std::string& str_Text);
-// Removes what was not under the root at the first call: one input's files stay out of
-// the next one's way, and the sandbox does not grow over millions of runs.
+// Removes what is new under the root since the first call: inputs stay out of each
+// other's way, and the sandbox does not grow over millions of runs.
 void f_FuzzRemoveNew();
 // True while whatever an input made the service write landed inside the root.
 bool f_FuzzNothingOutsideRoot();
@@ -67,16 +62,13 @@ class FuzzInput_CL {
 };
 
 class ErrorHandler_CL;
-// The service's error store on the simulated tool's database, made on the first call and
-// installed as the service's global store for the bus handlers.
+// The service's global error store on the simulated tool's database, made once.
 ErrorHandler_CL* f_FuzzErrorStore();
 
-// The batch-counter targets compare configurations set by set.
 struct CounterSet_ST;
 class SysBatchCntCfg_CL;
 constexpr const char* A_C_FUZZ_PRG_PATH = "/home/tool/config/OkNokCntCfg.json";
 constexpr const char* A_C_FUZZ_JOB_PATH = "/home/tool/config/JobOkNokCntCfg.json";
 std::string f_FuzzSetText(const CounterSet_ST& o_Set);
-// Sets 0..255 and the selection flag as one text, the same for two configurations the tool
-// process cannot tell apart.
+// Sets 0..255 and the selection flag: one text for configurations the tool cannot tell apart.
 std::string f_FuzzBatchText(const SysBatchCntCfg_CL& o_Cfg);

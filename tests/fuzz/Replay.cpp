@@ -14,12 +14,10 @@ int main(int argc, char** argv) {
   namespace fs = std::filesystem;
   std::vector<fs::path> o_Files;
   for (int i = 1; i < argc; ++i) {
-    if (!fs::is_directory(argv[i])) {
-      o_Files.push_back(argv[i]);
-      continue;
-    }
-    for (const auto& o_Entry : fs::recursive_directory_iterator(argv[i]))
-      if (o_Entry.is_regular_file()) o_Files.push_back(o_Entry.path());
+    if (!fs::is_directory(argv[i])) o_Files.push_back(argv[i]);
+    if (fs::is_directory(argv[i]))
+      for (const auto& o_Entry : fs::recursive_directory_iterator(argv[i]))
+        if (o_Entry.is_regular_file()) o_Files.push_back(o_Entry.path());
   }
   // A fixed order makes a failure depend on the files alone.
   std::sort(o_Files.begin(), o_Files.end());

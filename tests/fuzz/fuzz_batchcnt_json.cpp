@@ -1,6 +1,5 @@
-// The batch-counter files (program and job) through the reader the service and the tool
-// process share, and back out through the service's writer: a file the reader rejects
-// leaves the sets as they were; sets the service writes read back the same.
+// The batch-counter files through the shared reader and the service's writer: a rejected
+// file leaves the sets as they were; sets the service writes read back the same.
 #include <string>
 
 #include "BatchCntCfg.h"

@@ -1,6 +1,5 @@
-// The counter-set text of "fbatchcntrset" through its bus handler, to the program (0) or the
-// job (any other) configuration: the file written reads back to exactly the sets the
-// service holds, and a set with a usable id ends up as its text says.
+// "fbatchcntrset" to the program (0) or job configuration: the file written reads back to
+// the sets the service holds, and a set with a usable id ends up as its text says.
 #include <string>
 
 #include "BatchCntCfg.h"

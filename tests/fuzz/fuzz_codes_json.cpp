@@ -1,6 +1,5 @@
-// The tool-type list "/etc/codes" through the reader the channel configuration names the
-// tool with: any text is read or refused as a whole (0 exactly when it parses), and a
-// refused list leaves the service's channel configuration as it was.
+// The tool-type list "/etc/codes": read exactly when it parses, and a refused list leaves
+// the channel configuration's tool name as it was.
 #include <string>
 
 #include "ChanCfg.h"

@@ -1,6 +1,5 @@
-// The motor unit's EEPROM image through the nameplate reader (static sector with its CRC
-// block, dynamic sector, supplier data in the format the hardware revision lines choose).
-// Input: one byte of revision lines, then the image (4096 bytes on a real chip).
+// The motor unit's EEPROM image through the nameplate reader. Input: one byte of hardware
+// revision lines (they choose the supplier data's format), then the image.
 #include <string>
 
 #include "FuzzSupport.h"

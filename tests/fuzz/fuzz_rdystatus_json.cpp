@@ -1,6 +1,5 @@
-// "rdystatus.json", the required readiness flags, through the error store's start-up
-// reader: an unusable table is refused with the library's exception, a table taken
-// requires at least its flags 0..31 marked as required.
+// "rdystatus.json" through the start-up reader: an unusable table throws the library's
+// exception, a table taken requires at least the flags 0..31 it marks.
 #include <cstdint>
 
 #include "FuzzSupport.h"

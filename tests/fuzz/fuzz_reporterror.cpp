@@ -1,5 +1,4 @@
-// "freporterror" (process name, coded number, acknowledge word) through the bus handler
-// into the error store, a few reports per input. After each the ring keeps its bound, the
+// "freporterror" into the error store: after each report the ring keeps its bound, the
 // list for the bus is a JSON object and the current error has a class of three bits.
 #include <cstdlib>
 #include <string>

@@ -1,6 +1,5 @@
-// "ResSrv.json" (the result server's file) through "fidcodesrcset": input is the source
-// and the delete flag the caller sends, then the file. A file the handler cannot use stays
-// as it was; a file it changes is one the result server reads back with the new values.
+// "fidcodesrcset" on the result server's file (input: source and delete flag, then the
+// file): an unusable file stays as it was, a changed one reads back with the new values.
 #include <string>
 
 #include "FuzzSupport.h"

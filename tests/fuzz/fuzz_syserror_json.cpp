@@ -1,7 +1,5 @@
-// "syserror.json" (database path and ring size) through the error store's reload, the
-// path the service takes when another process announces the file changed. Whatever the
-// file says, the store ends with an absolute path and a bound of at least one row and
-// keeps working.
+// "syserror.json" through the error store's reload on a change announcement: whatever it
+// says, the store keeps an absolute path, a bound of at least one row, and keeps working.
 #include <sys/stat.h>
 #include <unistd.h>
 

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <utility>
 
 #include "BridgeConfig.h"
 #include "EventQueue.h"
@@ -28,10 +29,7 @@ TEST(BridgeConfig, AcceptsTheSampleAndRefusesWhatWouldMisbehave) {
   EXPECT_EQ(o_Cfg.str_Prefix, "plant/line3");
   EXPECT_EQ(BridgeConfig_ST().f_Port(), 1883);
 
-  const struct {
-    const char* z_c_Text;
-    const char* z_c_Why;
-  } a_o_Bad[] = {
+  const std::pair<const char*, const char*> a_o_Bad[] = {
       {"hots = x\n", "unknown key"},
       {"port = 70000\n", "not a number in range"},
       {"port = 18x3\n", "not a number in range"},
@@ -46,11 +44,11 @@ TEST(BridgeConfig, AcceptsTheSampleAndRefusesWhatWouldMisbehave) {
       {"tls_cert_file = /c\ntls_key_file = /k\n", "needs tls_ca_file"},
       {"reconnect_min = 10\nreconnect_max = 5\n", "below reconnect_min"},
   };
-  for (const auto& o_B : a_o_Bad) {
+  for (const auto& [z_c_Text, z_c_Why] : a_o_Bad) {
     BridgeConfig_ST o_C;
     std::string str_E;
-    EXPECT_FALSE(f_ParseBridgeConfig(o_B.z_c_Text, &o_C, &str_E)) << o_B.z_c_Text;
-    EXPECT_NE(str_E.find(o_B.z_c_Why), std::string::npos) << o_B.z_c_Text << ": " << str_E;
+    EXPECT_FALSE(f_ParseBridgeConfig(z_c_Text, &o_C, &str_E)) << z_c_Text;
+    EXPECT_NE(str_E.find(z_c_Why), std::string::npos) << z_c_Text << ": " << str_E;
   }
 }
 

@@ -1,6 +1,5 @@
-// The board temperature read on the real tool's path: no sandbox root, /dev/i2c-2 is a
-// character device answered by a scripted sensor in a umockdev testbed (the test target
-// runs this binary under umockdev-wrapper). The conversion itself is held by CheckRules.
+// The board temperature on the real tool's path (no sandbox root): /dev/i2c-2 is answered by a
+// scripted sensor in a umockdev testbed. The conversion itself is held by CheckRules.
 #include <gtest/gtest.h>
 #include <umockdev.h>
 
@@ -23,23 +22,22 @@
 
 namespace {
 constexpr const char* A_C_DEV = "/dev/i2c-2";
-// The node has content only so that the testbed makes a plain file instead of a pty; the
-// preload still reports the character device 89:2.
+// Content makes the testbed create a plain file, not a pty; the preload still reports 89:2.
 constexpr const char* A_C_ADAPTER =
     "P: /devices/platform/i2c-2/i2c-dev/i2c-2\nN: i2c-2=0000\nE: DEVNAME=/dev/i2c-2\n"
     "E: SUBSYSTEM=i2c-dev\nA: dev=89:2\n";
 
 enum Step_EN { E_NONE, E_IOCTL, E_WRITE, E_READ };
 
-// The step that fails with i_Errno, and what a read returns.
+// The step that fails with i_Errno, what a read returns, the log line left ("": success).
 struct SensorScript_ST {
   Step_EN e_FailAt;
   int i_Errno;
   std::vector<unsigned char> o_Reply;
+  std::string str_Log;
 };
 
-// The fixture is the sensor: it answers only at address 0x49 and only for register 0. The
-// testbed calls it from its own worker thread while the test thread is in the system call.
+// The sensor, at 0x49 and register 0 only, called from the testbed's own worker thread.
 class I2cUmockdevTest : public ::testing::Test {
  protected:
   template <Step_EN e_Step>
@@ -86,7 +84,6 @@ class I2cUmockdevTest : public ::testing::Test {
     // Guards against reaching a real adapter (or none) when the preload is missing.
     struct stat o_St;
     ASSERT_EQ(stat(A_C_DEV, &o_St), 0) << "not running under umockdev-wrapper?";
-    ASSERT_TRUE(S_ISCHR(o_St.st_mode));
     ASSERT_EQ(o_St.st_rdev, makedev(89, 2));
   }
 
@@ -101,11 +98,11 @@ class I2cUmockdevTest : public ::testing::Test {
   int f_OpenAdapterFds() {
     std::string str_Node =
         GChars_T(umockdev_testbed_get_root_dir(z_o_Bed)).get() + std::string(A_C_DEV);
-    int i_Count = 0;
+    namespace fs = std::filesystem;
     std::error_code o_Ec;
-    for (const auto& o_Entry : std::filesystem::directory_iterator("/proc/self/fd", o_Ec))
-      if (std::filesystem::read_symlink(o_Entry.path(), o_Ec) == str_Node) ++i_Count;
-    return i_Count;
+    return std::count_if(
+        fs::directory_iterator("/proc/self/fd", o_Ec), fs::directory_iterator(),
+        [&](const auto& o_Fd) { return fs::read_symlink(o_Fd, o_Ec) == str_Node; });
   }
 
   UMockdevTestbed* z_o_Bed = nullptr;
@@ -117,25 +114,21 @@ class I2cUmockdevTest : public ::testing::Test {
 };
 
 TEST_F(I2cUmockdevTest, ReadsTheSensorMsbFirstAndStopsAtAFailingStep) {
-  struct Case_ST {
-    SensorScript_ST o_Script;
-    std::string str_Log;  // "" for a reading that succeeds
-  };
   const std::string str_Check = "f_CheckTemperature - ";
-  const Case_ST a_o_Cases[] = {
+  const SensorScript_ST a_o_Cases[] = {
       // 25.25 °C; with the bytes swapped it would read as 64.1 °C.
-      {{E_NONE, 0, {0x19, 0x40}}, ""},
+      {E_NONE, 0, {0x19, 0x40}, ""},
       // The address is claimed by a kernel driver; the sensor does not acknowledge.
-      {{E_IOCTL, EBUSY, {}}, str_Check + "ioctl " + strerror(EBUSY)},
-      {{E_WRITE, EREMOTEIO, {}}, str_Check + "write " + strerror(EREMOTEIO)},
+      {E_IOCTL, EBUSY, {}, str_Check + "ioctl " + strerror(EBUSY)},
+      {E_WRITE, EREMOTEIO, {}, str_Check + "write " + strerror(EREMOTEIO)},
       // Half a register must not pass for a temperature.
-      {{E_NONE, 0, {0x19}}, str_Check + "read "},
+      {E_NONE, 0, {0x19}, str_Check + "read "},
   };
-  for (const Case_ST& o_C : a_o_Cases) {
+  for (const SensorScript_ST& o_C : a_o_Cases) {
     SCOPED_TRACE(o_C.str_Log);
     {
       std::lock_guard<std::mutex> o_Guard(o_Lock);
-      o_Script = o_C.o_Script;
+      o_Script = o_C;
       str_Register.clear();
     }
     float fl_Temp = -999.0f;

@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <functional>
 #include <string>
+#include <tuple>
 
 #include "TestSupport.h"
 #include "sysLib/SysDiag.h"
@@ -14,23 +15,18 @@
 // integration tests); the directories are made again when someone clears /var.
 TEST(SysDiag, ValuesAreStoredAsBareTextAndTheStoreIsMadeAgain) {
   TempRoot o_Root;
-  struct Case_ST {
-    std::function<int()> f_Set;
-    const char* z_c_File;
-    const char* z_c_Text;
-  };
-  const Case_ST a_o_Cases[] = {
+  const std::tuple<std::function<int()>, const char*, const char*> a_o_Cases[] = {
       {[] { return f_SysDiagSetParam("sysfault", "3228"); }, "sysfault", "3228"},
       {[] { return f_SysDiagSetCycle(4000000000u); }, "cycle", "4000000000"},
       {[] { return f_SysDiagSetLoadStartCycle(17); }, "loadstartcycle", "17"},
       {[] { return f_SysDiagSetBatteryPower(-1); }, "battery/power", "-1"},
       {[] { return f_SysDiagSetTorqueLoad(1.5); }, "torqueload", "1.500000"},
   };
-  for (const Case_ST& o_Case : a_o_Cases) {
-    SCOPED_TRACE(o_Case.z_c_File);
+  for (const auto& [f_Set, z_c_File, z_c_Text] : a_o_Cases) {
+    SCOPED_TRACE(z_c_File);
     std::filesystem::remove_all(o_Root.f_Path("/var/sysdiag"));
-    EXPECT_EQ(o_Case.f_Set(), 0);
-    EXPECT_EQ(o_Root.f_Read(std::string("/var/sysdiag/") + o_Case.z_c_File), o_Case.z_c_Text);
+    EXPECT_EQ(f_Set(), 0);
+    EXPECT_EQ(o_Root.f_Read(std::string("/var/sysdiag/") + z_c_File), z_c_Text);
   }
   // Only what was written lies in the store: no temporary is left behind.
   int i_Entries = 0;
@@ -76,22 +72,19 @@ TEST(SysDiag, ReadersTrimAndRefuseWhatDoesNotFit) {
   EXPECT_EQ(f_SysDiagGetCycle(&ui_Cycle), -1);  // no file yet
   EXPECT_EQ(f_SysDiagGetSrbMod(&b_Busy), 0);
   EXPECT_FALSE(b_Busy);
-  struct Case_ST {
-    const char* z_c_Text;
-    long long ll_Cycle;  // -1: refused
-    bool b_Busy;
-  } a_o_Cases[] = {
+  // The text in both files, the count read from it (-1: refused) and the busy mode.
+  const std::tuple<const char*, long long, bool> a_o_Cases[] = {
       {"4294967296", -1, false}, {"-1", -1, false}, {"12abc", -1, false},
       {"1\n", 1, true},          {"11", 11, false},
   };
-  for (const Case_ST& o_Case : a_o_Cases) {
-    SCOPED_TRACE(std::string("\"") + o_Case.z_c_Text + '"');
-    o_Root.f_Write("/var/sysdiag/cycle", o_Case.z_c_Text);
-    o_Root.f_Write("/var/sysdiag/srbmod", o_Case.z_c_Text);
+  for (const auto& [z_c_Text, ll_Cycle, b_WantBusy] : a_o_Cases) {
+    SCOPED_TRACE(std::string("\"") + z_c_Text + '"');
+    o_Root.f_Write("/var/sysdiag/cycle", z_c_Text);
+    o_Root.f_Write("/var/sysdiag/srbmod", z_c_Text);
     ui_Cycle = 0;
     int i_Ret = f_SysDiagGetCycle(&ui_Cycle);
-    EXPECT_EQ(i_Ret == 0 ? static_cast<long long>(ui_Cycle) : -1, o_Case.ll_Cycle);
+    EXPECT_EQ(i_Ret == 0 ? static_cast<long long>(ui_Cycle) : -1, ll_Cycle);
     ASSERT_EQ(f_SysDiagGetSrbMod(&b_Busy), 0);
-    EXPECT_EQ(b_Busy, o_Case.b_Busy);
+    EXPECT_EQ(b_Busy, b_WantBusy);
   }
 }
