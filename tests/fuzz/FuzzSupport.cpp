@@ -50,19 +50,17 @@ void f_MakeRoot(bool b_Tool) {
                          : access("/dev/shm", W_OK) == 0        ? "/dev/shm"
                                                                 : "/tmp";
   str_Tmpl += "/syssrv-fuzz-XXXXXX";
-  if (mkdtemp(str_Tmpl.data()) == nullptr) f_FuzzFail("mkdtemp", __FILE__, __LINE__);
+  FUZZ_CHECK(mkdtemp(str_Tmpl.data()) != nullptr);
   str_Top = str_Tmpl;
   str_Root = str_Top + "/root";
   fs::create_directories(str_Root);
   fs::create_directories(str_Top + "/cwd");
   std::atexit(f_RemoveTop);
-  if (b_Tool) {
-    std::string str_Cmd = std::string(SYSSRV_SIM) + " init '" + str_Root + "' >/dev/null 2>&1";
-    if (std::system(str_Cmd.c_str()) != 0) f_FuzzFail("syssrv-sim init", __FILE__, __LINE__);
-  }
+  const std::string str_Init = std::string(SYSSRV_SIM) + " init '" + str_Root + "' >/dev/null 2>&1";
+  if (b_Tool) FUZZ_CHECK(std::system(str_Init.c_str()) == 0);
   setenv("SYSSRV_ROOT", str_Root.c_str(), 1);
   // A relative path the code under test opens lands here, where the check below sees it.
-  if (chdir((str_Top + "/cwd").c_str()) != 0) f_FuzzFail("chdir", __FILE__, __LINE__);
+  FUZZ_CHECK(chdir((str_Top + "/cwd").c_str()) == 0);
 }
 }  // namespace
 
@@ -137,17 +135,17 @@ std::string FuzzInput_CL::f_Rest() {
 }
 
 ErrorHandler_CL* f_FuzzErrorStore() {
-  static ErrorHandler_CL* z_o_Store = nullptr;
-  if (z_o_Store != nullptr) return z_o_Store;
-  f_FuzzRoot(true, true);
-  try {
-    z_o_Bms = new Bms_CL();
-    z_o_Store = new ErrorHandler_CL(nullptr, 0, z_o_Bms);
-  } catch (SysExcpt_CL* z_o_Excpt) {
-    std::fprintf(stderr, "error store: %s\n", z_o_Excpt->f_GetText());
-    f_FuzzFail("error store on the simulated tool", __FILE__, __LINE__);
-  }
-  return z_o_ErrorHandler = z_o_Store;
+  static ErrorHandler_CL* z_o_Store = [] {
+    f_FuzzRoot(true, true);
+    try {
+      z_o_Bms = new Bms_CL();
+      return z_o_ErrorHandler = new ErrorHandler_CL(nullptr, 0, z_o_Bms);
+    } catch (SysExcpt_CL* z_o_Excpt) {
+      std::fprintf(stderr, "error store: %s\n", z_o_Excpt->f_GetText());
+      f_FuzzFail("error store on the simulated tool", __FILE__, __LINE__);
+    }
+  }();
+  return z_o_Store;
 }
 
 std::string f_FuzzSetText(const CounterSet_ST& o_Set) {

@@ -1,6 +1,5 @@
 #pragma once
-// What the fuzz targets share: a sandbox root for the whole process, a reader that cuts an
-// input into typed pieces, and the check that turns a broken rule into a kept crash.
+// What the fuzz targets share: the sandbox, an input reader, and rules that fail as crashes.
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -13,8 +12,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* z_uc_Data, size_t ui_Size);
 #define FUZZ_CHECK(cond) ((cond) ? (void)0 : f_FuzzFail(#cond, __FILE__, __LINE__))
 [[noreturn]] void f_FuzzFail(const char* z_c_Cond, const char* z_c_File, int i_Line);
 
-// A target's entry point: the sandbox, the body that follows (input o_In), then the rule
-// that whatever the body made the service write stays inside the root.
+// A target's entry: the sandbox, the body (input o_In), then nothing written outside the root.
 class FuzzInput_CL;
 #define FUZZ_TARGET(b_Tool, b_CatchErrors)                                          \
   static void f_FuzzOne(FuzzInput_CL& o_In);                                        \
@@ -27,19 +25,16 @@ class FuzzInput_CL;
   }                                                                                 \
   static void f_FuzzOne(FuzzInput_CL& o_In)
 
-// The sandbox root (with b_Tool a simulated tool), made once and removed at exit, with an
-// empty working directory beside it; b_CatchErrors keeps the process's errors off the bus.
+// The sandbox root (b_Tool: a simulated tool) and an empty cwd, made once, removed at exit.
 const std::string& f_FuzzRoot(bool b_Tool, bool b_CatchErrors = false);
 // Writes bytes to a logical path under the root, making its directories.
 void f_FuzzWrite(const std::string& str_Logical, const std::string& str_Text);
 // The file at a logical path; false when it cannot be read.
 bool f_FuzzRead(const std::string& str_Logical, std::string& str_Text);
-// Removes what is new under the root since the first call: inputs stay out of each
-// other's way, and the sandbox does not grow over millions of runs.
+// Removes what is new under the root since the first call, so that inputs do not pile up.
 void f_FuzzRemoveNew();
 // True while whatever an input made the service write landed inside the root.
 bool f_FuzzNothingOutsideRoot();
-// The text parsed as JSON (null when it does not parse).
 CJsonTree_T f_FuzzParse(const std::string& str_Text);
 inline bool f_FuzzIsJsonObject(const char* z_c_Text) {
   return z_c_Text != nullptr && cJSON_IsObject(f_FuzzParse(z_c_Text).get());

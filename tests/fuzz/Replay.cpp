@@ -1,5 +1,4 @@
-// Runs every file of the given corpus directories (or single files) through the target it
-// is linked with, without the fuzzer: every build replays the corpora as ordinary tests.
+// Replays corpus directories or single files through the linked target, without the fuzzer.
 #include <algorithm>
 #include <cstdio>
 #include <filesystem>

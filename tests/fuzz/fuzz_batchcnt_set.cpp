@@ -17,8 +17,7 @@ FUZZ_TARGET(true, false) {
   FUZZ_CHECK(f_BatchCntrSet(&o_Obj, i_Dest, str_Text.c_str(), nullptr));
   FUZZ_CHECK(f_FuzzBatchText(SysBatchCntCfg_CL(z_o_Cfg->f_GetCfgFilePath())) ==
              f_FuzzBatchText(*z_o_Cfg));
-  // The text applied to a set of its own gives the same set: nothing of it depends on
-  // what the configuration held before.
+  // The text applied to a fresh set gives the same set: nothing depends on what was held.
   BatchCntCfg_CL o_Fresh("/home/tool/config/FuzzFresh.json");
   CounterSet_ST o_Want, o_Got;
   int i_Id = 0;

@@ -1,5 +1,4 @@
-// The tool-type list "/etc/codes": read exactly when it parses, and a refused list leaves
-// the channel configuration's tool name as it was.
+// "/etc/codes" is read exactly when it parses; a refused list keeps the configured tool name.
 #include <string>
 
 #include "ChanCfg.h"

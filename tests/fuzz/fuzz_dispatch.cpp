@@ -73,8 +73,7 @@ void f_OnReply(GObject* z_o_Src, GAsyncResult* z_o_Res, gpointer z_v_Reply) {
   z_o_Reply->b_Done = true;
 }
 
-// Sends one call; with z_o_Reply the answer is collected there as the loop turns, without
-// it the call goes out flagged as expecting no reply.
+// Sends one call; without z_o_Reply it goes out flagged as expecting no reply.
 void f_Send(const char* z_c_Method, GVariant* z_o_Body, Reply_ST* z_o_Reply) {
   g_dbus_connection_call(f_Client(), nullptr, SYSSRV_OBJECT_PATH, SYSSRV_INTERFACE, z_c_Method,
                          z_o_Body, nullptr, G_DBUS_CALL_FLAGS_NONE, 60000, nullptr,
@@ -154,8 +153,7 @@ FUZZ_TARGET(true, false) {
         ui_Pick < ui_NrMethods ? z_o_Iface->methods[ui_Pick] : z_o_Iface->methods[0];
     const char* z_c_Name = ui_Pick < ui_NrMethods ? z_o_Method->name : "fnosuchmethod";
     GVariant* z_o_Body = f_Body(z_o_Method, (uc_How & 2) != 0, o_In);
-    // The library answers a wrong signature or an unknown name itself; a method the
-    // service never answers is only ever sent without waiting for a reply.
+    // The library answers bad signatures and unknown names; unanswered methods get no wait.
     bool b_Declared = ui_Pick < ui_NrMethods &&
                       "(" + f_InSig(z_o_Method) + ")" == g_variant_get_type_string(z_o_Body);
     bool b_WantReply = (uc_How & 1) == 0 && (!b_Declared || o_Dispatched.count(z_c_Name) > 0);

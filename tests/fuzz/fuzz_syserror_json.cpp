@@ -1,8 +1,8 @@
 // "syserror.json" through the error store's reload on a change announcement: whatever it
 // says, the store keeps an absolute path, a bound of at least one row, and keeps working.
-#include <sys/stat.h>
 #include <unistd.h>
 
+#include <filesystem>
 #include <string>
 
 #include "ErrorHandler.h"
@@ -24,10 +24,9 @@ FUZZ_TARGET(true, false) {
   if (z_o_Store->f_ActiveErrorsToJson(&z_c_Json) == 0) FUZZ_CHECK(f_FuzzIsJsonObject(z_c_Json));
   free(z_c_Json);
   // The recovery of an unusable list never moves another file of the tool away.
-  struct stat o_St {};
   for (const char* z_c_Kept :
        {"/home/tool/config", "/home/tool/config/log/rdystatus.json", "/etc/hostname"})
-    FUZZ_CHECK(stat(f_SysPath(z_c_Kept).c_str(), &o_St) == 0);
+    FUZZ_CHECK(std::filesystem::exists(f_SysPath(z_c_Kept)));
 
   // Back to the simulated tool's database; what this input made goes at the next one.
   unlink(f_SysPath(ErrorHandler_CL::A_C_CFG_PATH).c_str());

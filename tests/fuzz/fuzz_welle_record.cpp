@@ -9,8 +9,7 @@
 
 FUZZ_TARGET(false, false) {
   using Welle = TypschildWelle_CL;
-  // The first byte asks for the CRC to be made right: the fields of records whose checksum
-  // the fuzzer could never guess are reached too.
+  // Byte 1 can ask for a right CRC: the fuzzer reaches fields behind checksums it cannot guess.
   bool b_FixCrc = (o_In.f_Byte() & 1) != 0;
   std::string str_Record = o_In.f_Rest().substr(0, 512);
   if (b_FixCrc && str_Record.size() >= Welle::UI_CRC_OFFSET + 2) {

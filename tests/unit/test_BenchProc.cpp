@@ -54,11 +54,8 @@ TEST(BenchProc, LifetimeCpuKeepsEndedThreads) {
 
 TEST(BenchProc, MedianOfTheRepetitions) {
   auto f_Runs = [](std::initializer_list<double> a_d_Values) {
-    std::vector<Sample_ST> a_o_Runs(a_d_Values.size());
-    for (size_t i = 0; i < a_o_Runs.size(); ++i) {
-      a_o_Runs[i].d_P50Us = a_d_Values.begin()[i];
-      a_o_Runs[i].d_CallsPerS = 1000 - a_d_Values.begin()[i];
-    }
+    std::vector<Sample_ST> a_o_Runs;
+    for (double d_Us : a_d_Values) a_o_Runs.push_back({1000 - d_Us, d_Us});  // calls/s, p50
     return f_Median(a_o_Runs);
   };
   EXPECT_DOUBLE_EQ(f_Runs({300, 100, 200}).d_P50Us, 200);

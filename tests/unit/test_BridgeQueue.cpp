@@ -1,5 +1,4 @@
-// The plant feed's configuration parser and its on-disk queue: the bounds, the order and
-// the sequence numbers a dashboard relies on.
+// The plant feed's configuration parser and its on-disk queue (bounds, order, numbering).
 #include <gtest/gtest.h>
 
 #include <string>

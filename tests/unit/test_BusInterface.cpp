@@ -33,9 +33,10 @@ TEST(BusInterface, DispatcherKnowsEveryDeclaredMethodButBattStatusSet) {
   EXPECT_TRUE(o_Dispatched.empty()) << *o_Dispatched.begin() << " is dispatched, not declared";
 }
 
-TEST(BusInterface, WrongSignalTypesAreRefused) {
-  // What the senders in the sources send is held below; here what must be refused, and the
-  // declared type the refusal names.
+// Every sender in the sources names a declared signal with its arguments (a call this test
+// cannot read fails), and every declared signal has a sender or is known to have none; a
+// wrong type is refused with the declared one named.
+TEST(BusInterface, EverySenderAgreesWithTheDescription) {
   auto f_Refused = [](const char* z_c_Signal, const char* z_c_Type) {
     std::string str_Expected = "unset";
     EXPECT_FALSE(f_SignalMatches(z_c_Signal, z_c_Type, &str_Expected)) << z_c_Signal << z_c_Type;
@@ -45,11 +46,6 @@ TEST(BusInterface, WrongSignalTypesAreRefused) {
   EXPECT_EQ(f_Refused("newidcode", "(iss)"), "(iis)");   // a type swapped
   EXPECT_EQ(f_Refused("cfgfilechanged", "(i)"), "(s)");  // sent with the path on purpose
   EXPECT_EQ(f_Refused("battpowerchange", "(i)"), "");    // not declared
-}
-
-// Every sender in the sources names a declared signal with its arguments (a call this test
-// cannot read fails), and every declared signal has a sender or is known to have none.
-TEST(BusInterface, EverySenderAgreesWithTheDescription) {
   const std::regex o_Call(R"re(\b(SYS_EMIT_SIGNAL|f_EmitSignal|f_Signal)\s*\()re");
   // Optional object, the name as a literal, a tuple built in place or none.
   const std::regex o_Site(

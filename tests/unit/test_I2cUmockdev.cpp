@@ -80,7 +80,6 @@ class I2cUmockdevTest : public ::testing::Test {
         << o_Err.f_Message();
     ASSERT_TRUE(umockdev_testbed_attach_ioctl(z_o_Bed, A_C_DEV, z_o_Handler, o_Err.f_Out()))
         << o_Err.f_Message();
-    b_Attached = true;
     // Guards against reaching a real adapter (or none) when the preload is missing.
     struct stat o_St;
     ASSERT_EQ(stat(A_C_DEV, &o_St), 0) << "not running under umockdev-wrapper?";
@@ -88,7 +87,7 @@ class I2cUmockdevTest : public ::testing::Test {
   }
 
   void TearDown() override {
-    if (b_Attached) umockdev_testbed_detach_ioctl(z_o_Bed, A_C_DEV, nullptr);
+    umockdev_testbed_detach_ioctl(z_o_Bed, A_C_DEV, nullptr);
     g_object_unref(z_o_Handler);
     g_object_unref(z_o_Bed);
     closelog();
@@ -107,7 +106,6 @@ class I2cUmockdevTest : public ::testing::Test {
 
   UMockdevTestbed* z_o_Bed = nullptr;
   UMockdevIoctlBase* z_o_Handler = nullptr;
-  bool b_Attached = false;
   std::mutex o_Lock;
   SensorScript_ST o_Script;
   std::string str_Register;  // the bytes last written: the register pointer

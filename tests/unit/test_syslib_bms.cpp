@@ -1,5 +1,4 @@
-// The BMS segment's lock and mapping, and the process's error object without a bus. The
-// words themselves and the readiness flags are held by test_ShmLayout.
+// The BMS segment's lock and mapping (its words: test_ShmLayout), and errors without a bus.
 #include <gtest/gtest.h>
 
 #include <sys/wait.h>

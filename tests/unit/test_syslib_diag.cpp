@@ -11,8 +11,7 @@
 #include "TestSupport.h"
 #include "sysLib/SysDiag.h"
 
-// Each value goes to its own file as bare text (the service's own formats are held by the
-// integration tests); the directories are made again when someone clears /var.
+// Each value goes to its own file as bare text; the store is made again when /var is cleared.
 TEST(SysDiag, ValuesAreStoredAsBareTextAndTheStoreIsMadeAgain) {
   TempRoot o_Root;
   const std::tuple<std::function<int()>, const char*, const char*> a_o_Cases[] = {
