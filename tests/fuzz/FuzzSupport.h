@@ -13,7 +13,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* z_uc_Data, size_t ui_Size);
 [[noreturn]] void f_FuzzFail(const char* z_c_Cond, const char* z_c_File, int i_Line);
 
 // A target's entry: the sandbox, the body (input o_In), then nothing written outside the root.
-class FuzzInput_CL;
 #define FUZZ_TARGET(b_Tool, b_CatchErrors)                                          \
   static void f_FuzzOne(FuzzInput_CL& o_In);                                        \
   extern "C" int LLVMFuzzerTestOneInput(const uint8_t* z_uc_Data, size_t ui_Size) { \

@@ -1,5 +1,4 @@
-// What the benchmark reads from /proc and how it sums repetitions: a wrong figure here
-// would be reported as the service's without anyone noticing.
+// The benchmark's /proc figures and medians: a wrong one would pass for the service's.
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
@@ -37,8 +36,7 @@ TEST(BenchProc, FiguresOfARunningProcess) {
   EXPECT_GE(f_ProcPrivateDirtyKb(i_Self) - l_Dirty0, 3 * 1024);
 }
 
-// The idle figure's counter keeps the time of a thread that has ended, as a service's
-// worker threads do while it idles; a sum over the living threads drops it.
+// Ended threads' CPU stays in the idle figure's counter; a sum over living threads drops it.
 TEST(BenchProc, LifetimeCpuKeepsEndedThreads) {
   const long long ll_Life0 = f_ProcLifeCpuNs(getpid());
   ASSERT_GE(ll_Life0, 0);

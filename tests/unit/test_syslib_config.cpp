@@ -98,8 +98,7 @@ TEST(ConfigFile, SetKeyEditsInPlaceAndTheWriteIsAtomic) {
   std::string str_Before = o_Root.f_Read(A_C_CFG);
   struct rlimit o_Old {};
   getrlimit(RLIMIT_FSIZE, &o_Old);
-  struct rlimit o_Small = o_Old;
-  o_Small.rlim_cur = 8;
+  const struct rlimit o_Small = {8, o_Old.rlim_max};
   signal(SIGXFSZ, SIG_IGN);
   setrlimit(RLIMIT_FSIZE, &o_Small);
   int i_Ret = Cfg::f_WriteCfgFile(o_Back.get(), A_C_CFG);

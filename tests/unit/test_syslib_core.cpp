@@ -92,14 +92,12 @@ TEST(SysNotify, KeepAlivesGoToTheManagersSocketAtAQuarterOfThePeriod) {
   TempRoot o_Root;
   const std::string str_Sock = o_Root.f_Path("/notify");
   int i_Fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-  sockaddr_un o_Addr{};
-  o_Addr.sun_family = AF_UNIX;
+  sockaddr_un o_Addr{AF_UNIX, {}};
   snprintf(o_Addr.sun_path, sizeof(o_Addr.sun_path), "%s", str_Sock.c_str());
   ASSERT_EQ(0, bind(i_Fd, reinterpret_cast<sockaddr*>(&o_Addr), sizeof(o_Addr)));
   setenv("NOTIFY_SOCKET", str_Sock.c_str(), 1);
   setenv("WATCHDOG_USEC", "400000", 1);
-  // Called every tick for a second: about one keep-alive per 100 ms, never one per call.
-  // Read as they come, so that a flood fails the count instead of filling the socket.
+  // A second of ticks: about one keep-alive per 100 ms, read as they come so a flood fails.
   int i_Count = 0;
   char a_c_Buf[64];
   for (gint64 i_End = g_get_monotonic_time() + G_USEC_PER_SEC; g_get_monotonic_time() < i_End;
