@@ -13,9 +13,11 @@ int main(int argc, char** argv) {
   namespace fs = std::filesystem;
   std::vector<fs::path> o_Files;
   for (int i = 1; i < argc; ++i) {
-    if (!fs::is_directory(argv[i])) o_Files.push_back(argv[i]);
-    if (fs::is_directory(argv[i]))
-      for (const auto& o_Entry : fs::recursive_directory_iterator(argv[i]))
+    // Absolute: the target changes its working directory at the first input.
+    const fs::path o_Arg = fs::absolute(argv[i]);
+    if (!fs::is_directory(o_Arg)) o_Files.push_back(o_Arg);
+    if (fs::is_directory(o_Arg))
+      for (const auto& o_Entry : fs::recursive_directory_iterator(o_Arg))
         if (o_Entry.is_regular_file()) o_Files.push_back(o_Entry.path());
   }
   // A fixed order makes a failure depend on the files alone.
