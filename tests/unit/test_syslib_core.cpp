@@ -55,10 +55,15 @@ TEST(SysCmd, AHangingCommandIsKilledWithWhatItStarted) {
   char a_c_Reply[16] = "";
   for (bool b_Reply : {false, true}) {
     gint64 i_Start = g_get_monotonic_time();
-    EXPECT_EQ(-1, f_SysCmdTimeout("echo early; sleep 30 | cat", b_Reply ? a_c_Reply : nullptr,
+    EXPECT_EQ(-1, f_SysCmdTimeout("echo early; sleep 30.25 | cat", b_Reply ? a_c_Reply : nullptr,
                                   b_Reply ? sizeof(a_c_Reply) : 0, 300));
     EXPECT_LT(g_get_monotonic_time() - i_Start, 5 * G_USEC_PER_SEC);
   }
+  // Nothing it started is left running on the tool.
+  int i_Left = 0;
+  for (int i = 0; i < 100 && (i_Left = system("pgrep -f 'sleep 30[.]25' >/dev/null")) == 0; ++i)
+    g_usleep(20000);
+  EXPECT_NE(0, i_Left) << "an orphaned sleep survived the kill";
   EXPECT_STREQ(a_c_Reply, "early\n");  // what came before the kill, from the second run
   EXPECT_EQ(0, f_SysCmdTimeout("true", nullptr, 0, 300));
 }
