@@ -24,8 +24,8 @@ struct CtlRun_ST {
   std::string str_Out, str_Err;
 };
 
-// One of our programs (the client unless told) with the bus address in its environment. Its
-// stdout and stderr go to files of their own, so a running monitor can be read as it writes.
+// One of our programs with the bus address in its environment. Its stdout and stderr go to
+// files of their own, so a running monitor can be read as it writes.
 struct TempDir_ST {
   std::string str_Dir = f_MakeTempDir("it-ctl");
   ~TempDir_ST() { f_RemoveTree(str_Dir); }
