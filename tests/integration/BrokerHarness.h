@@ -7,7 +7,6 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <cctype>
 #include <csignal>
 #include <cstdio>
 #include <functional>
@@ -174,10 +173,8 @@ class BridgeProc {
 };
 
 inline std::string f_HostName(const Sandbox& o_Box) {
-  std::string str_Name = o_Box.f_Read("/etc/hostname");
-  while (!str_Name.empty() && std::isspace(static_cast<unsigned char>(str_Name.back())))
-    str_Name.pop_back();
-  return str_Name;
+  const std::string str_Name = o_Box.f_Read("/etc/hostname");
+  return str_Name.substr(0, str_Name.find_last_not_of(" \t\r\n") + 1);
 }
 
 }  // namespace it

@@ -1,8 +1,6 @@
-// Faults a tool meets in the field, injected around the real daemon: a damaged, read-only or
-// held error database, full file systems, hanging tool programs, a lost bus, kill -9 and
-// power cuts in a storm of reports. What must hold each time: the service stays up (or,
-// without a bus, ends so that it is restarted), every report it replied to ends up as a row,
-// and the tool is not left "not ready" for good.
+// Faults a tool meets in the field, injected around the real daemon. What must hold each
+// time: the service stays up (or, without a bus, ends so that it is restarted), every report
+// it replied to ends up as a row, and the tool is not left "not ready" for good.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sqlite3.h>
@@ -45,8 +43,7 @@ struct TmpfsMount {
     if (b_Ok) umount2(str_Dir.c_str(), MNT_DETACH);
     rmdir(str_Dir.c_str());
   }
-  // Moves what the simulator made in the directory onto the mount and links it there;
-  // false when this machine cannot stage it.
+  // Moves the directory onto the mount and links it there; false when this machine cannot.
   bool f_Replace(const Sandbox& o_Box, const std::string& str_Logical, bool b_ReadOnly = false) {
     const fs::path o_Dir = o_Box.f_Path(str_Logical);
     std::error_code o_Ec;
@@ -57,15 +54,9 @@ struct TmpfsMount {
     return !b_ReadOnly ||
            mount(nullptr, str_Dir.c_str(), nullptr, MS_REMOUNT | MS_RDONLY, nullptr) == 0;
   }
-  // Fills the file system to the last byte; f_Free gives the space back.
-  void f_Fill() const {
-    int i_Fd = open((str_Dir + "/filler").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-    std::string str_Block(4096, 'f');
-    for (size_t ui_Size : {str_Block.size(), size_t{1}})
-      while (write(i_Fd, str_Block.data(), ui_Size) > 0) {
-      }
-    close(i_Fd);
-  }
+  // Fills the file system to the last byte (the last write is a short one); f_Free gives the
+  // space back.
+  void f_Fill() const { f_Shell("cat /dev/zero > " + str_Dir + "/filler 2>/dev/null"); }
   void f_Free() const { unlink((str_Dir + "/filler").c_str()); }
 
   const std::string str_Dir = f_MakeTempDir("syssrv-mnt");
@@ -82,12 +73,10 @@ class KeepAlives {
     std::snprintf(o_Addr.sun_path, sizeof(o_Addr.sun_path), "%s", str_Path.c_str());
     if (bind(i_Fd, reinterpret_cast<sockaddr*>(&o_Addr), sizeof(o_Addr)) != 0)
       ADD_FAILURE() << "bind " << str_Path;
-    timeval o_Tv{0, 100000};
-    setsockopt(i_Fd, SOL_SOCKET, SO_RCVTIMEO, &o_Tv, sizeof(o_Tv));
     o_Thread = std::thread([this] {
       char a_c_Buf[32];
-      while (!b_Stop) {
-        if (recv(i_Fd, a_c_Buf, sizeof(a_c_Buf), 0) <= 0) continue;
+      // Until the shutdown of the destructor.
+      while (recv(i_Fd, a_c_Buf, sizeof(a_c_Buf), 0) > 0) {
         const gint64 i_Now = g_get_monotonic_time();
         i_MaxGapUs = std::max(i_MaxGapUs.load(), i_Now - i_LastUs.exchange(i_Now));
         ++ui_Count;
@@ -95,7 +84,7 @@ class KeepAlives {
     });
   }
   ~KeepAlives() {
-    b_Stop = true;
+    shutdown(i_Fd, SHUT_RDWR);
     o_Thread.join();
     close(i_Fd);
   }
@@ -113,7 +102,6 @@ class KeepAlives {
 
  private:
   const int i_Fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-  std::atomic<bool> b_Stop{false};
   std::atomic<gint64> i_LastUs{0}, i_MaxGapUs{0};
   std::thread o_Thread;
 };
@@ -126,11 +114,6 @@ struct Rig {
     o_Box.f_Write("/home/tool/config/log/rdystatus.json",
                   R"({"flags":[{"nr":3,"state":1,"name":"SysSrv"}]})");
     if (f_Prepare) f_Prepare(o_Box);
-  }
-  bool f_Start() {
-    bool b_Up = o_Daemon.f_Start(60000);
-    if (!b_Up) ADD_FAILURE() << "daemon did not start:\n" << o_Daemon.f_Log();
-    return b_Up;
   }
   void f_Stop() {
     EXPECT_EQ(0, o_Daemon.f_Stop(30000)) << o_Daemon.f_Log();
@@ -161,7 +144,6 @@ int f_Code(int i_N) { return (1000 + i_N) * 8 + 3; }
 struct Storm {
   explicit Storm(BusClient& o_C) : o_C(o_C) {}
   void f_Send(int i_Coded) {
-    ++ui_Sent;
     g_dbus_connection_call(
         o_C.f_Conn(), A_C_BUS_NAME, A_C_PATH, A_C_IFACE, "freporterror",
         g_variant_new("(sss)", "Storm", std::to_string(i_Coded).c_str(), ""), nullptr,
@@ -171,37 +153,31 @@ struct Storm {
               static_cast<std::pair<Storm*, int>*>(z_v_Ctx));
           Variant_T o_R(
               g_dbus_connection_call_finish(G_DBUS_CONNECTION(z_o_Src), z_o_Res, nullptr));
-          o_Ctx->first->ui_Answered++;
+          o_Ctx->first->i_Answered++;
           if (o_R) o_Ctx->first->o_Replied.insert(o_Ctx->second);
         },
         new std::pair<Storm*, int>(this, i_Coded));
   }
   BusClient& o_C;
   std::set<int> o_Replied;
-  size_t ui_Sent = 0, ui_Answered = 0;
+  int i_Answered = 0;
 };
 
-// Codes of the rows of a database file, read by a connection of the test's own. Read-write:
-// after a kill the file may have a hot journal, which only a writer may roll back.
-std::set<int> f_StoredCodes(const std::string& str_File, std::string* z_str_Err = nullptr) {
-  std::set<int> o_Codes;
+// Whether the rows of a database file, read by a connection of the test's own, hold all the
+// codes. Read-write: after a kill the file may have a hot journal, which only a writer may
+// roll back.
+bool f_AllStored(const std::string& str_File, const std::set<int>& o_Codes) {
+  std::set<int> o_Rows;
   sqlite3* z_o_Db = nullptr;
   sqlite3_stmt* z_o_St = nullptr;
   if (sqlite3_open_v2(str_File.c_str(), &z_o_Db, SQLITE_OPEN_READWRITE, nullptr) == SQLITE_OK &&
       sqlite3_busy_timeout(z_o_Db, 5000) == SQLITE_OK &&
       sqlite3_prepare_v2(z_o_Db, "select code*8+class from syserrors", -1, &z_o_St, nullptr) ==
           SQLITE_OK) {
-    while (sqlite3_step(z_o_St) == SQLITE_ROW) o_Codes.insert(sqlite3_column_int(z_o_St, 0));
-  } else if (z_str_Err != nullptr) {
-    *z_str_Err = sqlite3_errmsg(z_o_Db);
+    while (sqlite3_step(z_o_St) == SQLITE_ROW) o_Rows.insert(sqlite3_column_int(z_o_St, 0));
   }
   sqlite3_finalize(z_o_St);
   sqlite3_close(z_o_Db);
-  return o_Codes;
-}
-
-bool f_AllStored(const std::string& str_File, const std::set<int>& o_Codes) {
-  const std::set<int> o_Rows = f_StoredCodes(str_File);
   return std::includes(o_Rows.begin(), o_Rows.end(), o_Codes.begin(), o_Codes.end());
 }
 
@@ -217,7 +193,6 @@ void f_ExpectWorkingStore(Rig& o_Rig) {
   f_Report(o_Rig.o_Client, 3228, "Ack");
   EXPECT_TRUE(f_WaitUntil([&] { return f_Answer(o_Rig.o_Client, "frdyget") == "(8, 8)"; }, 10000))
       << f_Answer(o_Rig.o_Client, "frdyget");
-  EXPECT_TRUE(o_Rig.o_Daemon.f_Running());
 }
 
 // A list several pages long, as bytes.
@@ -263,11 +238,9 @@ TEST(Faults, StartsWithAWorkingStoreWhateverTheDatabase) {
       if (!o_C.str_Db.empty()) o_B.f_Write(A_C_DB, o_C.str_Db);
       if (o_C.b_ReadOnly) b_Staged = o_Mnt.f_Replace(o_B, "/mnt/log", true);
     });
-    if (!b_Staged) {
-      std::cout << "[ note ] " << o_C.z_c_Name << ": this machine cannot mount, case not run\n";
-      continue;
-    }
-    ASSERT_TRUE(o_Rig.f_Start());
+    // The cases after the first need a mount.
+    if (!b_Staged) GTEST_SKIP() << "this machine cannot mount a tmpfs";
+    ASSERT_TRUE(o_Rig.o_Daemon.f_Start(60000)) << o_Rig.o_Daemon.f_Log();
     f_ExpectWorkingStore(o_Rig);
     EXPECT_NE(o_Rig.o_Daemon.f_Log().find("is no usable error list"), std::string::npos);
     o_Rig.f_Stop();
@@ -285,7 +258,7 @@ TEST(Faults, ReportsWhileAnotherProcessHoldsTheDatabaseAreAllStored) {
   sqlite3_exec(z_o_Db,
                "CREATE TABLE IF NOT EXISTS keep(x); BEGIN EXCLUSIVE; INSERT INTO keep VALUES(1);",
                nullptr, nullptr, nullptr);
-  ASSERT_TRUE(o_Rig.f_Start());
+  ASSERT_TRUE(o_Rig.o_Daemon.f_Start(60000)) << o_Rig.o_Daemon.f_Log();
   EXPECT_TRUE(o_Rig.o_Daemon.f_WaitLog("is held by another process", 5000))
       << o_Rig.o_Daemon.f_Log();
   EXPECT_TRUE(f_Report(o_C, f_Code(7)));
@@ -308,7 +281,7 @@ TEST(Faults, FullFileSystemsLoseNothingAndHalfWriteNothing) {
     b_Staged = o_LogFs.f_Replace(o_B, "/mnt/log") && o_CfgFs.f_Replace(o_B, "/home/tool/config");
   });
   if (!b_Staged) GTEST_SKIP() << "this machine cannot mount a tmpfs";
-  ASSERT_TRUE(o_Rig.f_Start());
+  ASSERT_TRUE(o_Rig.o_Daemon.f_Start(60000)) << o_Rig.o_Daemon.f_Log();
   BusClient& o_C = o_Rig.o_Client;
   const std::string str_Counters = "/home/tool/config/OkNokCntCfg.json";
   ASSERT_TRUE(o_C.f_Invoke("fbatchcntrset", g_variant_new("(is)", 0, R"({"Id":7,"MaxOk":3})")));
@@ -343,7 +316,7 @@ TEST(Faults, FullFileSystemsLoseNothingAndHalfWriteNothing) {
 
 TEST(Faults, NoOtherUserCanTakeTheServicesLocks) {
   Rig o_Rig;
-  ASSERT_TRUE(o_Rig.f_Start());
+  ASSERT_TRUE(o_Rig.o_Daemon.f_Start(60000)) << o_Rig.o_Daemon.f_Log();
   // Every configuration the service locks, once.
   ASSERT_TRUE(o_Rig.o_Client.f_Invoke("fbatchcntrset", g_variant_new("(is)", 1, R"({"Id":3})")));
   ASSERT_TRUE(o_Rig.o_Client.f_Invoke("fmfuset", g_variant_new("(i)", 90)));
@@ -380,7 +353,7 @@ TEST(Faults, HangingToolProgramsDoNotStopTheTicks) {
       chmod(o_B.f_Path(z_c_Cmd).c_str(), 0755);
     }
   });
-  ASSERT_TRUE(o_Rig.f_Start());
+  ASSERT_TRUE(o_Rig.o_Daemon.f_Start(60000)) << o_Rig.o_Daemon.f_Log();
   KeepAlives& o_Alive = o_Rig.o_Alive;
   o_Alive.f_Restart();
   // dmesg runs on the first tick and hangs; the renice call (first ready moment) hangs
@@ -401,7 +374,7 @@ TEST(Faults, HangingToolProgramsDoNotStopTheTicks) {
 
 TEST(Faults, LostBusEndsTheServiceWithAFailureStatus) {
   Rig o_Rig;
-  ASSERT_TRUE(o_Rig.f_Start());
+  ASSERT_TRUE(o_Rig.o_Daemon.f_Start(60000)) << o_Rig.o_Daemon.f_Log();
   // Something to say on the way out: an active error and readiness to withdraw.
   EXPECT_TRUE(f_Report(o_Rig.o_Client, 3228));
   f_Shell("pkill -KILL -f -- '--config-file=" + o_Rig.o_Bus.f_Dir() + "/'");
@@ -414,16 +387,17 @@ TEST(Faults, LostBusEndsTheServiceWithAFailureStatus) {
 
 TEST(Faults, EveryRepliedReportSurvivesKillAndPowerCut) {
   Rig o_Rig;
-  ASSERT_TRUE(o_Rig.f_Start());
+  ASSERT_TRUE(o_Rig.o_Daemon.f_Start(60000)) << o_Rig.o_Daemon.f_Log();
   const std::string str_File = o_Rig.o_Box.f_Path(A_C_DB);
   // Below the ring's bound, so that every stored report keeps its row.
   Storm o_Storm(o_Rig.o_Client);
-  for (int i = 0; i < 400; ++i) o_Storm.f_Send(f_Code(2000 + i));
+  constexpr int I_N = 400;
+  for (int i = 0; i < I_N; ++i) o_Storm.f_Send(f_Code(2000 + i));
   // Copies of the file and its journal at random moments are what a power cut leaves.
   std::vector<std::pair<std::string, std::string>> o_Cuts;
   std::mt19937 o_Rand(12345);
-  ASSERT_TRUE(f_WaitUntil([&] { return o_Storm.ui_Answered >= 40; }, 60000));
-  while (o_Cuts.size() < 5 && o_Storm.ui_Answered < o_Storm.ui_Sent) {
+  ASSERT_TRUE(f_WaitUntil([&] { return o_Storm.i_Answered >= 40; }, 60000));
+  while (o_Cuts.size() < 5 && o_Storm.i_Answered < I_N) {
     const std::string str_Journal = f_ReadFile(str_File + "-journal");
     o_Cuts.emplace_back(f_ReadFile(str_File), str_Journal);
     f_Pump(static_cast<int>(5 + o_Rand() % 30));
@@ -442,11 +416,10 @@ TEST(Faults, EveryRepliedReportSurvivesKillAndPowerCut) {
       o_B.f_Write(A_C_DB, o_Cut.first);
       if (!o_Cut.second.empty()) o_B.f_Write(std::string(A_C_DB) + "-journal", o_Cut.second);
     });
-    ASSERT_TRUE(o_Copy.f_Start());
+    ASSERT_TRUE(o_Copy.o_Daemon.f_Start(60000)) << o_Copy.o_Daemon.f_Log();
     f_ExpectWorkingStore(o_Copy);
-    std::string str_Err;
-    f_StoredCodes(o_Copy.o_Box.f_Path(A_C_DB), &str_Err);
-    EXPECT_EQ("", str_Err);
     o_Copy.f_Stop();
+    // The file it leaves is one a reader of its own can open, with the new row.
+    EXPECT_TRUE(f_AllStored(o_Copy.o_Box.f_Path(A_C_DB), {3228}));
   }
 }

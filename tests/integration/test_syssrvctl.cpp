@@ -7,6 +7,7 @@
 #include <csignal>
 #include <fstream>
 #include <functional>
+#include <regex>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -23,22 +24,17 @@ struct CtlRun_ST {
   std::string str_Out, str_Err;
 };
 
-// One of our programs (the client unless told) with the bus address in its environment. Its
-// stdout and stderr go to files of their own, so a running monitor can be read as it writes.
+// One of our programs with the bus address in its environment. Its stdout and stderr go to
+// files of their own, so a running monitor can be read as it writes.
 struct TempDir_ST {
   std::string str_Dir = f_MakeTempDir("it-ctl");
   ~TempDir_ST() { f_RemoveTree(str_Dir); }
 };
-std::vector<std::string> f_Argv(const char* z_c_Prog, std::vector<std::string> o_Args) {
-  o_Args.insert(o_Args.begin(), z_c_Prog);
-  return o_Args;
-}
 class Prog_CL : TempDir_ST, public Process {
  public:
-  Prog_CL(const std::string& str_Address, const std::vector<std::string>& o_Args,
-          const char* z_c_Prog = SYSSRV_CTL)
-      : Process(f_Argv(z_c_Prog, o_Args), str_Dir + "/err",
-                {"DBUS_SYSTEM_BUS_ADDRESS=" + str_Address}, str_Dir + "/out") {
+  Prog_CL(const std::string& str_Address, const std::vector<std::string>& o_Argv)
+      : Process(o_Argv, str_Dir + "/err", {"DBUS_SYSTEM_BUS_ADDRESS=" + str_Address},
+                str_Dir + "/out") {
     f_Start();
   }
   std::string f_Out() const { return f_ReadFile(str_Dir + "/out"); }
@@ -54,9 +50,10 @@ class Prog_CL : TempDir_ST, public Process {
   }
 };
 
-CtlRun_ST f_Ctl(const std::string& str_Address, const std::vector<std::string>& o_Args,
+CtlRun_ST f_Ctl(const std::string& str_Address, std::vector<std::string> o_Args,
                 const char* z_c_Prog = SYSSRV_CTL) {
-  Prog_CL o_Prog(str_Address, o_Args, z_c_Prog);
+  o_Args.insert(o_Args.begin(), z_c_Prog);
+  Prog_CL o_Prog(str_Address, o_Args);
   int i_Exit = o_Prog.f_End(0);
   return {i_Exit, o_Prog.f_Out(), o_Prog.f_Log()};
 }
@@ -78,9 +75,7 @@ struct Step_ST {
 void f_Steps(const std::string& str_Address, const std::vector<Step_ST>& o_Steps,
              const char* z_c_Prog = SYSSRV_CTL) {
   for (const Step_ST& o_S : o_Steps) {
-    std::string str_Trace;
-    for (const std::string& str_A : o_S.o_Args) str_Trace += str_A + " ";
-    SCOPED_TRACE(str_Trace);
+    SCOPED_TRACE(::testing::PrintToString(o_S.o_Args));
     CtlRun_ST o_Run = f_Ctl(str_Address, o_S.o_Args, z_c_Prog);
     EXPECT_EQ(o_Run.i_Exit, o_S.i_Exit) << o_Run.str_Err;
     EXPECT_NE((o_S.i_Exit == 0 ? o_Run.str_Out : o_Run.str_Err).find(o_S.str_Text),
@@ -216,8 +211,8 @@ TEST_F(Syssrvctl, EverySubcommandChangesWhatItSays) {
 }
 
 TEST_F(Syssrvctl, MonitorPrintsTheSignalsItSawUntilInterrupted) {
-  Prog_CL o_Text(f_Address(), {"monitor"});
-  Prog_CL o_Json(f_Address(), {"monitor", "--json"});
+  Prog_CL o_Text(f_Address(), {SYSSRV_CTL, "monitor"});
+  Prog_CL o_Json(f_Address(), {SYSSRV_CTL, "monitor", "--json"});
   ASSERT_TRUE(o_Text.f_WaitLog("Listening", 5000)) << o_Text.f_Log();
   ASSERT_TRUE(o_Json.f_WaitLog("Listening", 5000)) << o_Json.f_Log();
 
@@ -304,7 +299,7 @@ TEST(SyssrvctlWithoutService, SaysSoAndExitsThree) {
   f_Steps(str_NoBus, {{{"status"}, "no system bus at " + str_NoBus, f_NoOutput, 3}, o_Json});
 
   // The monitor waits for a service that is not there yet, and still ends cleanly.
-  Prog_CL o_Mon(o_Bus.f_Address(), {"monitor"});
+  Prog_CL o_Mon(o_Bus.f_Address(), {SYSSRV_CTL, "monitor"});
   EXPECT_TRUE(o_Mon.f_WaitOut("SysSrv is not on the bus", 5000)) << o_Mon.f_Out();
   EXPECT_EQ(o_Mon.f_End(SIGINT), 0) << o_Mon.f_Log();
 }
@@ -344,13 +339,12 @@ TEST(SyssrvSimUpDown, StartsTheServiceOnAPrivateBusAndStopsIt) {
   CtlRun_ST o_Up = f_Ctl("", {"up", str_Tool, "--daemon", SYSSRV_DAEMON}, SYSSRV_SIM);
   ASSERT_EQ(o_Up.i_Exit, 0) << o_Up.str_Err;
   // Two lines and nothing else on stdout, for eval.
-  const std::string str_Prefix = "export DBUS_SYSTEM_BUS_ADDRESS='";
-  size_t ui_At = o_Up.str_Out.find(str_Prefix);
-  ASSERT_NE(ui_At, std::string::npos) << o_Up.str_Out;
-  EXPECT_EQ(o_Up.str_Out.rfind("export SYSSRV_ROOT='" + str_Tool + "'\n", 0), 0u) << o_Up.str_Out;
-  std::string str_Address = o_Up.str_Out.substr(ui_At + str_Prefix.size());
-  str_Address.erase(str_Address.find('\''));
-  EXPECT_EQ(std::count(o_Up.str_Out.begin(), o_Up.str_Out.end(), '\n'), 2) << o_Up.str_Out;
+  std::smatch o_Match;
+  ASSERT_TRUE(std::regex_match(o_Up.str_Out, o_Match,
+                               std::regex("export SYSSRV_ROOT='" + str_Tool +
+                                          "'\nexport DBUS_SYSTEM_BUS_ADDRESS='([^']+)'\n")))
+      << o_Up.str_Out;
+  const std::string str_Address = o_Match[1];
 
   f_Steps(str_Address, {{{"status"}, "SysSrv               running on "}});
   // A second up on the same tool would start a second service on the same files.
