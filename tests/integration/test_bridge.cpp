@@ -278,19 +278,19 @@ TEST_F(Plant, WrongPasswordIsRefusedWithAClearLineThenTheRightOneConnects) {
   ASSERT_TRUE(o_Svc->f_Started());
   // A wrong password first; the broker's files live beside the bridge's, on the tool.
   o_Svc->o_Box.f_Write("/etc/syssrv/bridge.password", "not-the-password\n");
-  const std::string d = o_Svc->o_Box.f_Path("/etc/syssrv");
+  const std::string str_Etc = o_Svc->o_Box.f_Path("/etc/syssrv");
   std::string str_Out;
   // A short-lived certificate for localhost that the bridge trusts as its own CA.
   ASSERT_EQ(
-      f_Shell("cd " + d + " && openssl req -x509 -newkey ec -pkeyopt " +
+      f_Shell("cd " + str_Etc + " && openssl req -x509 -newkey ec -pkeyopt " +
                   "ec_paramgen_curve:prime256v1 -nodes -keyout broker.key -out plant-ca.crt " +
                   "-days 2 -subj /CN=localhost -addext subjectAltName=DNS:localhost 2>&1 && " +
                   "mosquitto_passwd -c -b pw tool tool-secret && chmod 0644 pw broker.key",
               &str_Out),
       0)
       << str_Out;
-  o_Broker = std::make_unique<Broker>("certfile " + d + "/plant-ca.crt\nkeyfile " + d +
-                                      "/broker.key\npassword_file " + d + "/pw\n");
+  o_Broker = std::make_unique<Broker>("certfile " + str_Etc + "/plant-ca.crt\nkeyfile " + str_Etc +
+                                      "/broker.key\npassword_file " + str_Etc + "/pw\n");
   ASSERT_TRUE(o_Broker->f_Start()) << o_Broker->f_Log();
   f_StartBridge(
       "host = localhost\nuser = tool\npassword_file = /etc/syssrv/bridge.password\n"
