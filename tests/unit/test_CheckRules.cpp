@@ -3,6 +3,7 @@
 
 #include <cstdio>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "Battery.h"
@@ -36,7 +37,7 @@ class RecordingEffects_CL : public CheckEffects_CL {
 
  private:
   static std::string f_Is(int i_Nr, bool b_On) {
-    return std::to_string(i_Nr) + "=" + (b_On ? "1" : "0");
+    return std::to_string(i_Nr) + (b_On ? "=1" : "=0");
   }
   void f_Add(const std::string& str_Effect) {
     str_Done += (str_Done.empty() ? "" : ", ") + str_Effect;
@@ -50,15 +51,11 @@ std::string f_Done(const CheckActions_T& o_Actions) {
 }
 
 TEST(CheckRules, SensorBytesToDegreesAndTheLimitFile) {
-  struct Row_ST {
-    unsigned char uc_Msb, uc_Lsb;
-    float fl_Expected;
-  };
   // The six low bits are not part of the reading; the division rounds towards zero (0xFFFF).
-  const Row_ST a_o_Rows[] = {
+  const std::tuple<int, int, float> a_o_Rows[] = {
       {0x19, 0x3F, 25.0f}, {0xFF, 0xC0, -0.25f}, {0x80, 0x00, -128.0f}, {0xFF, 0xFF, 0.0f}};
-  for (const Row_ST& o_R : a_o_Rows)
-    EXPECT_EQ(f_ConvertTemperature(o_R.uc_Msb, o_R.uc_Lsb), o_R.fl_Expected) << &o_R - a_o_Rows;
+  for (const auto& [i_Msb, i_Lsb, fl_Expected] : a_o_Rows)
+    EXPECT_EQ(f_ConvertTemperature(i_Msb, i_Lsb), fl_Expected) << i_Msb << " " << i_Lsb;
   EXPECT_EQ(f_NextTempLimit(false, 0, 0, 60), 75u);   // no file: the default
   EXPECT_EQ(f_NextTempLimit(true, EOF, 0, 60), 75u);  // empty file: the default
   EXPECT_EQ(f_NextTempLimit(true, 0, 0, 60), 60u);    // not a number: kept
@@ -78,11 +75,8 @@ TEST(CheckRules, BatteryBandsAndCharge) {
 
 // Feeds readings as f_CheckBattPower does and notes what would be published.
 TEST(CheckRules, BatteryReadingsAndTheZeroCount) {
-  struct Row_ST {
-    int i_Raw;
-    const char* z_c_Published;  // "power/status", "" for nothing
-  };
-  const Row_ST a_o_Rows[] = {
+  // {raw, "power/status" published or "" for nothing}
+  const std::pair<int, const char*> a_o_Rows[] = {
       {100, "100/3"}, {100, ""},                 // an unchanged reading publishes nothing
       {0, ""},        {0, ""},      {0, ""},     // zeros are glitches at first
       {50, "44/3"},                              // a real reading does not reset the count
@@ -93,15 +87,15 @@ TEST(CheckRules, BatteryReadingsAndTheZeroCount) {
       {15, "0/2"},    {25, "16/5"}, {9, "0/1"}};
   CheckerState_ST o_State;
   int i_Status = en_BattOn, i_Power = -1;
-  for (const Row_ST& o_R : a_o_Rows) {
-    BattDecision_ST o_D = f_RuleBattReading(o_R.i_Raw, i_Status, i_Power, o_State);
+  for (const auto& o_R : a_o_Rows) {
+    BattDecision_ST o_D = f_RuleBattReading(o_R.first, i_Status, i_Power, o_State);
     std::string str_Published;
     if (o_D.b_PowerUpdate || o_D.i_Status != i_Status) {
       if (o_D.b_PowerUpdate) i_Power = o_D.i_Power;
       i_Status = o_D.i_Status;
       str_Published = std::to_string(i_Power) + "/" + std::to_string(i_Status);
     }
-    EXPECT_EQ(str_Published, o_R.z_c_Published) << "row " << &o_R - a_o_Rows;
+    EXPECT_EQ(str_Published, o_R.second) << "row " << &o_R - a_o_Rows;
   }
   // A tool just switched on publishes its charge even for the old reading.
   o_State.uc_VBattAlt = 80;
@@ -163,12 +157,7 @@ TEST(CheckRules, CountDownRunsTwentySecondsThenSwitchesOffAndIsNotRestarted) {
 }
 
 TEST(CheckRules, TemperatureHysteresisAndTheLoweredLimit) {
-  struct Row_ST {
-    unsigned int ui_Limit;
-    float fl_Temp;
-    const char* z_c_Done;
-  };
-  const Row_ST a_o_Rows[] = {
+  const std::tuple<unsigned int, float, const char*> a_o_Rows[] = {
       {60, 60.0f, "temp 60.00"},  // at the limit: not over it
       {60, 60.25f, "temp 60.25, insert 3252"},
       {60, 55.0f, "temp 55.00"},  // exactly limit - 5: the error holds
@@ -187,19 +176,15 @@ TEST(CheckRules, TemperatureHysteresisAndTheLoweredLimit) {
       {3, 1.0f, "temp 1.00"},
   };
   CheckerState_ST o_State;
-  for (const Row_ST& o_R : a_o_Rows) {
-    o_State.ui_TempLimit = o_R.ui_Limit;
-    EXPECT_EQ(f_Done(f_RuleTemperature(o_R.fl_Temp, o_State)), o_R.z_c_Done)
-        << "row " << &o_R - a_o_Rows;
+  for (const auto& [ui_Limit, fl_Temp, z_c_Done] : a_o_Rows) {
+    o_State.ui_TempLimit = ui_Limit;
+    EXPECT_EQ(f_Done(f_RuleTemperature(fl_Temp, o_State)), z_c_Done) << ui_Limit << " " << fl_Temp;
   }
 }
 
 TEST(CheckRules, MaintenanceDueByCycleOrDate) {
-  struct Row_ST {
-    MaintInput_ST o_In;  // {active, now, next date, next cycle, cycle read, cycle}
-    const char* z_c_Done;
-  };
-  const Row_ST a_o_Rows[] = {
+  // {{active, now, next date, next cycle, cycle read, cycle}, effects}
+  const std::pair<MaintInput_ST, const char*> a_o_Rows[] = {
       {{false, 100, 0, 50, true, 100}, ""},  // supervision off: nothing
       {{true, 100, 0, 50, true, 100}, "insert 3216, out 31=1"},
       {{true, 100, 0, 50, true, 100}, ""},  // still due: no repeat
@@ -213,9 +198,8 @@ TEST(CheckRules, MaintenanceDueByCycleOrDate) {
       {{false, 5000, 1, 500, true, 10}, "out 31=0, ack 3216"},  // switched off
   };
   CheckerState_ST o_State;
-  for (const Row_ST& o_R : a_o_Rows)
-    EXPECT_EQ(f_Done(f_RuleMaintenance(o_R.o_In, o_State)), o_R.z_c_Done)
-        << "row " << &o_R - a_o_Rows;
+  for (const auto& o_R : a_o_Rows)
+    EXPECT_EQ(f_Done(f_RuleMaintenance(o_R.first, o_State)), o_R.second) << &o_R - a_o_Rows;
 }
 
 // From a low level (the service starts with the opposite of the input): held, falls, rises.

@@ -1,6 +1,7 @@
 // The error store on a temporary database and the readiness flags it keeps.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <filesystem>
 #include <memory>
@@ -246,8 +247,9 @@ TEST_F(ErrorStoreTest, UnusableDatabaseIsMovedAsideAndTheStoreGoesOn) {
   auto o_H = f_Make();
   for (const auto& [z_c_Db, str_Content, b_MovedAside] : a_o_Cases) {
     SCOPED_TRACE(z_c_Db);
-    if (!str_Content.empty()) o_Root.f_Write(z_c_Db, str_Content);
-    if (b_MovedAside && str_Content.empty())
+    if (!str_Content.empty())
+      o_Root.f_Write(z_c_Db, str_Content);
+    else
       std::filesystem::create_directories(o_Root.f_Path(z_c_Db));
     f_Cfg(z_c_Db, 512);
     o_H->f_CfgFileChanged(ErrorHandler_CL::A_C_CFG_PATH);
@@ -255,12 +257,11 @@ TEST_F(ErrorStoreTest, UnusableDatabaseIsMovedAsideAndTheStoreGoesOn) {
     EXPECT_EQ(0, o_H->f_Insert("Gui", "3228"));
     EXPECT_EQ(0u, o_H->f_PendingCount());
     EXPECT_EQ(1u, o_H->f_Sent("sysfault").size());
-    const std::filesystem::path o_Db(o_Root.f_Path(z_c_Db));
-    bool b_Aside = false;
-    for (const auto& o_E : std::filesystem::directory_iterator(o_Db.parent_path()))
-      b_Aside |=
-          o_E.path().filename().string().rfind(o_Db.filename().string() + ".corrupt-", 0) == 0;
-    EXPECT_EQ(b_MovedAside, b_Aside);
+    const std::string str_Aside = o_Root.f_Path(z_c_Db) + ".corrupt-";
+    EXPECT_EQ(
+        b_MovedAside,
+        std::any_of(std::filesystem::directory_iterator(o_Root.f_Path("/mnt/log")), {},
+                    [&](const auto& o_E) { return o_E.path().string().rfind(str_Aside, 0) == 0; }));
   }
   EXPECT_EQ("keep me", o_Root.f_Read("/mnt/log/notes.txt"));
 }
@@ -339,8 +340,8 @@ TEST_F(ErrorStoreTest, ReadingTheRequiredFlags) {
       f_Make();
       ADD_FAILURE() << z_c_Text;
     } catch (SysExcpt_CL* z_o_Excpt) {
-      EXPECT_EQ(4, z_o_Excpt->f_GetCode()) << z_c_Text;
-      EXPECT_STREQ("RdyStatus_CL::f_ReadRdySoll", z_o_Excpt->f_GetText()) << z_c_Text;
+      EXPECT_EQ("4 RdyStatus_CL::f_ReadRdySoll",
+                std::to_string(z_o_Excpt->f_GetCode()) + " " + z_o_Excpt->f_GetText());
       delete z_o_Excpt;
     }
   }
@@ -372,26 +373,22 @@ TEST_F(ErrorStoreTest, ReadyOutputAndSignalOnlyOnChangeAndReniceOnce) {
   o_H->f_RdyChecker();
   EXPECT_TRUE(o_H->f_Sent("rdychanged").empty());
   EXPECT_TRUE(o_Bms->f_GetOut(17));
-  struct Step_ST {
-    std::vector<int> o_Set, o_Reset;  // flag changes before the tick
-    bool b_Out17, b_Out17After;       // output 17 before and after the tick
-    const char* z_c_Signal;           // "" = none
-  };
-  const Step_ST a_o_Steps[] = {
+  // {flags set, flags reset before the tick, output 17 before and after it, signal or ""}
+  const std::tuple<std::vector<int>, std::vector<int>, bool, bool, const char*> a_o_Steps[] = {
       {{6}, {}, false, true, "(72, 72)"},
       {{}, {}, false, false, ""},  // still ready: the output is not rewritten
       {{6}, {6}, true, true, ""},  // a drop undone within one period is no change
       {{}, {6}, true, false, "(8, 72)"},
       {{6}, {}, false, true, "(72, 72)"}};
-  for (const Step_ST& o_S : a_o_Steps) {
-    for (int i_Nr : o_S.o_Reset) o_H->f_ResetRdyFlag(i_Nr);
-    for (int i_Nr : o_S.o_Set) o_H->f_SetRdyFlag(i_Nr);
-    o_Bms->f_Out(17, o_S.b_Out17);
+  for (const auto& [o_Set, o_Reset, b_Out17, b_Out17After, z_c_Signal] : a_o_Steps) {
+    SCOPED_TRACE(z_c_Signal);
+    for (int i_Nr : o_Reset) o_H->f_ResetRdyFlag(i_Nr);
+    for (int i_Nr : o_Set) o_H->f_SetRdyFlag(i_Nr);
+    o_Bms->f_Out(17, b_Out17);
     o_H->o_Sent.clear();
     o_H->f_RdyChecker(nullptr);
-    EXPECT_EQ(o_S.b_Out17After, o_Bms->f_GetOut(17)) << &o_S - a_o_Steps;
-    Texts o_Rdy = o_H->f_Sent("rdychanged");
-    EXPECT_EQ(o_S.z_c_Signal, o_Rdy.empty() ? "" : o_Rdy.back()) << &o_S - a_o_Steps;
+    EXPECT_EQ(b_Out17After, o_Bms->f_GetOut(17));
+    EXPECT_EQ(Texts(*z_c_Signal != 0, z_c_Signal), o_H->f_Sent("rdychanged"));
   }
   // Ready twice, but the user interface is reniced only at the first ready moment.
   EXPECT_EQ(
