@@ -19,7 +19,6 @@
 namespace {
 constexpr const char* A_C_PATH = "/home/tool/config/ChanCfg.json";
 using Cfg = ConfigFileHelper_CL;
-using Keys = std::vector<std::string>;
 
 // The written file, read by a path such as "Grenzen_V1200/MomentMax/2/Wert".
 struct Json_CL {
@@ -38,11 +37,13 @@ struct Json_CL {
     const char* z_c_Text = cJSON_GetStringValue(f_At(str_Path));
     return z_c_Text != nullptr ? z_c_Text : "<none>";
   }
-  Keys f_Keys(const std::string& str_Path = "") const {
-    Keys o_Keys;
-    const cJSON* z_o_Item = nullptr;
-    cJSON_ArrayForEach(z_o_Item, f_At(str_Path)) o_Keys.push_back(z_o_Item->string);
-    return o_Keys;
+  // The keys in order, those of a section in brackets behind it.
+  static std::string f_Layout(const cJSON* z_o_Object) {
+    std::string str_Out;
+    for (const cJSON* z_o_Item = z_o_Object->child; z_o_Item != nullptr; z_o_Item = z_o_Item->next)
+      str_Out += std::string(" ") + z_o_Item->string +
+                 (cJSON_IsObject(z_o_Item) ? "[" + f_Layout(z_o_Item) + "]" : "");
+    return str_Out;
   }
   CJsonTree_T o_Tree;
 };
@@ -145,17 +146,9 @@ TEST_F(ChanCfgTest, WithoutAFileTheWholeFileIsBuiltInLayoutOrder) {
   }
   // Gone with the service: nobody may take the file as valid without it.
   EXPECT_FALSE(o_Root.f_Exists("/dev/shm/sem.ChanCfgValid"));
-  // The order people and older readers expect in the file, sections in brackets.
+  // The order people and older readers expect in the file.
   Json_CL o_J(o_Root);
-  std::string str_Layout;
-  for (const std::string& str_Key : o_J.f_Keys()) {
-    str_Layout += " " + str_Key;
-    if (!cJSON_IsObject(o_J.f_At(str_Key))) continue;
-    str_Layout += "[";
-    for (const std::string& str_Sub : o_J.f_Keys(str_Key)) str_Layout += " " + str_Sub;
-    str_Layout += "]";
-  }
-  EXPECT_EQ(str_Layout,
+  EXPECT_EQ(Json_CL::f_Layout(o_J.o_Tree.get()),
             " Kanalname KanalNr ZellId Mfu[ MfuFaktor Datum Zyklus] Wirkungsgrad Einheit"
             " EinheitDrehmoment[ Aktiv Faktoren] IdentNr Kommentar SerienNr MNR Code CmpType"
             " TypschildCrc Getriebe[ SerienNr MNR Faktor Wirkungsgrad]"
@@ -208,7 +201,7 @@ TEST_F(ChanCfgTest, IntactFileIsLeftAloneChangedMotorUnitRebuildsOlderFileIsRepa
     EXPECT_EQ(cJSON_GetArraySize(o_J.f_At("EinheitDrehmoment/Faktoren")), 6);
     EXPECT_EQ(o_J.f_Str("Code"), "AKS30");
     EXPECT_EQ(o_J.f_Str("Kanalname"), "Line-7");
-    EXPECT_EQ(o_J.f_Keys().size(), 23u);  // replaced in place, not added twice
+    EXPECT_EQ(cJSON_GetArraySize(o_J.o_Tree.get()), 23);  // replaced in place, not added twice
   }
   EXPECT_EQ(f_Start(), 0u);
 
@@ -237,7 +230,7 @@ TEST(ChanCfgStart, MissingSourcesLeaveTheirFieldsEmpty) {
     std::remove(o_Root.f_Path(z_c_Path).c_str());
     EXPECT_EQ(f_Start(), 1u);
     Json_CL o_J(o_Root);
-    EXPECT_EQ(o_J.f_Keys().size(), 23u);
+    EXPECT_EQ(cJSON_GetArraySize(o_J.o_Tree.get()), 23);
     EXPECT_EQ(o_J.f_Str(z_c_Key), "");
     EXPECT_EQ(o_J.f_Str("MNR").empty(), z_c_Path == TypschildKiro_CL::A_C_DEVICE_PATH);
     EXPECT_EQ(f_Start(), 1u);

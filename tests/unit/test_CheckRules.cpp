@@ -107,13 +107,8 @@ TEST(CheckRules, BatteryReadingsAndTheZeroCount) {
 }
 
 TEST(CheckRules, BatteryStatusEffects) {
-  struct Row_ST {
-    int i_Status;
-    bool b_ErrSet, b_ErrorStore;
-    const char* z_c_Done;
-    bool b_ErrSetAfter, b_CntDwnAfter;
-  };
-  const Row_ST a_o_Rows[] = {
+  // {status, error noted before, store usable, effects, error noted after, count-down after}
+  const std::tuple<int, bool, bool, const char*, bool, bool> a_o_Rows[] = {
       {en_BattOff, false, true, "flag 6=0, batt off=1 usable=0, save", false, true},
       {en_BattEmpty, true, true, "flag 6=0, batt off=0 usable=0, save", true, true},
       {en_BattLow, false, true, "insert 3228, flag 6=0, batt off=0 usable=0", true, false},
@@ -125,15 +120,15 @@ TEST(CheckRules, BatteryStatusEffects) {
       {en_BattOn, true, true, "", true, false},
       {7, false, true, "", false, false},
   };
-  for (const Row_ST& o_R : a_o_Rows) {
-    SCOPED_TRACE(o_R.i_Status);
+  for (const auto& [i_Status, b_ErrSet, b_Store, z_c_Done, b_ErrSetAfter, b_CntDwn] : a_o_Rows) {
+    SCOPED_TRACE(i_Status);
     CheckerState_ST o_State;
-    o_State.b_LowBattErrSet = o_R.b_ErrSet;
-    bool b_WasRunning = o_R.i_Status == 7;  // an unknown status leaves the count-down alone
+    o_State.b_LowBattErrSet = b_ErrSet;
+    const bool b_WasRunning = i_Status == 7;  // an unknown status leaves the count-down alone
     o_State.b_CntDwnActive = b_WasRunning;
-    EXPECT_EQ(f_Done(f_RuleBattStatus(o_R.i_Status, o_R.b_ErrorStore, o_State)), o_R.z_c_Done);
-    EXPECT_EQ(o_State.b_LowBattErrSet, o_R.b_ErrSetAfter);
-    EXPECT_EQ(o_State.b_CntDwnActive, o_R.b_CntDwnAfter || b_WasRunning);
+    EXPECT_EQ(f_Done(f_RuleBattStatus(i_Status, b_Store, o_State)), z_c_Done);
+    EXPECT_EQ(o_State.b_LowBattErrSet, b_ErrSetAfter);
+    EXPECT_EQ(o_State.b_CntDwnActive, b_CntDwn || b_WasRunning);
   }
 }
 

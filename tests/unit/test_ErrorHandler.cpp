@@ -368,20 +368,17 @@ TEST_F(ErrorStoreTest, OnlyRequiredFlagsCount) {
 TEST_F(ErrorStoreTest, ReadyOutputAndSignalOnlyOnChangeAndReniceOnce) {
   f_Flags(R"({"flags":[{"nr":3,"state":1,"name":"S"},{"nr":6,"state":1,"name":"B"}]})");
   auto o_H = f_Make();
-  // Not ready at start: nothing is announced and output 17 is left as it is.
-  o_Bms->f_Out(17, true);
-  o_H->f_RdyChecker();
-  EXPECT_TRUE(o_H->f_Sent("rdychanged").empty());
-  EXPECT_TRUE(o_Bms->f_GetOut(17));
   // {flags set, flags reset before the tick, output 17 before and after it, signal or ""}
   const std::tuple<std::vector<int>, std::vector<int>, bool, bool, const char*> a_o_Steps[] = {
+      {{}, {}, true, true, ""},  // not ready at start: nothing announced, output 17 left alone
       {{6}, {}, false, true, "(72, 72)"},
       {{}, {}, false, false, ""},  // still ready: the output is not rewritten
       {{6}, {6}, true, true, ""},  // a drop undone within one period is no change
       {{}, {6}, true, false, "(8, 72)"},
       {{6}, {}, false, true, "(72, 72)"}};
-  for (const auto& [o_Set, o_Reset, b_Out17, b_Out17After, z_c_Signal] : a_o_Steps) {
-    SCOPED_TRACE(z_c_Signal);
+  for (const auto& o_Step : a_o_Steps) {
+    SCOPED_TRACE(&o_Step - a_o_Steps);
+    const auto& [o_Set, o_Reset, b_Out17, b_Out17After, z_c_Signal] = o_Step;
     for (int i_Nr : o_Reset) o_H->f_ResetRdyFlag(i_Nr);
     for (int i_Nr : o_Set) o_H->f_SetRdyFlag(i_Nr);
     o_Bms->f_Out(17, b_Out17);
