@@ -176,8 +176,7 @@ TEST_F(ChanCfgTest, IntactFileIsLeftAloneChangedMotorUnitRebuildsOlderFileIsRepa
     Cfg::f_SetCfgKey(z_o_T, nullptr, "Kanalname", "Line-7");
     Cfg::f_SetCfgKey(z_o_T, "Wartung", "Aktiv", true);
   });
-  struct stat o_Before {
-  }, o_After{};
+  struct stat o_Before = {}, o_After = {};
   stat(o_Root.f_Path(A_C_PATH).c_str(), &o_Before);
   EXPECT_EQ(f_Start(), 0u);
   stat(o_Root.f_Path(A_C_PATH).c_str(), &o_After);

@@ -2,6 +2,8 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <iomanip>
+#include <sstream>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -18,29 +20,27 @@ class RecordingEffects_CL : public CheckEffects_CL {
   std::vector<std::string> o_Logs;
 
   void f_Log(int, const std::string& str_Text) override { o_Logs.push_back(str_Text); }
-  void f_InsertError(int i_Coded) override { f_Add("insert " + std::to_string(i_Coded)); }
-  void f_AckError(int i_Coded) override { f_Add("ack " + std::to_string(i_Coded)); }
+  void f_InsertError(int i_Coded) override { f_Add("insert ", i_Coded); }
+  void f_AckError(int i_Coded) override { f_Add("ack ", i_Coded); }
   void f_AckAll() override { f_Add("ackall"); }
-  void f_SetOutput(int i_Line, bool b_On) override { f_Add("out " + f_Is(i_Line, b_On)); }
+  void f_SetOutput(int i_Line, bool b_On) override { f_Add("out ", i_Line, "=", b_On); }
   void f_SetBattOutputs(bool b_Off, bool b_Usable) override {
-    f_Add("batt off=" + std::to_string(b_Off) + " usable=" + std::to_string(b_Usable));
+    f_Add("batt off=", b_Off, " usable=", b_Usable);
   }
-  void f_SetRdyFlag(int i_Nr, bool b_Set) override { f_Add("flag " + f_Is(i_Nr, b_Set)); }
+  void f_SetRdyFlag(int i_Nr, bool b_Set) override { f_Add("flag ", i_Nr, "=", b_Set); }
   void f_SetDiagTemperature(float fl_Temp) override {
-    char a_c_Text[32];
-    snprintf(a_c_Text, sizeof(a_c_Text), "temp %.2f", fl_Temp);
-    f_Add(a_c_Text);
+    f_Add("temp ", std::fixed, std::setprecision(2), fl_Temp);
   }
-  void f_CntDwnSignal(int i_Value) override { f_Add("cntdwn " + std::to_string(i_Value)); }
+  void f_CntDwnSignal(int i_Value) override { f_Add("cntdwn ", i_Value); }
   void f_PowerOff() override { f_Add("poweroff"); }
   void f_SaveDynData() override { f_Add("save"); }
 
  private:
-  static std::string f_Is(int i_Nr, bool b_On) {
-    return std::to_string(i_Nr) + (b_On ? "=1" : "=0");
-  }
-  void f_Add(const std::string& str_Effect) {
-    str_Done += (str_Done.empty() ? "" : ", ") + str_Effect;
+  template <typename... Part_T>
+  void f_Add(const Part_T&... a_Parts) {
+    std::ostringstream o_Effect;
+    ((o_Effect << a_Parts), ...);
+    str_Done += (str_Done.empty() ? "" : ", ") + o_Effect.str();
   }
 };
 
