@@ -55,10 +55,9 @@ class ErrorStoreTest : public ::testing::Test {
     f_Flags(R"({"flags":[{"nr":3,"state":1,"name":"SysSrv"}]})");
     f_Cfg(A_C_DB, 512);
     std::filesystem::create_directories(o_Root.f_Path("/mnt/log"));
-    std::filesystem::create_directories(o_Root.f_Path("/sim"));
     // A dbus-send that only notes its arguments, first on PATH in the sandbox.
     o_Root.f_Write("/bin/dbus-send",
-                   "#!/bin/sh\necho \"$*\" >> '" + o_Root.f_Path("/sim/commands.log") + "'\n");
+                   "#!/bin/sh\necho \"$*\" >> '" + o_Root.f_Path("/bin/dbus-send.log") + "'\n");
     chmod(o_Root.f_Path("/bin/dbus-send").c_str(), 0755);
     o_Bms = std::make_unique<Bms_CL>();
   }
@@ -390,7 +389,7 @@ TEST_F(ErrorStoreTest, ReadyOutputAndSignalOnlyOnChangeAndReniceOnce) {
   EXPECT_EQ(
       "--system --print-reply --dest=com.torvane.akku.GUIService /GUI "
       "com.torvane.akku.gui.setNice int32:-15\n",
-      o_Root.f_Read("/sim/commands.log"));
+      o_Root.f_Read("/bin/dbus-send.log"));
 }
 
 TEST_F(ErrorStoreTest, UnmappedErrorSegmentIsReportedNotDereferenced) {

@@ -50,15 +50,6 @@ void f_Distinct(float& fl_V, int i_Row) { fl_V = i_Row % 2 == 0 ? 0.1f * (i_Row 
 void f_Distinct(double& d_V, int i_Row) { d_V = 0.1 * (i_Row + 3); }
 void f_Distinct(bool& b_V, int) { b_V = true; }
 
-// The text the writer makes of the rows of o_Cfg.
-std::string f_WriteAll(Probe_CL& o_Cfg) {
-  CJsonTree_T o_Tree(cJSON_CreateObject());
-  f_EachRow([&](int i_Row, const ChanCfgKey_ST& o_Key) {
-    EXPECT_EQ(o_Cfg.f_WriteKey(o_Tree.get(), o_Key), 0) << i_Row;
-  });
-  return CJsonText_T(cJSON_Print(o_Tree.get())).get();
-}
-
 // Every member of o_Got equals that of o_Want.
 void f_ExpectSameMembers(Probe_CL& o_Want, Probe_CL& o_Got) {
   f_EachRow([&](int, const ChanCfgKey_ST& o_Key) {
@@ -84,6 +75,7 @@ TEST(SysChanCfg, EveryKeyRoundTripsThroughTheFile) {
   o_Root.f_Write(A_C_PATH, "{}");
   Probe_CL o_Out;
   std::set<const void*> o_Members;
+  CJsonTree_T o_Tree(cJSON_CreateObject());
   f_EachRow([&](int i_Row, const ChanCfgKey_ST& o_Key) {
     std::visit(
         [&](auto* z_Member) {
@@ -91,10 +83,11 @@ TEST(SysChanCfg, EveryKeyRoundTripsThroughTheFile) {
           f_Distinct(*z_Member, i_Row);
         },
         o_Key.f_Member(o_Out));
+    EXPECT_EQ(o_Out.f_WriteKey(o_Tree.get(), o_Key), 0) << i_Row;
   });
-  o_Root.f_Write(A_C_PATH, f_WriteAll(o_Out));
+  o_Root.f_Write(A_C_PATH, CJsonText_T(cJSON_Print(o_Tree.get())).get());
   Probe_CL o_In;
-  f_ExpectSameMembers(o_Out, o_In);  // the same members write the same text
+  f_ExpectSameMembers(o_Out, o_In);
 }
 
 // Older software wrote other JSON types: such keys read as missing; numbers are clamped.
