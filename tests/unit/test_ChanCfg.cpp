@@ -193,15 +193,13 @@ TEST_F(ChanCfgTest, IntactFileIsLeftAloneChangedMotorUnitRebuildsOlderFileIsRepa
     Cfg::f_SetCfgKey(z_o_T, "Abtrieb", "Wirkungsgrad", 1.0);
   });
   EXPECT_EQ(f_Start(), 1u);
-  {
-    Json_CL o_J(o_Root);
-    EXPECT_EQ(o_J.f_Num("Grenzen_V1200/MomentMax/0/Wert"), 15.81);
-    EXPECT_EQ(o_J.f_Num("Grenzen/DrehzahlMax"), 1000);
-    EXPECT_EQ(cJSON_GetArraySize(o_J.f_At("EinheitDrehmoment/Faktoren")), 6);
-    EXPECT_EQ(o_J.f_Str("Code"), "AKS30");
-    EXPECT_EQ(o_J.f_Str("Kanalname"), "Line-7");
-    EXPECT_EQ(cJSON_GetArraySize(o_J.o_Tree.get()), 23);  // replaced in place, not added twice
-  }
+  const Json_CL o_Old(o_Root);
+  EXPECT_EQ(o_Old.f_Num("Grenzen_V1200/MomentMax/0/Wert"), 15.81);
+  EXPECT_EQ(o_Old.f_Num("Grenzen/DrehzahlMax"), 1000);
+  EXPECT_EQ(cJSON_GetArraySize(o_Old.f_At("EinheitDrehmoment/Faktoren")), 6);
+  EXPECT_EQ(o_Old.f_Str("Code"), "AKS30");
+  EXPECT_EQ(o_Old.f_Str("Kanalname"), "Line-7");
+  EXPECT_EQ(cJSON_GetArraySize(o_Old.o_Tree.get()), 23);  // replaced in place, not added twice
   EXPECT_EQ(f_Start(), 0u);
 
   // Another motor unit (its CRC differs): rebuilt from the nameplates, the channel name

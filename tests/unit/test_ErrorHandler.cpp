@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <chrono>
 #include <filesystem>
+#include <map>
 #include <memory>
 #include <semaphore.h>
 #include <sqlite3.h>
@@ -27,24 +28,17 @@ constexpr const char* A_C_ROWS =
     "syserrors order by id)";
 using Texts = std::vector<std::string>;
 
-// Records each broadcast as "name (args)" instead of sending it.
+// Records the arguments of each broadcast, by signal, instead of sending it.
 class RecordingHandler_CL : public ErrorHandler_CL {
  public:
   using ErrorHandler_CL::ErrorHandler_CL;
-  Texts f_Sent(const std::string& str_Name) const {
-    Texts o_Out;
-    for (const auto& str_Sig : o_Sent)
-      if (str_Sig.rfind(str_Name + " ", 0) == 0)
-        o_Out.push_back(str_Sig.substr(str_Name.size() + 1));
-    return o_Out;
-  }
-  Texts o_Sent;
+  Texts f_Sent(const std::string& str_Name) { return o_Sent[str_Name]; }
+  std::map<std::string, Texts> o_Sent;
 
  protected:
   void f_Signal(const char* z_c_Name, GVariant* o_Params) override {
     Variant_T o_Tuple(g_variant_ref_sink(o_Params));
-    GChars_T o_Text(g_variant_print(o_Tuple.get(), FALSE));
-    o_Sent.push_back(std::string(z_c_Name) + " " + o_Text.get());
+    o_Sent[z_c_Name].push_back(GChars_T(g_variant_print(o_Tuple.get(), FALSE)).get());
   }
 };
 
