@@ -101,9 +101,7 @@ TEST(CheckRules, BatteryReadingsAndTheZeroCount) {
   o_State.uc_VBattAlt = 80;
   EXPECT_FALSE(f_RuleBattReading(80, en_BattGood, 77, o_State).b_Changed);
   BattDecision_ST o_D = f_RuleBattReading(80, en_BattOn, 0, o_State);
-  EXPECT_EQ(std::to_string(o_D.b_PowerUpdate) + " " + std::to_string(o_D.i_Power) + "/" +
-                std::to_string(o_D.i_Status),
-            "1 77/3");
+  EXPECT_EQ(std::tie(o_D.b_PowerUpdate, o_D.i_Power, o_D.i_Status), std::make_tuple(true, 77, 3));
 }
 
 TEST(CheckRules, BatteryStatusEffects) {
