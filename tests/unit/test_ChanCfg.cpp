@@ -52,8 +52,7 @@ struct Json_CL {
 void f_Edit(const TempRoot& o_Root, const std::function<void(cJSON*)>& f_Change) {
   CJsonTree_T o_Tree(cJSON_Parse(o_Root.f_Read(A_C_PATH).c_str()));
   f_Change(o_Tree.get());
-  CJsonText_T o_Text(cJSON_Print(o_Tree.get()));
-  o_Root.f_Write(A_C_PATH, o_Text.get());
+  o_Root.f_Write(A_C_PATH, CJsonText_T(cJSON_Print(o_Tree.get())).get());
 }
 
 // One start of the channel configuration; the announcements it made.
