@@ -1,7 +1,6 @@
 #include "TestSupport.h"
 
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include <cstdlib>
 #include <filesystem>
@@ -32,10 +31,6 @@ void TempRoot::f_Write(const std::string& str_Logical, const std::string& str_Co
 std::string TempRoot::f_Read(const std::string& str_Logical) const {
   std::ifstream o_In(f_Path(str_Logical), std::ios::binary);
   return {std::istreambuf_iterator<char>(o_In), std::istreambuf_iterator<char>()};
-}
-
-bool TempRoot::f_Exists(const std::string& str_Logical) const {
-  return access(f_Path(str_Logical).c_str(), F_OK) == 0;
 }
 
 void TempRoot::f_InitSim() const {

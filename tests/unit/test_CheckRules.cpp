@@ -2,7 +2,10 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <iomanip>
+#include <sstream>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "Battery.h"
@@ -17,29 +20,27 @@ class RecordingEffects_CL : public CheckEffects_CL {
   std::vector<std::string> o_Logs;
 
   void f_Log(int, const std::string& str_Text) override { o_Logs.push_back(str_Text); }
-  void f_InsertError(int i_Coded) override { f_Add("insert " + std::to_string(i_Coded)); }
-  void f_AckError(int i_Coded) override { f_Add("ack " + std::to_string(i_Coded)); }
+  void f_InsertError(int i_Coded) override { f_Add("insert ", i_Coded); }
+  void f_AckError(int i_Coded) override { f_Add("ack ", i_Coded); }
   void f_AckAll() override { f_Add("ackall"); }
-  void f_SetOutput(int i_Line, bool b_On) override { f_Add("out " + f_Is(i_Line, b_On)); }
+  void f_SetOutput(int i_Line, bool b_On) override { f_Add("out ", i_Line, "=", b_On); }
   void f_SetBattOutputs(bool b_Off, bool b_Usable) override {
-    f_Add("batt off=" + std::to_string(b_Off) + " usable=" + std::to_string(b_Usable));
+    f_Add("batt off=", b_Off, " usable=", b_Usable);
   }
-  void f_SetRdyFlag(int i_Nr, bool b_Set) override { f_Add("flag " + f_Is(i_Nr, b_Set)); }
+  void f_SetRdyFlag(int i_Nr, bool b_Set) override { f_Add("flag ", i_Nr, "=", b_Set); }
   void f_SetDiagTemperature(float fl_Temp) override {
-    char a_c_Text[32];
-    snprintf(a_c_Text, sizeof(a_c_Text), "temp %.2f", fl_Temp);
-    f_Add(a_c_Text);
+    f_Add("temp ", std::fixed, std::setprecision(2), fl_Temp);
   }
-  void f_CntDwnSignal(int i_Value) override { f_Add("cntdwn " + std::to_string(i_Value)); }
+  void f_CntDwnSignal(int i_Value) override { f_Add("cntdwn ", i_Value); }
   void f_PowerOff() override { f_Add("poweroff"); }
   void f_SaveDynData() override { f_Add("save"); }
 
  private:
-  static std::string f_Is(int i_Nr, bool b_On) {
-    return std::to_string(i_Nr) + "=" + (b_On ? "1" : "0");
-  }
-  void f_Add(const std::string& str_Effect) {
-    str_Done += (str_Done.empty() ? "" : ", ") + str_Effect;
+  template <typename... Part_T>
+  void f_Add(const Part_T&... a_Parts) {
+    std::ostringstream o_Effect;
+    ((o_Effect << a_Parts), ...);
+    str_Done += (str_Done.empty() ? "" : ", ") + o_Effect.str();
   }
 };
 
@@ -50,15 +51,11 @@ std::string f_Done(const CheckActions_T& o_Actions) {
 }
 
 TEST(CheckRules, SensorBytesToDegreesAndTheLimitFile) {
-  struct Row_ST {
-    unsigned char uc_Msb, uc_Lsb;
-    float fl_Expected;
-  };
   // The six low bits are not part of the reading; the division rounds towards zero (0xFFFF).
-  const Row_ST a_o_Rows[] = {
+  const std::tuple<int, int, float> a_o_Rows[] = {
       {0x19, 0x3F, 25.0f}, {0xFF, 0xC0, -0.25f}, {0x80, 0x00, -128.0f}, {0xFF, 0xFF, 0.0f}};
-  for (const Row_ST& o_R : a_o_Rows)
-    EXPECT_EQ(f_ConvertTemperature(o_R.uc_Msb, o_R.uc_Lsb), o_R.fl_Expected) << &o_R - a_o_Rows;
+  for (const auto& [i_Msb, i_Lsb, fl_Expected] : a_o_Rows)
+    EXPECT_EQ(f_ConvertTemperature(i_Msb, i_Lsb), fl_Expected) << i_Msb << " " << i_Lsb;
   EXPECT_EQ(f_NextTempLimit(false, 0, 0, 60), 75u);   // no file: the default
   EXPECT_EQ(f_NextTempLimit(true, EOF, 0, 60), 75u);  // empty file: the default
   EXPECT_EQ(f_NextTempLimit(true, 0, 0, 60), 60u);    // not a number: kept
@@ -78,11 +75,8 @@ TEST(CheckRules, BatteryBandsAndCharge) {
 
 // Feeds readings as f_CheckBattPower does and notes what would be published.
 TEST(CheckRules, BatteryReadingsAndTheZeroCount) {
-  struct Row_ST {
-    int i_Raw;
-    const char* z_c_Published;  // "power/status", "" for nothing
-  };
-  const Row_ST a_o_Rows[] = {
+  // {raw, "power/status" published or "" for nothing}
+  const std::pair<int, const char*> a_o_Rows[] = {
       {100, "100/3"}, {100, ""},                 // an unchanged reading publishes nothing
       {0, ""},        {0, ""},      {0, ""},     // zeros are glitches at first
       {50, "44/3"},                              // a real reading does not reset the count
@@ -93,33 +87,26 @@ TEST(CheckRules, BatteryReadingsAndTheZeroCount) {
       {15, "0/2"},    {25, "16/5"}, {9, "0/1"}};
   CheckerState_ST o_State;
   int i_Status = en_BattOn, i_Power = -1;
-  for (const Row_ST& o_R : a_o_Rows) {
-    BattDecision_ST o_D = f_RuleBattReading(o_R.i_Raw, i_Status, i_Power, o_State);
+  for (const auto& o_R : a_o_Rows) {
+    BattDecision_ST o_D = f_RuleBattReading(o_R.first, i_Status, i_Power, o_State);
     std::string str_Published;
     if (o_D.b_PowerUpdate || o_D.i_Status != i_Status) {
       if (o_D.b_PowerUpdate) i_Power = o_D.i_Power;
       i_Status = o_D.i_Status;
       str_Published = std::to_string(i_Power) + "/" + std::to_string(i_Status);
     }
-    EXPECT_EQ(str_Published, o_R.z_c_Published) << "row " << &o_R - a_o_Rows;
+    EXPECT_EQ(str_Published, o_R.second) << "row " << &o_R - a_o_Rows;
   }
   // A tool just switched on publishes its charge even for the old reading.
   o_State.uc_VBattAlt = 80;
   EXPECT_FALSE(f_RuleBattReading(80, en_BattGood, 77, o_State).b_Changed);
   BattDecision_ST o_D = f_RuleBattReading(80, en_BattOn, 0, o_State);
-  EXPECT_EQ(std::to_string(o_D.b_PowerUpdate) + " " + std::to_string(o_D.i_Power) + "/" +
-                std::to_string(o_D.i_Status),
-            "1 77/3");
+  EXPECT_EQ(std::tie(o_D.b_PowerUpdate, o_D.i_Power, o_D.i_Status), std::make_tuple(true, 77, 3));
 }
 
 TEST(CheckRules, BatteryStatusEffects) {
-  struct Row_ST {
-    int i_Status;
-    bool b_ErrSet, b_ErrorStore;
-    const char* z_c_Done;
-    bool b_ErrSetAfter, b_CntDwnAfter;
-  };
-  const Row_ST a_o_Rows[] = {
+  // {status, error noted before, store usable, effects, error noted after, count-down after}
+  const std::tuple<int, bool, bool, const char*, bool, bool> a_o_Rows[] = {
       {en_BattOff, false, true, "flag 6=0, batt off=1 usable=0, save", false, true},
       {en_BattEmpty, true, true, "flag 6=0, batt off=0 usable=0, save", true, true},
       {en_BattLow, false, true, "insert 3228, flag 6=0, batt off=0 usable=0", true, false},
@@ -131,15 +118,15 @@ TEST(CheckRules, BatteryStatusEffects) {
       {en_BattOn, true, true, "", true, false},
       {7, false, true, "", false, false},
   };
-  for (const Row_ST& o_R : a_o_Rows) {
-    SCOPED_TRACE(o_R.i_Status);
+  for (const auto& [i_Status, b_ErrSet, b_Store, z_c_Done, b_ErrSetAfter, b_CntDwn] : a_o_Rows) {
+    SCOPED_TRACE(i_Status);
     CheckerState_ST o_State;
-    o_State.b_LowBattErrSet = o_R.b_ErrSet;
-    bool b_WasRunning = o_R.i_Status == 7;  // an unknown status leaves the count-down alone
+    o_State.b_LowBattErrSet = b_ErrSet;
+    const bool b_WasRunning = i_Status == 7;  // an unknown status leaves the count-down alone
     o_State.b_CntDwnActive = b_WasRunning;
-    EXPECT_EQ(f_Done(f_RuleBattStatus(o_R.i_Status, o_R.b_ErrorStore, o_State)), o_R.z_c_Done);
-    EXPECT_EQ(o_State.b_LowBattErrSet, o_R.b_ErrSetAfter);
-    EXPECT_EQ(o_State.b_CntDwnActive, o_R.b_CntDwnAfter || b_WasRunning);
+    EXPECT_EQ(f_Done(f_RuleBattStatus(i_Status, b_Store, o_State)), z_c_Done);
+    EXPECT_EQ(o_State.b_LowBattErrSet, b_ErrSetAfter);
+    EXPECT_EQ(o_State.b_CntDwnActive, b_CntDwn || b_WasRunning);
   }
 }
 
@@ -163,12 +150,7 @@ TEST(CheckRules, CountDownRunsTwentySecondsThenSwitchesOffAndIsNotRestarted) {
 }
 
 TEST(CheckRules, TemperatureHysteresisAndTheLoweredLimit) {
-  struct Row_ST {
-    unsigned int ui_Limit;
-    float fl_Temp;
-    const char* z_c_Done;
-  };
-  const Row_ST a_o_Rows[] = {
+  const std::tuple<unsigned int, float, const char*> a_o_Rows[] = {
       {60, 60.0f, "temp 60.00"},  // at the limit: not over it
       {60, 60.25f, "temp 60.25, insert 3252"},
       {60, 55.0f, "temp 55.00"},  // exactly limit - 5: the error holds
@@ -187,19 +169,15 @@ TEST(CheckRules, TemperatureHysteresisAndTheLoweredLimit) {
       {3, 1.0f, "temp 1.00"},
   };
   CheckerState_ST o_State;
-  for (const Row_ST& o_R : a_o_Rows) {
-    o_State.ui_TempLimit = o_R.ui_Limit;
-    EXPECT_EQ(f_Done(f_RuleTemperature(o_R.fl_Temp, o_State)), o_R.z_c_Done)
-        << "row " << &o_R - a_o_Rows;
+  for (const auto& [ui_Limit, fl_Temp, z_c_Done] : a_o_Rows) {
+    o_State.ui_TempLimit = ui_Limit;
+    EXPECT_EQ(f_Done(f_RuleTemperature(fl_Temp, o_State)), z_c_Done) << ui_Limit << " " << fl_Temp;
   }
 }
 
 TEST(CheckRules, MaintenanceDueByCycleOrDate) {
-  struct Row_ST {
-    MaintInput_ST o_In;  // {active, now, next date, next cycle, cycle read, cycle}
-    const char* z_c_Done;
-  };
-  const Row_ST a_o_Rows[] = {
+  // {{active, now, next date, next cycle, cycle read, cycle}, effects}
+  const std::pair<MaintInput_ST, const char*> a_o_Rows[] = {
       {{false, 100, 0, 50, true, 100}, ""},  // supervision off: nothing
       {{true, 100, 0, 50, true, 100}, "insert 3216, out 31=1"},
       {{true, 100, 0, 50, true, 100}, ""},  // still due: no repeat
@@ -213,9 +191,8 @@ TEST(CheckRules, MaintenanceDueByCycleOrDate) {
       {{false, 5000, 1, 500, true, 10}, "out 31=0, ack 3216"},  // switched off
   };
   CheckerState_ST o_State;
-  for (const Row_ST& o_R : a_o_Rows)
-    EXPECT_EQ(f_Done(f_RuleMaintenance(o_R.o_In, o_State)), o_R.z_c_Done)
-        << "row " << &o_R - a_o_Rows;
+  for (const auto& o_R : a_o_Rows)
+    EXPECT_EQ(f_Done(f_RuleMaintenance(o_R.first, o_State)), o_R.second) << &o_R - a_o_Rows;
 }
 
 // From a low level (the service starts with the opposite of the input): held, falls, rises.
