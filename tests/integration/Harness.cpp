@@ -226,12 +226,11 @@ std::shared_ptr<GDBusInterfaceInfo> BusClient::f_Interface() {
       nullptr, G_VARIANT_TYPE("(s)"), G_DBUS_CALL_FLAGS_NONE, 10000, nullptr, nullptr));
   GDBusNodeInfo* z_o_Node =
       o_Xml ? g_dbus_node_info_new_for_xml(f_Str(o_Xml.get()).c_str(), nullptr) : nullptr;
-  GDBusInterfaceInfo* z_o_If =
-      z_o_Node ? g_dbus_node_info_lookup_interface(z_o_Node, A_C_IFACE) : nullptr;
-  if (z_o_If != nullptr) g_dbus_interface_info_ref(z_o_If);
-  if (z_o_Node != nullptr) g_dbus_node_info_unref(z_o_Node);
-  if (z_o_If == nullptr) return nullptr;
-  return std::shared_ptr<GDBusInterfaceInfo>(z_o_If, g_dbus_interface_info_unref);
+  if (z_o_Node == nullptr) return nullptr;
+  // The interface lives inside the node: the pointer shares the node's ownership.
+  std::shared_ptr<GDBusNodeInfo> o_Node(z_o_Node, g_dbus_node_info_unref);
+  GDBusInterfaceInfo* z_o_If = g_dbus_node_info_lookup_interface(z_o_Node, A_C_IFACE);
+  return z_o_If ? std::shared_ptr<GDBusInterfaceInfo>(o_Node, z_o_If) : nullptr;
 }
 
 SignalRecorder::SignalRecorder(BusClient& o_Client) : o_Client(o_Client) {
@@ -252,20 +251,29 @@ void SignalRecorder::f_OnSignal(SysSrvClient*, const gchar* z_c_Name, GVariant* 
 
 const Signal_ST* SignalRecorder::f_WaitFor(const char* z_c_Name, int i_TimeoutMs,
                                            const std::function<bool(GVariant*)>& f_Pred) {
-  const Signal_ST* z_o_Found = nullptr;
+  auto o_It = o_Signals.end();
+  auto f_Fits = [&](const Signal_ST& o_S) {
+    return !o_S.b_Used && o_S.str_Name == z_c_Name && (!f_Pred || f_Pred(o_S.o_Args));
+  };
   f_WaitUntil(
       [&] {
-        for (size_t i = 0; i < o_Signals.size(); i++) {
-          if (o_Signals[i].b_Used || o_Signals[i].str_Name != z_c_Name) continue;
-          if (f_Pred && !f_Pred(o_Signals[i].o_Args)) continue;
-          o_Signals[i].b_Used = true;
-          z_o_Found = &o_Signals[i];
-          return true;
-        }
-        return false;
+        return (o_It = std::find_if(o_Signals.begin(), o_Signals.end(), f_Fits)) != o_Signals.end();
       },
       i_TimeoutMs);
-  return z_o_Found;
+  if (o_It == o_Signals.end()) return nullptr;
+  o_It->b_Used = true;
+  return &*o_It;
+}
+
+const Signal_ST* SignalRecorder::f_WaitFirst(const char* z_c_Name, int i_First, int i_TimeoutMs) {
+  return f_WaitFor(z_c_Name, i_TimeoutMs, [=](GVariant* o_V) { return f_Int(o_V) == i_First; });
+}
+
+size_t SignalRecorder::f_Announced(const std::string& str_Path) {
+  f_Sync();
+  const auto o_All = f_All("cfgfilechanged");
+  return std::count_if(o_All.begin(), o_All.end(),
+                       [&](const Signal_ST* z_o_S) { return f_Str(z_o_S->o_Args) == str_Path; });
 }
 
 std::vector<const Signal_ST*> SignalRecorder::f_All(const char* z_c_Name) const {

@@ -155,10 +155,6 @@ class BusClient {
   }
   // The service interface as the running service describes it; null when there is none.
   std::shared_ptr<GDBusInterfaceInfo> f_Interface();
-  // Sends a call flagged "no reply expected".
-  void f_SendNoReply(const char* z_c_Method, GVariant* o_Params) {
-    sys_srv_client_send(z_o_Client, z_c_Method, o_Params, nullptr, nullptr);
-  }
 
  private:
   SysSrvClient* z_o_Client = nullptr;
@@ -181,9 +177,13 @@ class SignalRecorder {
   // z_c_Name that satisfies f_Pred; null on time-out. Found signals are consumed.
   const Signal_ST* f_WaitFor(const char* z_c_Name, int i_TimeoutMs,
                              const std::function<bool(GVariant*)>& f_Pred = {});
+  // The same for the first z_c_Name whose first argument is the integer i_First.
+  const Signal_ST* f_WaitFirst(const char* z_c_Name, int i_First, int i_TimeoutMs = 5000);
   // All signals named z_c_Name recorded so far (consumed or not).
   std::vector<const Signal_ST*> f_All(const char* z_c_Name) const;
   size_t f_Count(const char* z_c_Name) const { return f_All(z_c_Name).size(); }
+  // After a round trip, how many "cfgfilechanged" named str_Path were recorded.
+  size_t f_Announced(const std::string& str_Path);
   // Forgets everything recorded so far.
   void f_Clear();
   // Makes sure every signal the service sent before now has arrived (a round trip).

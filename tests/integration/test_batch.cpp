@@ -57,44 +57,24 @@ std::string f_Effect(const char* z_c_Path, const char* z_c_Method, const char* z
     struct stat o_St {};
     return stat(z_o_Svc->o_Box.f_Path(z_c_Path).c_str(), &o_St) == 0 ? o_St.st_ino : 0;
   };
-  auto f_Announced = [&] {
-    z_o_Svc->o_Rec.f_Sync();
-    size_t ui_N = 0;
-    for (const Signal_ST* z_o_S : z_o_Svc->o_Rec.f_All("cfgfilechanged"))
-      ui_N += f_Str(z_o_S->o_Args) == z_c_Path;
-    return ui_N;
-  };
   const ino_t ui_Inode = f_Inode();
-  const size_t ui_Announced = f_Announced();
+  const size_t ui_Announced = z_o_Svc->o_Rec.f_Announced(z_c_Path);
   EXPECT_TRUE(z_o_Svc->o_Client.f_Invoke(z_c_Method, g_variant_new_parsed(z_c_Args)));
   const bool b_Written = f_Inode() != ui_Inode;
-  return std::string(f_Announced() > ui_Announced ? "announced" : "") +
+  return std::string(z_o_Svc->o_Rec.f_Announced(z_c_Path) > ui_Announced ? "announced" : "") +
          (b_Written ? " written" : "");
 }
 }  // namespace
 
-// Whatever a client sends, the reply is success and the file is rewritten and announced.
-TEST_F(BatchBus, SetWritesAndAnnouncesWhateverTheText) {
-  EXPECT_EQ(f_Effect(A_C_PRG, "fbatchcntrset", R"((0, '{"Id":5}'))"), "announced written");
-  EXPECT_EQ(f_Effect(A_C_PRG, "fbatchcntrset", "(0, 'not json')"), "announced written");
-  EXPECT_EQ(f_Sets(A_C_PRG), "1:3/0 2:0/0 5:0/0");
-  EXPECT_NE(z_o_Svc->o_Box.f_Read(A_C_PRG).find("\"BmsSelect\":\ttrue"), std::string::npos);
-  EXPECT_EQ(f_List(), "([0x01, 0x02, 0x05],)");
-  // Any destination other than 0 is the job configuration.
-  EXPECT_EQ(f_Effect(A_C_JOB, "fbatchcntrset", R"((1, '{"Id":6}'))"), "announced written");
-  EXPECT_EQ(f_Effect(A_C_JOB, "fbatchcntrset", R"((-1, '{"Id":7}'))"), "announced written");
-  EXPECT_EQ(f_Sets(A_C_JOB), "3:0/0 6:0/0 7:0/0");
-  EXPECT_EQ(f_Sets(A_C_PRG), "1:3/0 2:0/0 5:0/0");
-}
-
-TEST_F(BatchBus, ClearAndDeleteEachTakeTheirBranch) {
-  struct Step_ST {
-    const char* z_c_Method;
-    const char* z_c_Args;
-    const char* z_c_Path;
-    const char* z_c_Effect;
-    const char* z_c_PrgSets;  // the program file's sets afterwards
-  } a_o_Steps[] = {
+// Whatever text a client sends, the reply is success and the file is rewritten and announced.
+TEST_F(BatchBus, SetClearAndDeleteEachTakeTheirBranch) {
+  // Method, arguments, the file, what the call did to it and the file's sets afterwards.
+  const char* a_z_c_Steps[][5] = {
+      // Any destination other than 0 is the job configuration.
+      {"fbatchcntrset", R"((1, '{"Id":6}'))", A_C_JOB, "announced written", "3:0/0 6:0/0"},
+      {"fbatchcntrset", R"((-1, '{"Id":7}'))", A_C_JOB, "announced written", "3:0/0 6:0/0 7:0/0"},
+      {"fbatchcntrset", R"((0, '{"Id":5}'))", A_C_PRG, "announced written", "1:3/0 2:0/0 5:0/0"},
+      {"fbatchcntrset", "(0, 'not json')", A_C_PRG, "announced written", "1:3/0 2:0/0 5:0/0"},
       {"fbatchcntrdel", "(-1,)", A_C_PRG, "announced written", ""},
       {"fbatchcntrset", R"((0, '{"Id":30,"MaxOk":9,"MaxNok":4}'))", A_C_PRG, "announced written",
        "30:9/4"},
@@ -102,7 +82,7 @@ TEST_F(BatchBus, ClearAndDeleteEachTakeTheirBranch) {
        "30:9/4 31:8/0"},
       // -2 and -3 only announce; no file is touched or made.
       {"fbatchcntrclear", "(-2,)", A_C_PRG, "announced", "30:9/4 31:8/0"},
-      {"fbatchcntrclear", "(-3,)", A_C_PRG2, "announced", "30:9/4 31:8/0"},
+      {"fbatchcntrclear", "(-3,)", A_C_PRG2, "announced", ""},
       // A number zeroes the sizes of that set only.
       {"fbatchcntrclear", "(30,)", A_C_PRG, "announced written", "30:0/0 31:8/0"},
       // -1 resets every set, without an announcement.
@@ -111,11 +91,13 @@ TEST_F(BatchBus, ClearAndDeleteEachTakeTheirBranch) {
       {"fbatchcntrdel", "(42,)", A_C_PRG, "", "30:0/0 31:0/0"},
       {"fbatchcntrdel", "(30,)", A_C_PRG, "announced written", "31:0/0"},
   };
-  for (const Step_ST& o_S : a_o_Steps) {
-    SCOPED_TRACE(std::string(o_S.z_c_Method) + o_S.z_c_Args);
-    EXPECT_EQ(f_Effect(o_S.z_c_Path, o_S.z_c_Method, o_S.z_c_Args), o_S.z_c_Effect);
-    EXPECT_EQ(f_Sets(A_C_PRG), o_S.z_c_PrgSets);
+  for (const auto& a_z_c_S : a_z_c_Steps) {
+    SCOPED_TRACE(std::string(a_z_c_S[0]) + a_z_c_S[1]);
+    EXPECT_EQ(f_Effect(a_z_c_S[2], a_z_c_S[0], a_z_c_S[1]), a_z_c_S[3]);
+    EXPECT_EQ(f_Sets(a_z_c_S[2]), a_z_c_S[4]);
   }
+  EXPECT_NE(z_o_Svc->o_Box.f_Read(A_C_PRG).find("\"BmsSelect\":\ttrue"), std::string::npos);
+  EXPECT_EQ(f_List(), "([0x1f],)");
 }
 
 // A damaged file fails the list; an announced change reaches only the program

@@ -32,12 +32,6 @@ class Checks : public ::testing::Test {
         [&] { return z_o_Svc->o_Box.f_Read("/var/sysdiag/temperature") == str_Stored; },
         I_TEMP_PERIOD_MS);
   }
-  // The first "sysfault" (or "acksysfault") of the code.
-  static const Signal_ST* f_Fault(int i_Code, int i_TimeoutMs = I_TEMP_PERIOD_MS,
-                                  const char* z_c_Signal = "sysfault") {
-    return z_o_Svc->o_Rec.f_WaitFor(z_c_Signal, i_TimeoutMs,
-                                    [=](GVariant* v) { return f_Int(v, 0) == i_Code; });
-  }
   // Rewrites the maintenance section of the channel configuration as a technician's tool
   // would, and announces the change.
   static void f_SetMaintenance(const char* z_c_Section) {
@@ -50,7 +44,9 @@ class Checks : public ::testing::Test {
   static inline Service* z_o_Svc = nullptr;
 };
 
-TEST_F(Checks, FlashErrorInTheKernelLogIsReported) { EXPECT_NE(f_Fault(404, 12000), nullptr); }
+TEST_F(Checks, FlashErrorInTheKernelLogIsReported) {
+  EXPECT_NE(z_o_Svc->o_Rec.f_WaitFirst("sysfault", 404, 12000), nullptr);
+}
 
 TEST_F(Checks, SmodPostponesTheTemperatureCheck) {
   ASSERT_TRUE(f_Temp("30", "30.00"));
@@ -62,22 +58,22 @@ TEST_F(Checks, SmodPostponesTheTemperatureCheck) {
   // The first tick after Smod is left runs the postponed check.
   gint64 i_Left = g_get_monotonic_time();
   ASSERT_EQ(z_o_Svc->o_Box.f_Sim("smod 0"), 0);
-  const Signal_ST* z_o_S = f_Fault(406, 2000);
+  const Signal_ST* z_o_S = z_o_Svc->o_Rec.f_WaitFirst("sysfault", 406, 2000);
   ASSERT_NE(z_o_S, nullptr);
   EXPECT_LT(z_o_S->i_Time - i_Left, G_USEC_PER_SEC);
   ASSERT_TRUE(f_Temp("25", "25.00"));
-  EXPECT_NE(f_Fault(406, 1000, "acksysfault"), nullptr);
+  EXPECT_NE(z_o_Svc->o_Rec.f_WaitFirst("acksysfault", 406, 1000), nullptr);
 }
 
 TEST_F(Checks, MaintenanceDueIsReportedAndWithdrawn) {
   // The simulated tool has done 100 cycles.
   f_SetMaintenance(R"({"Aktiv":true,"Zyklus":50,"Datum":0})");
-  ASSERT_NE(f_Fault(402, 2000), nullptr);
+  ASSERT_NE(z_o_Svc->o_Rec.f_WaitFirst("sysfault", 402, 2000), nullptr);
   EXPECT_TRUE(z_o_Svc->o_Box.f_BmsOut(31));
 
   // Switching supervision off withdraws it.
   f_SetMaintenance(R"({"Aktiv":false,"Zyklus":1000000,"Datum":1})");
-  EXPECT_NE(f_Fault(402, 2000, "acksysfault"), nullptr);
+  EXPECT_NE(z_o_Svc->o_Rec.f_WaitFirst("acksysfault", 402, 2000), nullptr);
   EXPECT_TRUE(f_WaitUntil([] { return !z_o_Svc->o_Box.f_BmsOut(31); }, 1000));
 }
 

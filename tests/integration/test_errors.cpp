@@ -51,8 +51,7 @@ class ErrorList : public ::testing::Test {
   std::string f_Json() { return f_Str(o_Client.f_Reply("fgetunacknsyserrors")); }
   // Waits for signal z_c_Name whose first argument is i_First; its arguments, empty on time-out.
   Ints f_Await(const char* z_c_Name, int i_First) {
-    const Signal_ST* z_o_S =
-        o_Rec.f_WaitFor(z_c_Name, 5000, [i_First](GVariant* v) { return f_Int(v) == i_First; });
+    const Signal_ST* z_o_S = o_Rec.f_WaitFirst(z_c_Name, i_First);
     return z_o_S != nullptr ? f_Ints(z_o_S->o_Args) : Ints{};
   }
   // Reports and returns the "sysfault" arguments, dated the time of the report.
