@@ -6,14 +6,12 @@
 #include <climits>
 #include <cerrno>
 #include <cmath>
-#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
-#include <gtest/gtest.h>
 #include <iterator>
 #include <sys/prctl.h>
 #include <sys/wait.h>
@@ -309,17 +307,20 @@ Service::~Service() {
 }
 
 int f_Int(GVariant* o_V, int i_Index) {
-  return g_variant_get_int32(Variant_T(g_variant_get_child_value(o_V, i_Index)).get());
+  return o_V ? g_variant_get_int32(Variant_T(g_variant_get_child_value(o_V, i_Index)).get()) : -999;
 }
 
 std::vector<int> f_Ints(GVariant* o_V) {
   std::vector<int> o_Out;
-  for (gsize i = 0; i < g_variant_n_children(o_V); i++) o_Out.push_back(f_Int(o_V, i));
+  for (gsize i = 0; o_V != nullptr && i < g_variant_n_children(o_V); i++)
+    o_Out.push_back(f_Int(o_V, i));
   return o_Out;
 }
 
 std::string f_Str(GVariant* o_V, int i_Index) {
-  return g_variant_get_string(Variant_T(g_variant_get_child_value(o_V, i_Index)).get(), nullptr);
+  return o_V ? g_variant_get_string(Variant_T(g_variant_get_child_value(o_V, i_Index)).get(),
+                                    nullptr)
+             : "";
 }
 
 std::string f_JsonAt(const std::string& str_Json, const std::vector<const char*>& o_Path) {

@@ -4,6 +4,7 @@
 #include <csignal>
 #include <functional>
 #include <gio/gio.h>
+#include <gtest/gtest.h>
 #include <memory>
 #include <string>
 #include <syssrv-client.h>
@@ -214,19 +215,28 @@ class Service {
   bool b_Started = false;
 };
 
-// Convenience: an int from a tuple, all its ints, a string from "(s)".
+// A suite whose cases share one service, its sandbox edited by F_PREPARE; the cases run in
+// order and each leaves the state the next one expects.
+template <void (*F_PREPARE)(const Sandbox&) = nullptr>
+class ServiceSuite : public ::testing::Test {
+ public:
+  static void SetUpTestSuite() { z_o_Svc = new Service(F_PREPARE); }
+  static void TearDownTestSuite() { delete z_o_Svc; }
+  static inline Service* z_o_Svc = nullptr;
+  BusClient& o_Client = z_o_Svc->o_Client;
+  SignalRecorder& o_Rec = z_o_Svc->o_Rec;
+  const Sandbox& o_Box = z_o_Svc->o_Box;
+};
+
+// Convenience: an int from a tuple, all its ints, a string from "(s)"; -999, {} and "" for a
+// failed call's null reply (whose failure the test has).
 int f_Int(GVariant* o_V, int i_Index = 0);
 std::vector<int> f_Ints(GVariant* o_V);
 std::string f_Str(GVariant* o_V, int i_Index = 0);
-// The same of an owned reply; -999, {} and "" for a failed call (whose failure the test has).
-inline int f_Int(const Variant_T& o_V, int i_Index = 0) {
-  return o_V ? f_Int(o_V.get(), i_Index) : -999;
-}
-inline std::vector<int> f_Ints(const Variant_T& o_V) {
-  return o_V ? f_Ints(o_V.get()) : std::vector<int>{};
-}
+inline int f_Int(const Variant_T& o_V, int i_Index = 0) { return f_Int(o_V.get(), i_Index); }
+inline std::vector<int> f_Ints(const Variant_T& o_V) { return f_Ints(o_V.get()); }
 inline std::string f_Str(const Variant_T& o_V, int i_Index = 0) {
-  return o_V ? f_Str(o_V.get(), i_Index) : "";
+  return f_Str(o_V.get(), i_Index);
 }
 // The member of a JSON text at a path of keys (a key of digits picks an array element),
 // printed unformatted; "" when the text does not parse or it is missing.

@@ -14,56 +14,50 @@ namespace {
 constexpr const char* A_C_PRG = "/home/tool/config/OkNokCntCfg.json";
 constexpr const char* A_C_JOB = "/home/tool/config/JobOkNokCntCfg.json";
 constexpr const char* A_C_PRG2 = "/home/tool/config/OkNokCntCfg2.json";
-Service* z_o_Svc = nullptr;
 
-class BatchBus : public ::testing::Test {
+// Sets that exist before the service starts must survive its first change.
+void f_TwoFiles(const Sandbox& o_Box) {
+  o_Box.f_Write(A_C_PRG, R"({"CntrSets":[{"Id":1,"MaxOk":3},{"Id":2}],"BmsSelect":true})");
+  o_Box.f_Write(A_C_JOB, R"({"CntrSets":[{"Id":3}],"BmsSelect":false})");
+}
+
+class BatchBus : public ServiceSuite<f_TwoFiles> {
  protected:
-  static void SetUpTestSuite() {
-    // Sets that exist before the service starts must survive its first change.
-    z_o_Svc = new Service([](const Sandbox& o_Box) {
-      o_Box.f_Write(A_C_PRG, R"({"CntrSets":[{"Id":1,"MaxOk":3},{"Id":2}],"BmsSelect":true})");
-      o_Box.f_Write(A_C_JOB, R"({"CntrSets":[{"Id":3}],"BmsSelect":false})");
-    });
+  // The reply of "fbatchcntrget" as GVariant text.
+  std::string f_List() {
+    Variant_T o_R(o_Client.f_Call("fbatchcntrget"));
+    return o_R ? GChars_T(g_variant_print(o_R.get(), FALSE)).get() : "error reply";
   }
-  static void TearDownTestSuite() { delete z_o_Svc; }
-};
-
-// The reply of "fbatchcntrget" as GVariant text.
-std::string f_List() {
-  Variant_T o_R(z_o_Svc->o_Client.f_Call("fbatchcntrget"));
-  return o_R ? GChars_T(g_variant_print(o_R.get(), FALSE)).get() : "error reply";
-}
-
-// The sets of a counter file as "Id:MaxOk/MaxNok ...".
-std::string f_Sets(const char* z_c_Path) {
-  CJsonTree_T o_Tree(cJSON_Parse(z_o_Svc->o_Box.f_Read(z_c_Path).c_str()));
-  std::string str_Out;
-  const cJSON* z_o_Set = nullptr;
-  cJSON_ArrayForEach(z_o_Set, cJSON_GetObjectItem(o_Tree.get(), "CntrSets")) {
-    auto f_Num = [&](const char* z_c_Key) {
-      const cJSON* z_o_Num = cJSON_GetObjectItem(z_o_Set, z_c_Key);
-      return cJSON_IsNumber(z_o_Num) ? std::to_string(z_o_Num->valueint) : std::string("-");
+  // The sets of a counter file as "Id:MaxOk/MaxNok ...".
+  std::string f_Sets(const char* z_c_Path) {
+    CJsonTree_T o_Tree(cJSON_Parse(o_Box.f_Read(z_c_Path).c_str()));
+    std::string str_Out;
+    const cJSON* z_o_Set = nullptr;
+    cJSON_ArrayForEach(z_o_Set, cJSON_GetObjectItem(o_Tree.get(), "CntrSets")) {
+      auto f_Num = [&](const char* z_c_Key) {
+        const cJSON* z_o_Num = cJSON_GetObjectItem(z_o_Set, z_c_Key);
+        return cJSON_IsNumber(z_o_Num) ? std::to_string(z_o_Num->valueint) : std::string("-");
+      };
+      str_Out +=
+          (str_Out.empty() ? "" : " ") + f_Num("Id") + ":" + f_Num("MaxOk") + "/" + f_Num("MaxNok");
+    }
+    return str_Out;
+  }
+  // What a call (arguments as GVariant text) did to a file: "announced", "written", both or
+  // "". Every rewrite renames a new file into place, so a new inode means "written".
+  std::string f_Effect(const char* z_c_Path, const char* z_c_Method, const char* z_c_Args) {
+    auto f_Inode = [&] {
+      struct stat o_St {};
+      return stat(o_Box.f_Path(z_c_Path).c_str(), &o_St) == 0 ? o_St.st_ino : 0;
     };
-    str_Out +=
-        (str_Out.empty() ? "" : " ") + f_Num("Id") + ":" + f_Num("MaxOk") + "/" + f_Num("MaxNok");
+    const ino_t ui_Inode = f_Inode();
+    const size_t ui_Announced = o_Rec.f_Announced(z_c_Path);
+    EXPECT_TRUE(o_Client.f_Invoke(z_c_Method, g_variant_new_parsed(z_c_Args)));
+    const bool b_Written = f_Inode() != ui_Inode;
+    return std::string(o_Rec.f_Announced(z_c_Path) > ui_Announced ? "announced" : "") +
+           (b_Written ? " written" : "");
   }
-  return str_Out;
-}
-
-// What a call (arguments as GVariant text) did to a file: "announced", "written", both or "".
-// Every rewrite renames a new file into place, so a new inode means "written".
-std::string f_Effect(const char* z_c_Path, const char* z_c_Method, const char* z_c_Args) {
-  auto f_Inode = [&] {
-    struct stat o_St {};
-    return stat(z_o_Svc->o_Box.f_Path(z_c_Path).c_str(), &o_St) == 0 ? o_St.st_ino : 0;
-  };
-  const ino_t ui_Inode = f_Inode();
-  const size_t ui_Announced = z_o_Svc->o_Rec.f_Announced(z_c_Path);
-  EXPECT_TRUE(z_o_Svc->o_Client.f_Invoke(z_c_Method, g_variant_new_parsed(z_c_Args)));
-  const bool b_Written = f_Inode() != ui_Inode;
-  return std::string(z_o_Svc->o_Rec.f_Announced(z_c_Path) > ui_Announced ? "announced" : "") +
-         (b_Written ? " written" : "");
-}
+};
 }  // namespace
 
 // Whatever text a client sends, the reply is success and the file is rewritten and announced.
@@ -96,18 +90,18 @@ TEST_F(BatchBus, SetClearAndDeleteEachTakeTheirBranch) {
     EXPECT_EQ(f_Effect(a_z_c_S[2], a_z_c_S[0], a_z_c_S[1]), a_z_c_S[3]);
     EXPECT_EQ(f_Sets(a_z_c_S[2]), a_z_c_S[4]);
   }
-  EXPECT_NE(z_o_Svc->o_Box.f_Read(A_C_PRG).find("\"BmsSelect\":\ttrue"), std::string::npos);
+  EXPECT_NE(o_Box.f_Read(A_C_PRG).find("\"BmsSelect\":\ttrue"), std::string::npos);
   EXPECT_EQ(f_List(), "([0x1f],)");
 }
 
 // A damaged file fails the list; an announced change reaches only the program
 // configuration, the job configuration keeps what it holds.
 TEST_F(BatchBus, DamagedFileAndAnnouncedChanges) {
-  z_o_Svc->o_Box.f_Write(A_C_PRG, "{\"CntrSets\":[{\"Id\":50}");
+  o_Box.f_Write(A_C_PRG, "{\"CntrSets\":[{\"Id\":50}");
   EXPECT_EQ(f_List(), "error reply");
 
-  z_o_Svc->o_Box.f_Write(A_C_PRG, R"({"CntrSets":[{"Id":61,"MaxOk":6}],"BmsSelect":false})");
-  z_o_Svc->o_Box.f_Write(A_C_JOB, R"({"CntrSets":[{"Id":62}],"BmsSelect":false})");
+  o_Box.f_Write(A_C_PRG, R"({"CntrSets":[{"Id":61,"MaxOk":6}],"BmsSelect":false})");
+  o_Box.f_Write(A_C_JOB, R"({"CntrSets":[{"Id":62}],"BmsSelect":false})");
   EXPECT_EQ(f_Effect(A_C_PRG, "fcfgfilechanged", R"(('/home/tool/config/OkNokCntCfg.json',))"),
             "announced");
   EXPECT_EQ(f_Effect(A_C_JOB, "fcfgfilechanged", R"(('/home/tool/config/JobOkNokCntCfg.json',))"),

@@ -54,13 +54,10 @@ TEST(BusArgs, EveryMethodSurvivesHostileArguments) {
     for (GDBusArgInfo** z_z_o_A = (*z_z_o_M)->in_args; *z_z_o_A != nullptr; ++z_z_o_A)
       str_In += (*z_z_o_A)->signature;
     for (size_t ui_Pos = 0; ui_Pos < str_In.size(); ++ui_Pos) {
-      std::vector<GVariant*> o_Values;
-      if (str_In[ui_Pos] == 'i')
-        for (int i_V : a_i_Ints) o_Values.push_back(g_variant_new_int32(i_V));
-      else
-        for (const std::string& str_V : a_str_Texts)
-          o_Values.push_back(g_variant_new_string(str_V.c_str()));
-      for (GVariant* z_o_V : o_Values) {
+      const bool b_Int = str_In[ui_Pos] == 'i';
+      for (size_t k = 0; k < (b_Int ? a_i_Ints.size() : a_str_Texts.size()); ++k) {
+        GVariant* z_o_V =
+            b_Int ? g_variant_new_int32(a_i_Ints[k]) : g_variant_new_string(a_str_Texts[k].c_str());
         SCOPED_TRACE(std::string(z_c_Method) + " arg " + std::to_string(ui_Pos) + " = " +
                      GChars_T(g_variant_print(z_o_V, FALSE)).get());
         GVariant* o_Args = f_Args(str_In, ui_Pos, z_o_V);

@@ -15,15 +15,7 @@ using namespace it;
 namespace {
 constexpr const char* A_C_CFG = "/home/tool/config/ChanCfg.json";
 
-class ChanCfgBus : public ::testing::Test {
- protected:
-  static void SetUpTestSuite() { z_o_Svc = new Service(); }  // the sandbox has no ChanCfg.json
-  static void TearDownTestSuite() { delete z_o_Svc; }
-  static inline Service* z_o_Svc = nullptr;
-  BusClient& o_Client = z_o_Svc->o_Client;
-  SignalRecorder& o_Rec = z_o_Svc->o_Rec;
-  const Sandbox& o_Box = z_o_Svc->o_Box;
-};
+using ChanCfgBus = ServiceSuite<>;  // the sandbox has no ChanCfg.json
 }  // namespace
 
 TEST_F(ChanCfgBus, StartBuildsTheFileAndTheDiagnosticStoreFromTheNameplates) {

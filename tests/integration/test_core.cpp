@@ -21,15 +21,7 @@ void f_RdyOnlyFlag3(const Sandbox& o_Box) {
                 R"({"flags":[{"nr":3,"state":1,"name":"SysSrv"}]})");
 }
 
-class CoreBus : public ::testing::Test {
- protected:
-  static void SetUpTestSuite() { z_o_Svc = new Service(f_RdyOnlyFlag3); }
-  static void TearDownTestSuite() { delete z_o_Svc; }
-  static inline Service* z_o_Svc = nullptr;
-  BusClient& o_Client = z_o_Svc->o_Client;
-  SignalRecorder& o_Rec = z_o_Svc->o_Rec;
-  const Sandbox& o_Box = z_o_Svc->o_Box;
-};
+using CoreBus = ServiceSuite<f_RdyOnlyFlag3>;
 
 // The interface as other processes of the tool rely on it, independent of the .xml file:
 // each member as "name(argument:type ...)", a method's out-arguments after "->".

@@ -18,22 +18,20 @@ constexpr int I_SOLL = (1 << 3) | (1 << 5);
 constexpr int I_NOT_READY = 1 << 3;        // RdyIst while the peer's flag is missing
 constexpr int I_ERROR_NOT_READY = 1 << 5;  // ... while an error holds flag 3 down
 
-// One daemon for the suite; its cases run in order and share its state, the first on an empty
-// table. Between them the tool is ready: the peer's flag is set and no error stays active.
-class ErrorList : public ::testing::Test {
+void f_TwoRowsAndAPeer(const Sandbox& o_Box) {
+  // Flag 1 is listed but not required; 3 (no active error) and 5 (a peer's) are required.
+  o_Box.f_Write("/home/tool/config/log/rdystatus.json",
+                R"({"flags":[{"nr":1,"state":0,"name":"ToolProc"},)"
+                R"({"nr":3,"state":1,"name":"SysSrv"},{"nr":5,"state":1,"name":"Peer"}]})");
+  // Room for two rows only, so reports soon reuse the oldest row.
+  o_Box.f_Write("/home/tool/config/log/syserror.json",
+                R"({"DbFilePath":"/mnt/log/syserrors.sq3","MaxErrors":2})");
+}
+
+// The first case starts on an empty table. Between the cases the tool is ready: the peer's
+// flag is set and no error stays active.
+class ErrorList : public ServiceSuite<f_TwoRowsAndAPeer> {
  protected:
-  static void SetUpTestSuite() {
-    z_o_Svc = new Service([](const Sandbox& o_Box) {
-      // Flag 1 is listed but not required; 3 (no active error) and 5 (a peer's) are required.
-      o_Box.f_Write("/home/tool/config/log/rdystatus.json",
-                    R"({"flags":[{"nr":1,"state":0,"name":"ToolProc"},)"
-                    R"({"nr":3,"state":1,"name":"SysSrv"},{"nr":5,"state":1,"name":"Peer"}]})");
-      // Room for two rows only, so reports soon reuse the oldest row.
-      o_Box.f_Write("/home/tool/config/log/syserror.json",
-                    R"({"DbFilePath":"/mnt/log/syserrors.sq3","MaxErrors":2})");
-    });
-  }
-  static void TearDownTestSuite() { delete z_o_Svc; }
   void SetUp() override {
     ASSERT_EQ(f_Json(), R"({"errors":[]})") << "an earlier case left an active error";
     o_Client.f_Invoke("frdyflagset", g_variant_new("(i)", 5));
@@ -68,10 +66,6 @@ class ErrorList : public ::testing::Test {
     f_Report("Peer", i_Coded, "Ack");
     return f_Await("acksysfault", i_Coded >> 3);
   }
-  static inline Service* z_o_Svc = nullptr;
-  BusClient& o_Client = z_o_Svc->o_Client;
-  SignalRecorder& o_Rec = z_o_Svc->o_Rec;
-  const Sandbox& o_Box = z_o_Svc->o_Box;
 };
 
 TEST_F(ErrorList, ProcessNameIsStoredVerbatimAlsoWhenTheOldestRowIsReused) {
