@@ -91,13 +91,10 @@ bool f_WaitUntil(const std::function<bool()>& f_Cond, int i_TimeoutMs) {
 }
 
 std::string PrivateBus::f_Config(const std::string& str_Dir, const std::string& str_Policy) {
-  return "<!DOCTYPE busconfig PUBLIC \"-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN\"\n"
-         " \"http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd\">\n"
-         "<busconfig>\n"
-         "  <listen>unix:path=" +
-         str_Dir + "/system_bus_socket</listen>\n  <auth>EXTERNAL</auth>\n" +
-         "  <limit name=\"max_replies_per_connection\">1024</limit>\n" + str_Policy +
-         "</busconfig>\n";
+  return "<busconfig>\n  <listen>unix:path=" + str_Dir +
+         "/system_bus_socket</listen>\n  <auth>EXTERNAL</auth>\n"
+         "  <limit name=\"max_replies_per_connection\">1024</limit>\n" +
+         str_Policy + "</busconfig>\n";
 }
 
 std::string PrivateBus::f_DefaultPolicy(const std::string& str_Rules) {

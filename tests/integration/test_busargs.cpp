@@ -20,14 +20,10 @@ namespace {
 GVariant* f_Args(const std::string& str_In, size_t ui_Pos, GVariant* z_o_Value) {
   GVariantBuilder o_B;
   g_variant_builder_init(&o_B, G_VARIANT_TYPE_TUPLE);
-  for (size_t i = 0; i < str_In.size(); ++i) {
-    if (i == ui_Pos)
-      g_variant_builder_add_value(&o_B, z_o_Value);
-    else if (str_In[i] == 'i')
-      g_variant_builder_add(&o_B, "i", 1);
-    else
-      g_variant_builder_add(&o_B, "s", "x");
-  }
+  for (size_t i = 0; i < str_In.size(); ++i)
+    g_variant_builder_add_value(&o_B, i == ui_Pos        ? z_o_Value
+                                      : str_In[i] == 'i' ? g_variant_new_int32(1)
+                                                         : g_variant_new_string("x"));
   return g_variant_builder_end(&o_B);
 }
 
