@@ -120,8 +120,7 @@ PrivateBus::PrivateBus(const std::string& str_ConfigXml)
   o_Proc.f_Start();
   f_WaitUntil([&] { return f_ReadFile(str_Dir + "/address").find('\n') != std::string::npos; },
               30000);
-  str_Address = f_ReadFile(str_Dir + "/address");
-  str_Address = str_Address.substr(0, str_Address.find('\n'));
+  std::getline(std::ifstream(str_Dir + "/address"), str_Address);
   if (str_Address.empty()) ADD_FAILURE() << "dbus-daemon printed no address: " << o_Proc.f_Log();
 }
 
@@ -141,10 +140,6 @@ void Sandbox::f_Write(const std::string& str_Logical, const std::string& str_Con
   std::string str_Full = f_Path(str_Logical);
   std::filesystem::create_directories(str_Full.substr(0, str_Full.rfind('/')));
   std::ofstream(str_Full, std::ios::binary | std::ios::trunc) << str_Content;
-}
-
-std::string Sandbox::f_Read(const std::string& str_Logical) const {
-  return f_ReadFile(f_Path(str_Logical));
 }
 
 bool Sandbox::f_Exists(const std::string& str_Logical) const {
@@ -195,10 +190,6 @@ BusClient::BusClient(const std::string& str_Address) {
   z_o_Client = sys_srv_client_new_for_address_sync(str_Address.c_str(), nullptr, o_Err.f_Out());
   if (z_o_Client == nullptr) ADD_FAILURE() << "bus connection: " << o_Err.f_Message();
   z_o_Conn = z_o_Client ? sys_srv_client_get_connection(z_o_Client) : nullptr;
-}
-
-BusClient::~BusClient() {
-  if (z_o_Client != nullptr) g_object_unref(z_o_Client);
 }
 
 // Errors come back untranslated: the tests hold the service's replies to the letter.

@@ -29,8 +29,7 @@ void f_Pump(int i_Ms);
 // Polls f_Cond (pumping the main context) until it is true or i_TimeoutMs passed.
 bool f_WaitUntil(const std::function<bool()>& f_Cond, int i_TimeoutMs);
 
-// A program of the test, started by fork/exec, killed with the test. Its stderr goes to the
-// log file, and so does its stdout unless that has a file of its own.
+// A child program, killed with the test; its stderr, and its stdout unless given a file, logged.
 class Process {
  public:
   Process(std::vector<std::string> o_Argv, std::string str_LogPath,
@@ -94,7 +93,9 @@ class Sandbox {
   const std::string& f_Dir() const { return str_Dir; }
   std::string f_Path(const std::string& str_Logical) const { return str_Dir + str_Logical; }
   void f_Write(const std::string& str_Logical, const std::string& str_Content) const;
-  std::string f_Read(const std::string& str_Logical) const;
+  std::string f_Read(const std::string& str_Logical) const {
+    return f_ReadFile(f_Path(str_Logical));
+  }
   bool f_Exists(const std::string& str_Logical) const;
   // Runs syssrv-sim with --root; returns its exit status, output into *z_str_Out.
   int f_Sim(const std::string& str_Args, std::string* z_str_Out = nullptr) const;
@@ -138,7 +139,7 @@ class Daemon {
 class BusClient {
  public:
   explicit BusClient(const std::string& str_Address);
-  ~BusClient();
+  ~BusClient() { g_clear_object(&z_o_Client); }
   GDBusConnection* f_Conn() const { return z_o_Conn; }
   SysSrvClient* f_Client() const { return z_o_Client; }
   // A method call of the service interface; null with *error set on failure.
@@ -215,8 +216,7 @@ class Service {
   bool b_Started = false;
 };
 
-// A suite whose cases share one service, its sandbox edited by F_PREPARE; the cases run in
-// order and each leaves the state the next one expects.
+// Cases sharing one service (its sandbox edited by F_PREPARE): each leaves what the next expects.
 template <void (*F_PREPARE)(const Sandbox&) = nullptr>
 class ServiceSuite : public ::testing::Test {
  public:

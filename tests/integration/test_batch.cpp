@@ -1,6 +1,5 @@
-// Batch counters over the bus against the real daemon: replies, the counter files and the
-// "cfgfilechanged" announcements the tool process reloads on. What a text does to the sets
-// is unit_BatchCntCfg's and fuzz_batchcnt_set's.
+// Batch counters over the bus: replies, files and the announcements the tool process reloads on.
+// What a text does to the sets is unit_BatchCntCfg's and fuzz_batchcnt_set's.
 #include <cjson/cJSON.h>
 #include <gtest/gtest.h>
 #include <string>
@@ -94,8 +93,7 @@ TEST_F(BatchBus, SetClearAndDeleteEachTakeTheirBranch) {
   EXPECT_EQ(f_List(), "([0x1f],)");
 }
 
-// A damaged file fails the list; an announced change reaches only the program
-// configuration, the job configuration keeps what it holds.
+// A damaged file fails the list; an announced change reloads the program sets, not the job's.
 TEST_F(BatchBus, DamagedFileAndAnnouncedChanges) {
   o_Box.f_Write(A_C_PRG, "{\"CntrSets\":[{\"Id\":50}");
   EXPECT_EQ(f_List(), "error reply");

@@ -1,6 +1,5 @@
-// Battery supervision on the real daemon: the simulated driver's battery byte drives charge,
-// status, outputs, readiness flag 6, error 3228 and the power-off count-down. The bands and
-// the rules are unit_CheckRules' tables; here one value per signal, output and file.
+// The driver's battery byte through the real daemon to charge, status, outputs, flag 6, error 3228
+// and the power-off count-down, one value each; the bands are unit_CheckRules' tables.
 #include <csignal>
 #include <gtest/gtest.h>
 #include <functional>

@@ -1,8 +1,6 @@
-// Every bus method of one daemon with hostile arguments: integer limits, a 1 MiB text, format,
-// SQL and shell metacharacters, unusual UTF-8. The edges of each argument, and signatures a
-// method does not declare, are fuzz_dispatch's; here the whole daemon, its ticks running on
-// what the calls stored, must keep answering "fmfuget", its files must still parse, no shell
-// may run a caller's text and (in the sanitized build) its log holds no finding.
+// Every argument of every bus method with hostile values (the edges and undeclared signatures are
+// fuzz_dispatch's): the whole daemon, its ticks running on what was stored, keeps answering, its
+// files still parse, no shell runs a caller's text and the sanitized build's log stays clean.
 #include <cjson/cJSON.h>
 #include <gtest/gtest.h>
 

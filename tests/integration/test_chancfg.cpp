@@ -1,7 +1,5 @@
-// The channel configuration against the real daemon: the file it builds at start-up from the
-// nameplates (which also feed the diagnostic store) and the maintenance factor over the bus. What
-// the file holds, and a file changed by another process, are unit_ChanCfg's; the announcement of
-// such a change is tested with the relays.
+// The channel configuration the daemon builds at start from the nameplates (which also feed the
+// diagnostic store) and the maintenance factor over the bus; what the file holds is unit_ChanCfg's.
 #include <cstdlib>
 #include <ctime>
 #include <gtest/gtest.h>

@@ -1,6 +1,5 @@
-// The periodic checks on the real daemon, one case each for the wiring and the timing:
-// board temperature and the Smod byte, flash errors in the kernel log, maintenance. The
-// thresholds and the hysteresis are tables in unit_CheckRules.
+// The periodic checks' wiring and timing: temperature and Smod, flash errors in the kernel log,
+// maintenance. Thresholds and hysteresis are unit_CheckRules' tables.
 #include <cjson/cJSON.h>
 #include <gtest/gtest.h>
 #include <string>
@@ -23,8 +22,7 @@ void f_HotLimitAndAFlashError(const Sandbox& o_Box) {
 
 class Checks : public ServiceSuite<f_HotLimitAndAFlashError> {
  protected:
-  // Rewrites the maintenance section of the channel configuration as a technician's tool
-  // would, and announces the change.
+  // Rewrites the maintenance section as a technician's tool would, and announces the change.
   void f_SetMaintenance(const char* z_c_Section) {
     CJsonTree_T o_Cfg(cJSON_Parse(o_Box.f_Read(A_C_CHAN_CFG).c_str()));
     ASSERT_TRUE(o_Cfg);

@@ -120,8 +120,7 @@ TEST_F(CoreBus, RelaysAnswerAndSignalAsReceived) {
   EXPECT_EQ(o_Rec.f_Count("jobrunningstatuschanged"), 2u);
 }
 
-// The file's contents under any input are fuzz_ressrv_json's; here the write and its
-// announcement.
+// What the file holds under any input is fuzz_ressrv_json's; here the write and its announcement.
 TEST_F(CoreBus, IdCodeSourceIsWrittenAndAnnouncedOnlyWhenAValueChanges) {
   // The sandbox starts with source 0, no deletion and one source; 1 adds the second.
   const std::string str_Before = o_Box.f_Read(A_C_RES_SRV);
@@ -152,8 +151,6 @@ TEST_F(CoreBus, BurstOfCallsWhileTicksRun) {
   EXPECT_TRUE(f_WaitUntil([&] { return i_Answered >= 300; }, 20000));
   EXPECT_EQ(i_Answered, 300);
 }
-
-// --- life cycle: one daemon per case ---------------------------------------------
 
 TEST(CoreLifecycle, SigTermDuringTheStartDelayEndsAtTheFirstTickWithStatusZero) {
   PrivateBus o_Bus;

@@ -1,6 +1,5 @@
-// The error list over the bus: reports, acknowledgements (by code, collective, by the
-// acknowledge input) with the readiness they withdraw and restore, the export, and the file
-// other tools read. Their rules are unit_ErrorHandler's and unit_CheckRules' tables.
+// Reports and acknowledgements (by code, collective, by the input) over the bus, the readiness
+// they move, the export and the stored rows; the rules are unit_ErrorHandler's/unit_CheckRules'.
 #include <ctime>
 #include <gtest/gtest.h>
 #include <sqlite3.h>
@@ -28,8 +27,7 @@ void f_TwoRowsAndAPeer(const Sandbox& o_Box) {
                 R"({"DbFilePath":"/mnt/log/syserrors.sq3","MaxErrors":2})");
 }
 
-// The first case starts on an empty table. Between the cases the tool is ready: the peer's
-// flag is set and no error stays active.
+// The first case starts on an empty table; between the cases the tool is ready, no error active.
 class ErrorList : public ServiceSuite<f_TwoRowsAndAPeer> {
  protected:
   void SetUp() override {
@@ -88,8 +86,7 @@ TEST_F(ErrorList, ProcessNameIsStoredVerbatimAlsoWhenTheOldestRowIsReused) {
     return str_Out;
   };
   int i_Code = 500;
-  // More names than rows: the first two fill the empty table, the later ones take the
-  // overwrite path.
+  // More names than rows: the later ones take the overwrite path.
   for (const char* z_c_Name : {"x'); DROP TABLE syserrors; --", "it's \"quoted\" %s%n \\",
                                "x', proc='forged', ack=1 where id>0; --"}) {
     SCOPED_TRACE(z_c_Name);
