@@ -237,16 +237,13 @@ void SignalRecorder::f_OnSignal(SysSrvClient*, const gchar* z_c_Name, GVariant* 
 
 const Signal_ST* SignalRecorder::f_WaitFor(const char* z_c_Name, int i_TimeoutMs,
                                            const std::function<bool(GVariant*)>& f_Pred) {
-  auto o_It = o_Signals.end();
-  auto f_Fits = [&](const Signal_ST& o_S) {
-    return !o_S.b_Used && o_S.str_Name == z_c_Name && (!f_Pred || f_Pred(o_S.o_Args));
+  auto f_Next = [&] {
+    return std::find_if(o_Signals.begin(), o_Signals.end(), [&](const Signal_ST& o_S) {
+      return !o_S.b_Used && o_S.str_Name == z_c_Name && (!f_Pred || f_Pred(o_S.o_Args));
+    });
   };
-  f_WaitUntil(
-      [&] {
-        return (o_It = std::find_if(o_Signals.begin(), o_Signals.end(), f_Fits)) != o_Signals.end();
-      },
-      i_TimeoutMs);
-  if (o_It == o_Signals.end()) return nullptr;
+  if (!f_WaitUntil([&] { return f_Next() != o_Signals.end(); }, i_TimeoutMs)) return nullptr;
+  auto o_It = f_Next();
   o_It->b_Used = true;
   return &*o_It;
 }

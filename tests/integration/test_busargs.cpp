@@ -1,7 +1,6 @@
 // Every argument of every bus method with hostile values (the edges and undeclared signatures are
 // fuzz_dispatch's): the whole daemon, its ticks running on what was stored, keeps answering, its
 // files still parse, no shell runs a caller's text and the sanitized build's log stays clean.
-#include <cjson/cJSON.h>
 #include <gtest/gtest.h>
 
 #include <climits>
@@ -74,9 +73,7 @@ TEST(BusArgs, EveryMethodSurvivesHostileArguments) {
   for (const char* z_c_File :
        {"/home/tool/config/ChanCfg.json", "/home/tool/config/OkNokCntCfg.json",
         "/home/tool/config/JobOkNokCntCfg.json", "/home/tool/config/ResSrv.json"})
-    EXPECT_TRUE(
-        cJSON_IsObject(CJsonTree_T(cJSON_Parse(o_Svc.o_Box.f_Read(z_c_File).c_str())).get()))
-        << z_c_File;
+    EXPECT_EQ(f_JsonAt(o_Svc.o_Box.f_Read(z_c_File), {})[0], '{') << z_c_File;
 }
 
 }  // namespace

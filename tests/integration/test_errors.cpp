@@ -43,7 +43,6 @@ class ErrorList : public ServiceSuite<f_TwoRowsAndAPeer> {
     o_Client.f_Invoke("freporterror",
                       g_variant_new("(sss)", z_c_Proc, std::to_string(i_Coded).c_str(), z_c_Ack));
   }
-  Ints f_Current() { return f_Ints(o_Client.f_Reply("fsyserrorget")); }
   std::string f_Json() { return f_Str(o_Client.f_Reply("fgetunacknsyserrors")); }
   // Waits for signal z_c_Name whose first argument is i_First; its arguments, empty on time-out.
   Ints f_Await(const char* z_c_Name, int i_First) {
@@ -108,14 +107,14 @@ TEST_F(ErrorList, ReportWithdrawsReadinessUntilAcknowledged) {
   ASSERT_EQ(o_Fault.size(), 3u);
   EXPECT_EQ(f_Await("rdychanged", I_ERROR_NOT_READY), (Ints{I_ERROR_NOT_READY, I_SOLL}));
   EXPECT_FALSE(o_Box.f_BmsOut(18) || o_Box.f_BmsOut(17));
-  EXPECT_EQ(f_Current(), o_Fault);
+  EXPECT_EQ(f_Ints(o_Client.f_Reply("fsyserrorget")), o_Fault);
   EXPECT_EQ(f_Json(),
             R"({"errors":[{"code":403,"class":4,"date":)" + std::to_string(o_Fault[2]) + "}]}");
 
   EXPECT_EQ(f_AckByCode(3228), (Ints{403, 0}));
   EXPECT_EQ(f_Await("rdychanged", I_SOLL), (Ints{I_SOLL, I_SOLL}));
   EXPECT_TRUE(o_Box.f_BmsOut(18) && o_Box.f_BmsOut(17));
-  EXPECT_EQ(f_Current(), (Ints{0, 0, 0}));
+  EXPECT_EQ(f_Ints(o_Client.f_Reply("fsyserrorget")), (Ints{0, 0, 0}));
 }
 
 TEST_F(ErrorList, AcknowledgeInputAndTheCollectiveAcknowledgement) {
