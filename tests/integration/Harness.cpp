@@ -6,14 +6,12 @@
 #include <climits>
 #include <cerrno>
 #include <cmath>
-#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
-#include <gtest/gtest.h>
 #include <iterator>
 #include <sys/prctl.h>
 #include <sys/wait.h>
@@ -93,13 +91,10 @@ bool f_WaitUntil(const std::function<bool()>& f_Cond, int i_TimeoutMs) {
 }
 
 std::string PrivateBus::f_Config(const std::string& str_Dir, const std::string& str_Policy) {
-  return "<!DOCTYPE busconfig PUBLIC \"-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN\"\n"
-         " \"http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd\">\n"
-         "<busconfig>\n"
-         "  <listen>unix:path=" +
-         str_Dir + "/system_bus_socket</listen>\n  <auth>EXTERNAL</auth>\n" +
-         "  <limit name=\"max_replies_per_connection\">1024</limit>\n" + str_Policy +
-         "</busconfig>\n";
+  return "<busconfig>\n  <listen>unix:path=" + str_Dir +
+         "/system_bus_socket</listen>\n  <auth>EXTERNAL</auth>\n"
+         "  <limit name=\"max_replies_per_connection\">1024</limit>\n" +
+         str_Policy + "</busconfig>\n";
 }
 
 std::string PrivateBus::f_DefaultPolicy(const std::string& str_Rules) {
@@ -125,8 +120,7 @@ PrivateBus::PrivateBus(const std::string& str_ConfigXml)
   o_Proc.f_Start();
   f_WaitUntil([&] { return f_ReadFile(str_Dir + "/address").find('\n') != std::string::npos; },
               30000);
-  str_Address = f_ReadFile(str_Dir + "/address");
-  str_Address = str_Address.substr(0, str_Address.find('\n'));
+  std::getline(std::ifstream(str_Dir + "/address"), str_Address);
   if (str_Address.empty()) ADD_FAILURE() << "dbus-daemon printed no address: " << o_Proc.f_Log();
 }
 
@@ -146,10 +140,6 @@ void Sandbox::f_Write(const std::string& str_Logical, const std::string& str_Con
   std::string str_Full = f_Path(str_Logical);
   std::filesystem::create_directories(str_Full.substr(0, str_Full.rfind('/')));
   std::ofstream(str_Full, std::ios::binary | std::ios::trunc) << str_Content;
-}
-
-std::string Sandbox::f_Read(const std::string& str_Logical) const {
-  return f_ReadFile(f_Path(str_Logical));
 }
 
 bool Sandbox::f_Exists(const std::string& str_Logical) const {
@@ -202,10 +192,6 @@ BusClient::BusClient(const std::string& str_Address) {
   z_o_Conn = z_o_Client ? sys_srv_client_get_connection(z_o_Client) : nullptr;
 }
 
-BusClient::~BusClient() {
-  if (z_o_Client != nullptr) g_object_unref(z_o_Client);
-}
-
 // Errors come back untranslated: the tests hold the service's replies to the letter.
 GVariant* BusClient::f_Call(const char* z_c_Method, GVariant* o_Params, GError** error,
                             int i_TimeoutMs, GDBusCallFlags e_Flags) {
@@ -226,12 +212,11 @@ std::shared_ptr<GDBusInterfaceInfo> BusClient::f_Interface() {
       nullptr, G_VARIANT_TYPE("(s)"), G_DBUS_CALL_FLAGS_NONE, 10000, nullptr, nullptr));
   GDBusNodeInfo* z_o_Node =
       o_Xml ? g_dbus_node_info_new_for_xml(f_Str(o_Xml.get()).c_str(), nullptr) : nullptr;
-  GDBusInterfaceInfo* z_o_If =
-      z_o_Node ? g_dbus_node_info_lookup_interface(z_o_Node, A_C_IFACE) : nullptr;
-  if (z_o_If != nullptr) g_dbus_interface_info_ref(z_o_If);
-  if (z_o_Node != nullptr) g_dbus_node_info_unref(z_o_Node);
-  if (z_o_If == nullptr) return nullptr;
-  return std::shared_ptr<GDBusInterfaceInfo>(z_o_If, g_dbus_interface_info_unref);
+  if (z_o_Node == nullptr) return nullptr;
+  // The interface lives inside the node: the pointer shares the node's ownership.
+  std::shared_ptr<GDBusNodeInfo> o_Node(z_o_Node, g_dbus_node_info_unref);
+  GDBusInterfaceInfo* z_o_If = g_dbus_node_info_lookup_interface(z_o_Node, A_C_IFACE);
+  return z_o_If ? std::shared_ptr<GDBusInterfaceInfo>(o_Node, z_o_If) : nullptr;
 }
 
 SignalRecorder::SignalRecorder(BusClient& o_Client) : o_Client(o_Client) {
@@ -252,20 +237,26 @@ void SignalRecorder::f_OnSignal(SysSrvClient*, const gchar* z_c_Name, GVariant* 
 
 const Signal_ST* SignalRecorder::f_WaitFor(const char* z_c_Name, int i_TimeoutMs,
                                            const std::function<bool(GVariant*)>& f_Pred) {
-  const Signal_ST* z_o_Found = nullptr;
-  f_WaitUntil(
-      [&] {
-        for (size_t i = 0; i < o_Signals.size(); i++) {
-          if (o_Signals[i].b_Used || o_Signals[i].str_Name != z_c_Name) continue;
-          if (f_Pred && !f_Pred(o_Signals[i].o_Args)) continue;
-          o_Signals[i].b_Used = true;
-          z_o_Found = &o_Signals[i];
-          return true;
-        }
-        return false;
-      },
-      i_TimeoutMs);
-  return z_o_Found;
+  auto f_Next = [&] {
+    return std::find_if(o_Signals.begin(), o_Signals.end(), [&](const Signal_ST& o_S) {
+      return !o_S.b_Used && o_S.str_Name == z_c_Name && (!f_Pred || f_Pred(o_S.o_Args));
+    });
+  };
+  if (!f_WaitUntil([&] { return f_Next() != o_Signals.end(); }, i_TimeoutMs)) return nullptr;
+  auto o_It = f_Next();
+  o_It->b_Used = true;
+  return &*o_It;
+}
+
+const Signal_ST* SignalRecorder::f_WaitFirst(const char* z_c_Name, int i_First, int i_TimeoutMs) {
+  return f_WaitFor(z_c_Name, i_TimeoutMs, [=](GVariant* o_V) { return f_Int(o_V) == i_First; });
+}
+
+size_t SignalRecorder::f_Announced(const std::string& str_Path) {
+  f_Sync();
+  const auto o_All = f_All("cfgfilechanged");
+  return std::count_if(o_All.begin(), o_All.end(),
+                       [&](const Signal_ST* z_o_S) { return f_Str(z_o_S->o_Args) == str_Path; });
 }
 
 std::vector<const Signal_ST*> SignalRecorder::f_All(const char* z_c_Name) const {
@@ -301,17 +292,20 @@ Service::~Service() {
 }
 
 int f_Int(GVariant* o_V, int i_Index) {
-  return g_variant_get_int32(Variant_T(g_variant_get_child_value(o_V, i_Index)).get());
+  return o_V ? g_variant_get_int32(Variant_T(g_variant_get_child_value(o_V, i_Index)).get()) : -999;
 }
 
 std::vector<int> f_Ints(GVariant* o_V) {
   std::vector<int> o_Out;
-  for (gsize i = 0; i < g_variant_n_children(o_V); i++) o_Out.push_back(f_Int(o_V, i));
+  for (gsize i = 0; o_V != nullptr && i < g_variant_n_children(o_V); i++)
+    o_Out.push_back(f_Int(o_V, i));
   return o_Out;
 }
 
 std::string f_Str(GVariant* o_V, int i_Index) {
-  return g_variant_get_string(Variant_T(g_variant_get_child_value(o_V, i_Index)).get(), nullptr);
+  return o_V ? g_variant_get_string(Variant_T(g_variant_get_child_value(o_V, i_Index)).get(),
+                                    nullptr)
+             : "";
 }
 
 std::string f_JsonAt(const std::string& str_Json, const std::vector<const char*>& o_Path) {

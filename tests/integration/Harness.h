@@ -4,6 +4,7 @@
 #include <csignal>
 #include <functional>
 #include <gio/gio.h>
+#include <gtest/gtest.h>
 #include <memory>
 #include <string>
 #include <syssrv-client.h>
@@ -28,8 +29,7 @@ void f_Pump(int i_Ms);
 // Polls f_Cond (pumping the main context) until it is true or i_TimeoutMs passed.
 bool f_WaitUntil(const std::function<bool()>& f_Cond, int i_TimeoutMs);
 
-// A program of the test, started by fork/exec, killed with the test. Its stderr goes to the
-// log file, and so does its stdout unless that has a file of its own.
+// A child program, killed with the test; its stderr, and its stdout unless given a file, logged.
 class Process {
  public:
   Process(std::vector<std::string> o_Argv, std::string str_LogPath,
@@ -93,7 +93,9 @@ class Sandbox {
   const std::string& f_Dir() const { return str_Dir; }
   std::string f_Path(const std::string& str_Logical) const { return str_Dir + str_Logical; }
   void f_Write(const std::string& str_Logical, const std::string& str_Content) const;
-  std::string f_Read(const std::string& str_Logical) const;
+  std::string f_Read(const std::string& str_Logical) const {
+    return f_ReadFile(f_Path(str_Logical));
+  }
   bool f_Exists(const std::string& str_Logical) const;
   // Runs syssrv-sim with --root; returns its exit status, output into *z_str_Out.
   int f_Sim(const std::string& str_Args, std::string* z_str_Out = nullptr) const;
@@ -137,7 +139,7 @@ class Daemon {
 class BusClient {
  public:
   explicit BusClient(const std::string& str_Address);
-  ~BusClient();
+  ~BusClient() { g_clear_object(&z_o_Client); }
   GDBusConnection* f_Conn() const { return z_o_Conn; }
   SysSrvClient* f_Client() const { return z_o_Client; }
   // A method call of the service interface; null with *error set on failure.
@@ -155,10 +157,6 @@ class BusClient {
   }
   // The service interface as the running service describes it; null when there is none.
   std::shared_ptr<GDBusInterfaceInfo> f_Interface();
-  // Sends a call flagged "no reply expected".
-  void f_SendNoReply(const char* z_c_Method, GVariant* o_Params) {
-    sys_srv_client_send(z_o_Client, z_c_Method, o_Params, nullptr, nullptr);
-  }
 
  private:
   SysSrvClient* z_o_Client = nullptr;
@@ -181,9 +179,13 @@ class SignalRecorder {
   // z_c_Name that satisfies f_Pred; null on time-out. Found signals are consumed.
   const Signal_ST* f_WaitFor(const char* z_c_Name, int i_TimeoutMs,
                              const std::function<bool(GVariant*)>& f_Pred = {});
+  // The same for the first z_c_Name whose first argument is the integer i_First.
+  const Signal_ST* f_WaitFirst(const char* z_c_Name, int i_First, int i_TimeoutMs = 5000);
   // All signals named z_c_Name recorded so far (consumed or not).
   std::vector<const Signal_ST*> f_All(const char* z_c_Name) const;
   size_t f_Count(const char* z_c_Name) const { return f_All(z_c_Name).size(); }
+  // After a round trip, how many "cfgfilechanged" named str_Path were recorded.
+  size_t f_Announced(const std::string& str_Path);
   // Forgets everything recorded so far.
   void f_Clear();
   // Makes sure every signal the service sent before now has arrived (a round trip).
@@ -214,19 +216,27 @@ class Service {
   bool b_Started = false;
 };
 
-// Convenience: an int from a tuple, all its ints, a string from "(s)".
+// Cases sharing one service (its sandbox edited by F_PREPARE): each leaves what the next expects.
+template <void (*F_PREPARE)(const Sandbox&) = nullptr>
+class ServiceSuite : public ::testing::Test {
+ public:
+  static void SetUpTestSuite() { z_o_Svc = new Service(F_PREPARE); }
+  static void TearDownTestSuite() { delete z_o_Svc; }
+  static inline Service* z_o_Svc = nullptr;
+  BusClient& o_Client = z_o_Svc->o_Client;
+  SignalRecorder& o_Rec = z_o_Svc->o_Rec;
+  const Sandbox& o_Box = z_o_Svc->o_Box;
+};
+
+// Convenience: an int from a tuple, all its ints, a string from "(s)"; -999, {} and "" for a
+// failed call's null reply (whose failure the test has).
 int f_Int(GVariant* o_V, int i_Index = 0);
 std::vector<int> f_Ints(GVariant* o_V);
 std::string f_Str(GVariant* o_V, int i_Index = 0);
-// The same of an owned reply; -999, {} and "" for a failed call (whose failure the test has).
-inline int f_Int(const Variant_T& o_V, int i_Index = 0) {
-  return o_V ? f_Int(o_V.get(), i_Index) : -999;
-}
-inline std::vector<int> f_Ints(const Variant_T& o_V) {
-  return o_V ? f_Ints(o_V.get()) : std::vector<int>{};
-}
+inline int f_Int(const Variant_T& o_V, int i_Index = 0) { return f_Int(o_V.get(), i_Index); }
+inline std::vector<int> f_Ints(const Variant_T& o_V) { return f_Ints(o_V.get()); }
 inline std::string f_Str(const Variant_T& o_V, int i_Index = 0) {
-  return o_V ? f_Str(o_V.get(), i_Index) : "";
+  return f_Str(o_V.get(), i_Index);
 }
 // The member of a JSON text at a path of keys (a key of digits picks an array element),
 // printed unformatted; "" when the text does not parse or it is missing.

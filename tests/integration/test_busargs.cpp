@@ -1,9 +1,6 @@
-// Every bus method of one daemon with hostile arguments: integer limits, a 1 MiB text, format,
-// SQL and shell metacharacters, unusual UTF-8. The edges of each argument, and signatures a
-// method does not declare, are fuzz_dispatch's; here the whole daemon, its ticks running on
-// what the calls stored, must keep answering "fmfuget", its files must still parse, no shell
-// may run a caller's text and (in the sanitized build) its log holds no finding.
-#include <cjson/cJSON.h>
+// Every argument of every bus method with hostile values (the edges and undeclared signatures are
+// fuzz_dispatch's): the whole daemon, its ticks running on what was stored, keeps answering, its
+// files still parse, no shell runs a caller's text and the sanitized build's log stays clean.
 #include <gtest/gtest.h>
 
 #include <climits>
@@ -20,14 +17,10 @@ namespace {
 GVariant* f_Args(const std::string& str_In, size_t ui_Pos, GVariant* z_o_Value) {
   GVariantBuilder o_B;
   g_variant_builder_init(&o_B, G_VARIANT_TYPE_TUPLE);
-  for (size_t i = 0; i < str_In.size(); ++i) {
-    if (i == ui_Pos)
-      g_variant_builder_add_value(&o_B, z_o_Value);
-    else if (str_In[i] == 'i')
-      g_variant_builder_add(&o_B, "i", 1);
-    else
-      g_variant_builder_add(&o_B, "s", "x");
-  }
+  for (size_t i = 0; i < str_In.size(); ++i)
+    g_variant_builder_add_value(&o_B, i == ui_Pos        ? z_o_Value
+                                      : str_In[i] == 'i' ? g_variant_new_int32(1)
+                                                         : g_variant_new_string("x"));
   return g_variant_builder_end(&o_B);
 }
 
@@ -54,19 +47,16 @@ TEST(BusArgs, EveryMethodSurvivesHostileArguments) {
     for (GDBusArgInfo** z_z_o_A = (*z_z_o_M)->in_args; *z_z_o_A != nullptr; ++z_z_o_A)
       str_In += (*z_z_o_A)->signature;
     for (size_t ui_Pos = 0; ui_Pos < str_In.size(); ++ui_Pos) {
-      std::vector<GVariant*> o_Values;
-      if (str_In[ui_Pos] == 'i')
-        for (int i_V : a_i_Ints) o_Values.push_back(g_variant_new_int32(i_V));
-      else
-        for (const std::string& str_V : a_str_Texts)
-          o_Values.push_back(g_variant_new_string(str_V.c_str()));
-      for (GVariant* z_o_V : o_Values) {
+      const bool b_Int = str_In[ui_Pos] == 'i';
+      for (size_t k = 0; k < (b_Int ? a_i_Ints.size() : a_str_Texts.size()); ++k) {
+        GVariant* z_o_V =
+            b_Int ? g_variant_new_int32(a_i_Ints[k]) : g_variant_new_string(a_str_Texts[k].c_str());
         SCOPED_TRACE(std::string(z_c_Method) + " arg " + std::to_string(ui_Pos) + " = " +
                      GChars_T(g_variant_print(z_o_V, FALSE)).get());
         GVariant* o_Args = f_Args(str_In, ui_Pos, z_o_V);
         // The one method the service never answers: its callers do not wait.
         if (std::string(z_c_Method) == "fbattstatusset") {
-          o_Client.f_SendNoReply(z_c_Method, o_Args);
+          sys_srv_client_send(o_Client.f_Client(), z_c_Method, o_Args, nullptr, nullptr);
         } else {
           GErrorHolder_CL o_Err;
           Variant_T o_Reply(o_Client.f_Call(z_c_Method, o_Args, o_Err.f_Out(), 60000));
@@ -83,9 +73,7 @@ TEST(BusArgs, EveryMethodSurvivesHostileArguments) {
   for (const char* z_c_File :
        {"/home/tool/config/ChanCfg.json", "/home/tool/config/OkNokCntCfg.json",
         "/home/tool/config/JobOkNokCntCfg.json", "/home/tool/config/ResSrv.json"})
-    EXPECT_TRUE(
-        cJSON_IsObject(CJsonTree_T(cJSON_Parse(o_Svc.o_Box.f_Read(z_c_File).c_str())).get()))
-        << z_c_File;
+    EXPECT_EQ(f_JsonAt(o_Svc.o_Box.f_Read(z_c_File), {})[0], '{') << z_c_File;
 }
 
 }  // namespace

@@ -1,6 +1,5 @@
-// The error list over the bus: reports, acknowledgements (by code, collective, by the
-// acknowledge input) with the readiness they withdraw and restore, the export, and the file
-// other tools read. Their rules are unit_ErrorHandler's and unit_CheckRules' tables.
+// Reports and acknowledgements (by code, collective, by the input) over the bus, the readiness
+// they move, the export and the stored rows; the rules are unit_ErrorHandler's/unit_CheckRules'.
 #include <ctime>
 #include <gtest/gtest.h>
 #include <sqlite3.h>
@@ -18,22 +17,19 @@ constexpr int I_SOLL = (1 << 3) | (1 << 5);
 constexpr int I_NOT_READY = 1 << 3;        // RdyIst while the peer's flag is missing
 constexpr int I_ERROR_NOT_READY = 1 << 5;  // ... while an error holds flag 3 down
 
-// One daemon for the suite; its cases run in order and share its state, the first on an empty
-// table. Between them the tool is ready: the peer's flag is set and no error stays active.
-class ErrorList : public ::testing::Test {
+void f_TwoRowsAndAPeer(const Sandbox& o_Box) {
+  // Flag 1 is listed but not required; 3 (no active error) and 5 (a peer's) are required.
+  o_Box.f_Write("/home/tool/config/log/rdystatus.json",
+                R"({"flags":[{"nr":1,"state":0,"name":"ToolProc"},)"
+                R"({"nr":3,"state":1,"name":"SysSrv"},{"nr":5,"state":1,"name":"Peer"}]})");
+  // Room for two rows only, so reports soon reuse the oldest row.
+  o_Box.f_Write("/home/tool/config/log/syserror.json",
+                R"({"DbFilePath":"/mnt/log/syserrors.sq3","MaxErrors":2})");
+}
+
+// The first case starts on an empty table; between the cases the tool is ready, no error active.
+class ErrorList : public ServiceSuite<f_TwoRowsAndAPeer> {
  protected:
-  static void SetUpTestSuite() {
-    z_o_Svc = new Service([](const Sandbox& o_Box) {
-      // Flag 1 is listed but not required; 3 (no active error) and 5 (a peer's) are required.
-      o_Box.f_Write("/home/tool/config/log/rdystatus.json",
-                    R"({"flags":[{"nr":1,"state":0,"name":"ToolProc"},)"
-                    R"({"nr":3,"state":1,"name":"SysSrv"},{"nr":5,"state":1,"name":"Peer"}]})");
-      // Room for two rows only, so reports soon reuse the oldest row.
-      o_Box.f_Write("/home/tool/config/log/syserror.json",
-                    R"({"DbFilePath":"/mnt/log/syserrors.sq3","MaxErrors":2})");
-    });
-  }
-  static void TearDownTestSuite() { delete z_o_Svc; }
   void SetUp() override {
     ASSERT_EQ(f_Json(), R"({"errors":[]})") << "an earlier case left an active error";
     o_Client.f_Invoke("frdyflagset", g_variant_new("(i)", 5));
@@ -47,12 +43,10 @@ class ErrorList : public ::testing::Test {
     o_Client.f_Invoke("freporterror",
                       g_variant_new("(sss)", z_c_Proc, std::to_string(i_Coded).c_str(), z_c_Ack));
   }
-  Ints f_Current() { return f_Ints(o_Client.f_Reply("fsyserrorget")); }
   std::string f_Json() { return f_Str(o_Client.f_Reply("fgetunacknsyserrors")); }
   // Waits for signal z_c_Name whose first argument is i_First; its arguments, empty on time-out.
   Ints f_Await(const char* z_c_Name, int i_First) {
-    const Signal_ST* z_o_S =
-        o_Rec.f_WaitFor(z_c_Name, 5000, [i_First](GVariant* v) { return f_Int(v) == i_First; });
+    const Signal_ST* z_o_S = o_Rec.f_WaitFirst(z_c_Name, i_First);
     return z_o_S != nullptr ? f_Ints(z_o_S->o_Args) : Ints{};
   }
   // Reports and returns the "sysfault" arguments, dated the time of the report.
@@ -69,10 +63,6 @@ class ErrorList : public ::testing::Test {
     f_Report("Peer", i_Coded, "Ack");
     return f_Await("acksysfault", i_Coded >> 3);
   }
-  static inline Service* z_o_Svc = nullptr;
-  BusClient& o_Client = z_o_Svc->o_Client;
-  SignalRecorder& o_Rec = z_o_Svc->o_Rec;
-  const Sandbox& o_Box = z_o_Svc->o_Box;
 };
 
 TEST_F(ErrorList, ProcessNameIsStoredVerbatimAlsoWhenTheOldestRowIsReused) {
@@ -95,8 +85,7 @@ TEST_F(ErrorList, ProcessNameIsStoredVerbatimAlsoWhenTheOldestRowIsReused) {
     return str_Out;
   };
   int i_Code = 500;
-  // More names than rows: the first two fill the empty table, the later ones take the
-  // overwrite path.
+  // More names than rows: the later ones take the overwrite path.
   for (const char* z_c_Name : {"x'); DROP TABLE syserrors; --", "it's \"quoted\" %s%n \\",
                                "x', proc='forged', ack=1 where id>0; --"}) {
     SCOPED_TRACE(z_c_Name);
@@ -118,14 +107,14 @@ TEST_F(ErrorList, ReportWithdrawsReadinessUntilAcknowledged) {
   ASSERT_EQ(o_Fault.size(), 3u);
   EXPECT_EQ(f_Await("rdychanged", I_ERROR_NOT_READY), (Ints{I_ERROR_NOT_READY, I_SOLL}));
   EXPECT_FALSE(o_Box.f_BmsOut(18) || o_Box.f_BmsOut(17));
-  EXPECT_EQ(f_Current(), o_Fault);
+  EXPECT_EQ(f_Ints(o_Client.f_Reply("fsyserrorget")), o_Fault);
   EXPECT_EQ(f_Json(),
             R"({"errors":[{"code":403,"class":4,"date":)" + std::to_string(o_Fault[2]) + "}]}");
 
   EXPECT_EQ(f_AckByCode(3228), (Ints{403, 0}));
   EXPECT_EQ(f_Await("rdychanged", I_SOLL), (Ints{I_SOLL, I_SOLL}));
   EXPECT_TRUE(o_Box.f_BmsOut(18) && o_Box.f_BmsOut(17));
-  EXPECT_EQ(f_Current(), (Ints{0, 0, 0}));
+  EXPECT_EQ(f_Ints(o_Client.f_Reply("fsyserrorget")), (Ints{0, 0, 0}));
 }
 
 TEST_F(ErrorList, AcknowledgeInputAndTheCollectiveAcknowledgement) {

@@ -12,19 +12,6 @@ using namespace it;
 
 namespace {
 
-std::string f_DenyByDefaultConfig(const std::string& str_Dir) {
-  return PrivateBus::f_Config(
-      str_Dir, PrivateBus::f_DefaultPolicy(
-                   "    <deny own=\"*\"/>\n"
-                   "    <deny send_type=\"method_call\"/>\n"
-                   "    <allow send_destination=\"org.freedesktop.DBus\"\n"
-                   "           send_interface=\"org.freedesktop.DBus\"/>\n"
-                   "    <allow send_destination=\"org.freedesktop.DBus\"\n"
-                   "           send_interface=\"org.freedesktop.DBus.Introspectable\"/>\n") +
-                   "  <include>" SYSSRV_SOURCE_DIR
-                   "/packaging/com.torvane.akku.SysService.conf</include>\n");
-}
-
 // Runs gdbus as user "nobody" on the service; returns its output.
 std::string f_AsNobody(const PrivateBus& o_Bus, const std::string& str_Args) {
   std::string str_Out;
@@ -37,7 +24,16 @@ std::string f_AsNobody(const PrivateBus& o_Bus, const std::string& str_Args) {
 
 TEST(BusPolicy, ShippedPolicyLetsRootOwnAndCallAndOthersOnlyLook) {
   std::string str_Dir = f_MakeTempDir("syssrv-policy");
-  PrivateBus o_Bus(f_DenyByDefaultConfig(str_Dir));
+  PrivateBus o_Bus(PrivateBus::f_Config(
+      str_Dir, PrivateBus::f_DefaultPolicy(
+                   "    <deny own=\"*\"/>\n"
+                   "    <deny send_type=\"method_call\"/>\n"
+                   "    <allow send_destination=\"org.freedesktop.DBus\"\n"
+                   "           send_interface=\"org.freedesktop.DBus\"/>\n"
+                   "    <allow send_destination=\"org.freedesktop.DBus\"\n"
+                   "           send_interface=\"org.freedesktop.DBus.Introspectable\"/>\n") +
+                   "  <include>" SYSSRV_SOURCE_DIR
+                   "/packaging/com.torvane.akku.SysService.conf</include>\n"));
   chmod(str_Dir.c_str(), 0755);
   Sandbox o_Box;
   Daemon o_Daemon(o_Box, o_Bus);
