@@ -89,31 +89,26 @@ const char* A_C_CHAN_CFG = "/home/tool/config/ChanCfg.json";
 const char* A_C_CNT_CFG = "/home/tool/config/OkNokCntCfg.json";
 const char* A_C_RES_CFG = "/home/tool/config/ResSrv.json";
 
-class Syssrvctl : public ::testing::Test {
+// Flag 1 stands for the tightening process, so that readiness can be driven from outside.
+void f_ToolProcFlag(const Sandbox& o_Box) {
+  o_Box.f_Write("/home/tool/config/log/rdystatus.json",
+                R"({"flags":[{"nr":1,"state":1,"name":"ToolProc"},)"
+                R"({"nr":3,"state":1,"name":"SysSrv"}]})");
+}
+
+class Syssrvctl : public ServiceSuite<f_ToolProcFlag> {
  protected:
-  static void SetUpTestSuite() {
-    // Flag 1 stands for the tightening process, so that readiness can be driven from outside.
-    z_o_Svc = new Service([](const Sandbox& o_Box) {
-      o_Box.f_Write("/home/tool/config/log/rdystatus.json",
-                    R"({"flags":[{"nr":1,"state":1,"name":"ToolProc"},)"
-                    R"({"nr":3,"state":1,"name":"SysSrv"}]})");
-    });
-    ASSERT_TRUE(z_o_Svc->f_Started());
-    // The first ticks read the battery: from then on its status is a settled "good".
-    ASSERT_NE(z_o_Svc->o_Rec.f_WaitFor("battstatuschanged", 10000), nullptr)
-        << z_o_Svc->o_Daemon.f_Log();
-  }
-  static void TearDownTestSuite() { delete z_o_Svc; }
   static const std::string& f_Address() { return z_o_Svc->o_Bus.f_Address(); }
   static Check_T f_FileHolds(const char* z_c_Logical, const Want_T& o_Want) {
     return [=](const CtlRun_ST&) { return f_Holds(z_o_Svc->o_Box.f_Read(z_c_Logical), o_Want); };
   }
-  static inline Service* z_o_Svc = nullptr;
 };
 
 // One pass through the subcommands in the order a technician would use them; each step
 // names what it must have changed in the service. JSON output is what scripts parse.
 TEST_F(Syssrvctl, EverySubcommandChangesWhatItSays) {
+  // The first ticks read the battery: from then on its status is a settled "good".
+  ASSERT_NE(o_Rec.f_WaitFor("battstatuschanged", 10000), nullptr) << z_o_Svc->o_Daemon.f_Log();
   const std::string str_Set =
       R"({"Id":5,"MaxOk":10,"MaxNok":2,"DirectionOk":"up","LockTool":true})";
   // Short JSON is one line, pretty is indented; both the same object.
@@ -201,13 +196,11 @@ TEST_F(Syssrvctl, EverySubcommandChangesWhatItSays) {
           {{"batch", "delete", "7"}, "Program counter set 7 deleted"},
       });
   // The sandbox path is turned into the path on the tool, which the service compares.
-  z_o_Svc->o_Rec.f_Clear();
-  f_Steps(f_Address(), {{{"config-changed", z_o_Svc->o_Box.f_Path(A_C_CNT_CFG)},
+  o_Rec.f_Clear();
+  f_Steps(f_Address(), {{{"config-changed", o_Box.f_Path(A_C_CNT_CFG)},
                          "Announced /home/tool/config/OkNokCntCfg.json"}});
-  EXPECT_NE(z_o_Svc->o_Rec.f_WaitFor("cfgfilechanged", 3000,
-                                     [](GVariant* o_V) { return f_Str(o_V) == A_C_CNT_CFG; }),
-            nullptr);
-  EXPECT_TRUE(z_o_Svc->o_Daemon.f_Running()) << z_o_Svc->o_Daemon.f_Log();
+  auto f_Named = [](GVariant* o_V) { return f_Str(o_V) == A_C_CNT_CFG; };
+  EXPECT_NE(o_Rec.f_WaitFor("cfgfilechanged", 3000, f_Named), nullptr);
 }
 
 TEST_F(Syssrvctl, MonitorPrintsTheSignalsItSawUntilInterrupted) {
