@@ -1,6 +1,5 @@
 // The spindle's 1-Wire record through its reader. A record is taken only with a matching
 // CRC, and then exactly as its fields stand; anything else leaves the "missing" values.
-#include <cstring>
 #include <string>
 
 #include "FuzzSupport.h"

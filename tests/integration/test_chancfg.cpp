@@ -4,7 +4,6 @@
 #include <ctime>
 #include <gtest/gtest.h>
 #include <string>
-#include <vector>
 
 #include "Harness.h"
 

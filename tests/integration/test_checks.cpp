@@ -2,7 +2,6 @@
 // maintenance. Thresholds and hysteresis are unit_CheckRules' tables.
 #include <cjson/cJSON.h>
 #include <gtest/gtest.h>
-#include <string>
 
 #include "Harness.h"
 

@@ -1,6 +1,5 @@
 // The shipped bus policy on a deny-by-default system bus: only root owns the name, root
 // may call, an ordinary user may only look.
-#include <cstdio>
 #include <gtest/gtest.h>
 #include <string>
 #include <sys/stat.h>

@@ -1,7 +1,6 @@
 // The periodic checks' rules as tables: what a tick read in, the effects the rule asked for.
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <iomanip>
 #include <sstream>
 #include <string>
