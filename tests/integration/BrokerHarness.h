@@ -1,6 +1,5 @@
 #pragma once
-// For the plant feed's tests and benchmark: a real mosquitto broker and a subscriber as a
-// dashboard runs one.
+// The plant feed's tests and benchmark: a real mosquitto broker and a dashboard's subscriber.
 #include <arpa/inet.h>
 #include <mosquitto.h>
 #include <netinet/in.h>
@@ -159,8 +158,7 @@ class Collector {
   std::vector<Msg_ST> o_Msgs;
 };
 
-// syssrv-bridge on the sandbox of a running service; its configuration goes to the default
-// place in the sandbox.
+// syssrv-bridge on a running service's sandbox, configured at the default place in it.
 class BridgeProc {
  public:
   BridgeProc(Service& o_Svc, const std::string& str_Config)

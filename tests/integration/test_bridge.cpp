@@ -199,9 +199,8 @@ TEST_F(Feed, OnlyTheNamedUserAcknowledgesAndOnlyAnAcknowledgement) {
   EXPECT_NE(o_Col->f_WaitLast(str_Base + "event/acksysfault", 10000, f_Is6001, true), "");
 }
 
-// The broker away for 30 s while reports and acknowledgements come, then the bridge killed
-// while it sends what it queued on disk: each report before its acknowledgement, and that
-// before the next report, none lost.
+// The broker away for 30 s during reports and acknowledgements, then the bridge killed while
+// it sends its disk queue: none lost, each in the order it happened.
 TEST_F(Feed, BrokerOutageAndAKilledBridgeLoseNothingAndKeepTheOrder) {
   ASSERT_TRUE(o_Svc->f_Started());
   ASSERT_TRUE(f_WaitUntil([] { return f_Events(*o_Col).size() > 0; }, 10000));

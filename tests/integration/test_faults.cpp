@@ -106,8 +106,7 @@ class KeepAlives {
   std::thread o_Thread;
 };
 
-// A bus, a tool and the daemon under the watchdog, as on the tool; unlike the usual suite's,
-// it expects no clean stop, as some faults end the daemon on purpose.
+// Bus, tool and daemon under the watchdog; unlike Service, no clean end: some faults end it.
 struct Rig {
   explicit Rig(const std::function<void(const Sandbox&)>& f_Prepare = {}) {
     // Only flag 3 is required: ready means "no active error".
@@ -163,9 +162,8 @@ struct Storm {
   int i_Answered = 0;
 };
 
-// Whether the rows of a database file, read by a connection of the test's own, hold all the
-// codes. Read-write: after a kill the file may have a hot journal, which only a writer may
-// roll back.
+// Whether a database file's rows hold all the codes; read-write, as only a writer may roll
+// back the hot journal a kill leaves.
 bool f_AllStored(const std::string& str_File, const std::set<int>& o_Codes) {
   std::set<int> o_Rows;
   sqlite3* z_o_Db = nullptr;
@@ -181,8 +179,7 @@ bool f_AllStored(const std::string& str_File, const std::set<int>& o_Codes) {
   return std::includes(o_Rows.begin(), o_Rows.end(), o_Codes.begin(), o_Codes.end());
 }
 
-// The store works after whatever happened: a report is signalled and listed, the
-// acknowledgement clears it, and the tool is ready again.
+// After the fault, a report is signalled and listed, and its acknowledgement readies the tool.
 void f_ExpectWorkingStore(Rig& o_Rig) {
   SignalRecorder o_Rec(o_Rig.o_Client);
   EXPECT_TRUE(f_Report(o_Rig.o_Client, 3228));
