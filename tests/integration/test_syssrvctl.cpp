@@ -23,8 +23,7 @@ struct CtlRun_ST {
   std::string str_Out, str_Err;
 };
 
-// One of our programs with the bus address in its environment. Its stdout and stderr go to
-// files of their own, so a running monitor can be read as it writes.
+// One of our programs on the bus, its stdout and stderr in files: a monitor is read as it runs.
 struct TempDir_ST {
   std::string str_Dir = f_MakeTempDir("it-ctl");
   ~TempDir_ST() { f_RemoveTree(str_Dir); }

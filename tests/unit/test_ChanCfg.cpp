@@ -265,8 +265,7 @@ TEST_F(ChanCfgTest, ReReadRescalesAndStampsOnlyANewMfu) {
   EXPECT_EQ(o_Cfg.f_GetAnnounceCount(), 1u);  // re-reads are announced by the relay
 }
 
-// No operation calls it yet, but it puts nameplate text into a shell command: only a safe
-// name may get there, anything else falls back like an empty one.
+// Not called yet, but it makes nameplate text the host name: only a safe name may get there.
 TEST_F(ChanCfgTest, HostNameComesFromTheChannelNameOnlyWhenItIsSafe) {
   EXPECT_TRUE(ChanCfg_CL::f_IsValidHostName(std::string(63, 'a')));
   EXPECT_FALSE(ChanCfg_CL::f_IsValidHostName(std::string(64, 'a')));

@@ -64,7 +64,8 @@ TEST(CheckRules, SensorBytesToDegreesAndTheLimitFile) {
 TEST(CheckRules, BatteryBandsAndCharge) {
   // {raw, percent, status}; the driver's scale goes past a full battery.
   const int a_a_i_Rows[][3] = {{9, 0, en_BattEmpty},    {10, 0, en_BattLow},
-                               {20, 11, en_BattWeak},   {30, 22, en_BattGood},
+                               {19, 0, en_BattLow},     {20, 11, en_BattWeak},
+                               {29, 21, en_BattWeak},   {30, 22, en_BattGood},
                                {100, 100, en_BattGood}, {255, 272, en_BattGood}};
   for (const auto& a_i_R : a_a_i_Rows) {
     EXPECT_EQ(f_BattPercent(a_i_R[0]), a_i_R[1]) << a_i_R[0];

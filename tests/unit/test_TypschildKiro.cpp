@@ -1,4 +1,4 @@
-// The motor-unit nameplate: lookups, CRC blocks, the sectors and the cycle save.
+// The motor-unit nameplate: lookups, CRC blocks and the sectors.
 #include <gtest/gtest.h>
 
 #include <climits>
