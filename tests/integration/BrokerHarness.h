@@ -139,8 +139,8 @@ class Collector {
   // Whether the last payload on the topic comes to contain str_Text (or, with !b_Has, to lack it).
   bool f_LastHas(const std::string& str_Topic, const std::string& str_Text, int i_TimeoutMs,
                  bool b_Has = true) {
-    auto f_Holds = [&](const std::string& s) {
-      return (s.find(str_Text) != std::string::npos) == b_Has;
+    auto f_Holds = [&](const std::string& str_P) {
+      return (str_P.find(str_Text) != std::string::npos) == b_Has;
     };
     std::string str_Last = f_WaitLast(str_Topic, i_TimeoutMs, f_Holds);
     return !str_Last.empty() && f_Holds(str_Last);

@@ -152,7 +152,7 @@ TEST_F(Feed, EveryTopicCarriesItsDocumentedPayload) {
       {"cfgfilechanged", {{{"path"}, "\"/home/tool/config/ChanCfg.json\""}}},
   };
   for (const auto& o_X : a_o_Expect) {
-    auto f_Match = [&](const std::string& s) { return f_Holds(s, o_X.second); };
+    auto f_Match = [&](const std::string& str_P) { return f_Holds(str_P, o_X.second); };
     EXPECT_NE(o_Col->f_WaitLast(str_Base + "event/" + o_X.first, 15000, f_Match, true), "")
         << o_X.first << " never came";
   }
@@ -195,7 +195,7 @@ TEST_F(Feed, OnlyTheNamedUserAcknowledgesAndOnlyAnAcknowledgement) {
   EXPECT_NE(f_Active().find("\"code\":6001"), std::string::npos);
   // The next case counts events from here: all of these must have arrived.
   f_Ack(6001, 4);
-  auto f_Is6001 = [](const std::string& s) { return f_Holds(s, {{{"code"}, "6001"}}); };
+  auto f_Is6001 = [](const std::string& str_P) { return f_Holds(str_P, {{{"code"}, "6001"}}); };
   EXPECT_NE(o_Col->f_WaitLast(str_Base + "event/acksysfault", 10000, f_Is6001, true), "");
 }
 

@@ -33,7 +33,7 @@ TEST_F(ChanCfgBus, MfuOverTheBusRescalesTheLimitsOnce) {
   const double d_T0 = static_cast<double>(time(nullptr));
   ASSERT_TRUE(o_Client.f_Invoke("fmfuset", g_variant_new("(i)", 800)));
   EXPECT_NE(
-      o_Rec.f_WaitFor("cfgfilechanged", 5000, [](GVariant* v) { return f_Str(v) == A_C_CFG; }),
+      o_Rec.f_WaitFor("cfgfilechanged", 5000, [](GVariant* o_V) { return f_Str(o_V) == A_C_CFG; }),
       nullptr);
   // 0.8 × 30039 thousandths = 24031.2 → 24.031 Nm.
   EXPECT_TRUE(f_Holds(o_Box.f_Read(A_C_CFG), {{{"Grenzen", "MomentMax"}, "24.031"},
