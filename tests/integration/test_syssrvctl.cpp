@@ -297,18 +297,17 @@ TEST(SyssrvctlWithoutService, SaysSoAndExitsThree) {
 
 // A bus activation of the service that fails is "not running" for the user, not a bus error.
 TEST(SyssrvctlWithoutService, FailedActivationIsNotRunning) {
-  std::string str_Dir = f_MakeTempDir("syssrv-activation");
+  const TempDir_ST o_Tmp;
+  const std::string& str_Dir = o_Tmp.str_Dir;
   std::ofstream(str_Dir + "/com.torvane.akku.SysService.service")
       << "[D-BUS Service]\nName=com.torvane.akku.SysService\nExec=/bin/false\n";
   PrivateBus o_Bus(PrivateBus::f_Config(
       str_Dir, "  <servicedir>" + str_Dir + "</servicedir>\n" +
                    PrivateBus::f_DefaultPolicy("    <allow own=\"*\"/>\n"
                                                "    <allow send_type=\"method_call\"/>\n")));
-  f_Steps(o_Bus.f_Address(),
-          {{{"errors"},
-            "SysSrv is not running: the system bus " + o_Bus.f_Address() + " could not start it",
-            nullptr,
-            3}});
+  const std::string str_Want =
+      "SysSrv is not running: the system bus " + o_Bus.f_Address() + " could not start it";
+  f_Steps(o_Bus.f_Address(), {{{"errors"}, str_Want, nullptr, 3}});
 }
 
 // The service takes --version (the packaging check holds its text) and --help only: it must
@@ -319,7 +318,8 @@ TEST(SyssrvctlWithoutService, TheServiceRefusesAnUnknownArgument) {
 
 // syssrv-sim up prints the exports a shell needs to reach the service; down stops it again.
 TEST(SyssrvSimUpDown, StartsTheServiceOnAPrivateBusAndStopsIt) {
-  std::string str_Tool = f_MakeTempDir("syssrv-up") + "/tool";
+  const TempDir_ST o_Tmp;
+  const std::string str_Tool = o_Tmp.str_Dir + "/tool";
   CtlRun_ST o_Up = f_Ctl("", {"up", str_Tool, "--daemon", SYSSRV_DAEMON}, SYSSRV_SIM);
   ASSERT_EQ(o_Up.i_Exit, 0) << o_Up.str_Err;
   // Two lines and nothing else on stdout, for eval.
