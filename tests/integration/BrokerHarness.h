@@ -45,11 +45,10 @@ inline bool f_PortOpen(int i_Port) {
 
 // A mosquitto broker on a free loopback port. It keeps sessions on disk, so a subscriber's
 // queued messages survive the broker's restart the way they do on a plant's broker.
-class Broker {
+class Broker : TempDir {
  public:
   explicit Broker(const std::string& str_Extra = "")
-      : str_Dir(f_MakeTempDir("it-broker")),
-        i_Port(f_FreePort()),
+      : i_Port(f_FreePort()),
         o_Proc({"/usr/sbin/mosquitto", "-c", str_Dir + "/mosquitto.conf"}, str_Dir + "/log") {
     std::string str_Conf = "listener " + std::to_string(i_Port) + " 127.0.0.1\n" +
                            "persistence true\npersistence_location " + str_Dir + "/\n" +
@@ -61,10 +60,7 @@ class Broker {
     File_T o_F(fopen((str_Dir + "/mosquitto.conf").c_str(), "w"));
     fputs(str_Conf.c_str(), o_F.get());
   }
-  ~Broker() {
-    o_Proc.f_Stop();
-    f_RemoveTree(str_Dir);
-  }
+  ~Broker() { o_Proc.f_Stop(); }
   bool f_Start() {
     o_Proc.f_Start();
     return f_WaitUntil([&] { return f_PortOpen(i_Port); }, 15000);
@@ -74,7 +70,6 @@ class Broker {
   std::string f_Log() const { return o_Proc.f_Log(); }
 
  private:
-  std::string str_Dir;
   int i_Port;
   Process o_Proc;
 };

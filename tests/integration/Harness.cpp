@@ -13,6 +13,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <sqlite3.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -60,6 +61,26 @@ void f_RemoveTree(const std::string& str_Dir) {
 std::string f_ReadFile(const std::string& str_Path) {
   std::ifstream o_In(str_Path, std::ios::binary);
   return std::string(std::istreambuf_iterator<char>(o_In), std::istreambuf_iterator<char>());
+}
+
+std::string f_Sql(const std::string& str_File, const char* z_c_Sql) {
+  std::string str_Rows;
+  sqlite3* z_o_Db = nullptr;
+  if (sqlite3_open_v2(str_File.c_str(), &z_o_Db, SQLITE_OPEN_READWRITE, nullptr) == SQLITE_OK &&
+      sqlite3_busy_timeout(z_o_Db, 5000) == SQLITE_OK) {
+    auto f_Row = [](void* z_v_Rows, int i_N, char** a_z_c_Val, char**) {
+      std::string& str_Out = *static_cast<std::string*>(z_v_Rows);
+      for (int i = 0; i < i_N; ++i)
+        str_Out += (i > 0             ? "|"
+                    : str_Out.empty() ? ""
+                                      : "\n") +
+                   std::string(a_z_c_Val[i] != nullptr ? a_z_c_Val[i] : "");
+      return 0;
+    };
+    sqlite3_exec(z_o_Db, z_c_Sql, f_Row, &str_Rows, nullptr);
+  }
+  sqlite3_close(z_o_Db);
+  return str_Rows;
 }
 
 int f_Shell(const std::string& str_Cmd, std::string* z_str_Out) {

@@ -22,6 +22,15 @@ constexpr const char* A_C_IFACE = SYS_SRV_INTERFACE;
 std::string f_MakeTempDir(const char* z_c_Prefix);
 void f_RemoveTree(const std::string& str_Dir);
 std::string f_ReadFile(const std::string& str_Path);
+// A temporary directory that goes with the object.
+struct TempDir {
+  const std::string str_Dir = f_MakeTempDir("syssrv-tmp");
+  ~TempDir() { f_RemoveTree(str_Dir); }
+};
+// The rows of a query on a database file through a connection of the test's own, columns
+// joined by '|', rows by '\n'; "" when unreadable. Read-write: only a writer may roll back the
+// hot journal a kill leaves.
+std::string f_Sql(const std::string& str_File, const char* z_c_Sql);
 // Runs a shell command: its exit status (-1 if it did not exit), its stdout into *z_str_Out.
 int f_Shell(const std::string& str_Cmd, std::string* z_str_Out = nullptr);
 // Runs the default main context for about i_Ms milliseconds.

@@ -2,7 +2,6 @@
 // real mosquitto broker on the loopback that the tests stop and start by pid.
 #include <cjson/cJSON.h>
 #include <gtest/gtest.h>
-#include <sqlite3.h>
 
 #include <memory>
 #include <set>
@@ -216,18 +215,9 @@ TEST_F(Feed, BrokerOutageAndAKilledBridgeLoseNothingAndKeepTheOrder) {
   // The events still in the bridge's queue, read from its file as the bridge writes it.
   const std::string str_Queue = o_Svc->o_Box.f_Path("/mnt/log/syssrv-bridge/queue.sq3");
   auto f_Queued = [&] {
-    long l_N = -1;
-    sqlite3* z_o_Db = nullptr;
-    sqlite3_open_v2(str_Queue.c_str(), &z_o_Db, SQLITE_OPEN_READONLY, nullptr);
-    sqlite3_exec(
-        z_o_Db, "SELECT COUNT(*) FROM events WHERE topic LIKE '%sysfault'",
-        [](void* z_v_N, int, char** a_z_c_Row, char**) {
-          *static_cast<long*>(z_v_N) = std::atol(a_z_c_Row[0]);
-          return 0;
-        },
-        &l_N, nullptr);
-    sqlite3_close(z_o_Db);
-    return l_N;
+    const std::string str_N =
+        f_Sql(str_Queue, "SELECT COUNT(*) FROM events WHERE topic LIKE '%sysfault'");
+    return str_N.empty() ? -1L : std::atol(str_N.c_str());
   };
   ASSERT_TRUE(f_WaitUntil([&] { return f_Queued() >= 2 * I_N; }, 60000));
   f_Pump(static_cast<int>(std::max<gint64>(0, 30000 - (g_get_monotonic_time() - i_Down) / 1000)));

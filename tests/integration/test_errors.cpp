@@ -2,7 +2,6 @@
 // they move, the export and the stored rows; the rules are unit_ErrorHandler's/unit_CheckRules'.
 #include <ctime>
 #include <gtest/gtest.h>
-#include <sqlite3.h>
 #include <string>
 #include <vector>
 
@@ -68,21 +67,8 @@ class ErrorList : public ServiceSuite<f_TwoRowsAndAPeer> {
 TEST_F(ErrorList, ProcessNameIsStoredVerbatimAlsoWhenTheOldestRowIsReused) {
   // The newest row as a diagnostics tool reads it straight from the file.
   auto f_Newest = [&] {
-    std::string str_Out = "<unreadable>";  // also when the table is gone
-    sqlite3* z_o_DB = nullptr;
-    sqlite3_open_v2(o_Box.f_Path("/mnt/log/syserrors.sq3").c_str(), &z_o_DB, SQLITE_OPEN_READONLY,
-                    nullptr);
-    sqlite3_busy_timeout(z_o_DB, 5000);
-    sqlite3_exec(
-        z_o_DB,
-        "select proc||'|'||code||'/'||class||'/'||ack from syserrors order by id desc limit 1",
-        [](void* z_v_Out, int, char** a_z_c_Val, char**) {
-          *static_cast<std::string*>(z_v_Out) = a_z_c_Val[0] != nullptr ? a_z_c_Val[0] : "";
-          return 0;
-        },
-        &str_Out, nullptr);
-    sqlite3_close(z_o_DB);
-    return str_Out;
+    return f_Sql(o_Box.f_Path("/mnt/log/syserrors.sq3"),
+                 "select proc, code||'/'||class||'/'||ack from syserrors order by id desc limit 1");
   };
   int i_Code = 500;
   // More names than rows: the later ones take the overwrite path.

@@ -20,6 +20,7 @@
 #include <memory>
 #include <random>
 #include <set>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -162,20 +163,11 @@ struct Storm {
   int i_Answered = 0;
 };
 
-// Whether a database file's rows hold all the codes; read-write, as only a writer may roll
-// back the hot journal a kill leaves.
+// Whether a database file's rows hold all the codes.
 bool f_AllStored(const std::string& str_File, const std::set<int>& o_Codes) {
   std::set<int> o_Rows;
-  sqlite3* z_o_Db = nullptr;
-  sqlite3_stmt* z_o_St = nullptr;
-  if (sqlite3_open_v2(str_File.c_str(), &z_o_Db, SQLITE_OPEN_READWRITE, nullptr) == SQLITE_OK &&
-      sqlite3_busy_timeout(z_o_Db, 5000) == SQLITE_OK &&
-      sqlite3_prepare_v2(z_o_Db, "select code*8+class from syserrors", -1, &z_o_St, nullptr) ==
-          SQLITE_OK) {
-    while (sqlite3_step(z_o_St) == SQLITE_ROW) o_Rows.insert(sqlite3_column_int(z_o_St, 0));
-  }
-  sqlite3_finalize(z_o_St);
-  sqlite3_close(z_o_Db);
+  std::istringstream o_In(f_Sql(str_File, "select code*8+class from syserrors"));
+  for (int i_Code; o_In >> i_Code;) o_Rows.insert(i_Code);
   return std::includes(o_Rows.begin(), o_Rows.end(), o_Codes.begin(), o_Codes.end());
 }
 
@@ -194,7 +186,8 @@ void f_ExpectWorkingStore(Rig& o_Rig) {
 
 // A list several pages long, as bytes.
 std::string f_ValidDatabase() {
-  const std::string str_Dir = f_MakeTempDir("syssrv-db"), str_File = str_Dir + "/valid.sq3";
+  const TempDir o_Tmp;
+  const std::string str_File = o_Tmp.str_Dir + "/valid.sq3";
   sqlite3* z_o_Db = nullptr;
   sqlite3_open(str_File.c_str(), &z_o_Db);
   sqlite3_exec(z_o_Db,
@@ -205,9 +198,7 @@ std::string f_ValidDatabase() {
                "SELECT 1,'some process with a long name',i,4,0 FROM n;",
                nullptr, nullptr, nullptr);
   sqlite3_close(z_o_Db);
-  std::string str_Bytes = f_ReadFile(str_File);
-  f_RemoveTree(str_Dir);
-  return str_Bytes;
+  return f_ReadFile(str_File);
 }
 
 }  // namespace

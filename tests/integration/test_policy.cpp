@@ -22,7 +22,8 @@ std::string f_AsNobody(const PrivateBus& o_Bus, const std::string& str_Args) {
 }
 
 TEST(BusPolicy, ShippedPolicyLetsRootOwnAndCallAndOthersOnlyLook) {
-  std::string str_Dir = f_MakeTempDir("syssrv-policy");
+  const TempDir o_Tmp;
+  const std::string& str_Dir = o_Tmp.str_Dir;
   PrivateBus o_Bus(PrivateBus::f_Config(
       str_Dir, PrivateBus::f_DefaultPolicy(
                    "    <deny own=\"*\"/>\n"
@@ -45,7 +46,6 @@ TEST(BusPolicy, ShippedPolicyLetsRootOwnAndCallAndOthersOnlyLook) {
     EXPECT_NE(str_Look.find("com.torvane.akku.SysInterface"), std::string::npos) << str_Look;
   }
   EXPECT_EQ(o_Daemon.f_Stop(), 0);
-  f_RemoveTree(str_Dir);
 }
 
 }  // namespace

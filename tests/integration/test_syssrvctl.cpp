@@ -24,11 +24,7 @@ struct CtlRun_ST {
 };
 
 // One of our programs on the bus, its stdout and stderr in files: a monitor is read as it runs.
-struct TempDir_ST {
-  std::string str_Dir = f_MakeTempDir("it-ctl");
-  ~TempDir_ST() { f_RemoveTree(str_Dir); }
-};
-class Prog_CL : TempDir_ST, public Process {
+class Prog_CL : TempDir, public Process {
  public:
   Prog_CL(const std::string& str_Address, const std::vector<std::string>& o_Argv)
       : Process(o_Argv, str_Dir + "/err", {"DBUS_SYSTEM_BUS_ADDRESS=" + str_Address},
@@ -297,7 +293,7 @@ TEST(SyssrvctlWithoutService, SaysSoAndExitsThree) {
 
 // A bus activation of the service that fails is "not running" for the user, not a bus error.
 TEST(SyssrvctlWithoutService, FailedActivationIsNotRunning) {
-  const TempDir_ST o_Tmp;
+  const TempDir o_Tmp;
   const std::string& str_Dir = o_Tmp.str_Dir;
   std::ofstream(str_Dir + "/com.torvane.akku.SysService.service")
       << "[D-BUS Service]\nName=com.torvane.akku.SysService\nExec=/bin/false\n";
@@ -318,7 +314,7 @@ TEST(SyssrvctlWithoutService, TheServiceRefusesAnUnknownArgument) {
 
 // syssrv-sim up prints the exports a shell needs to reach the service; down stops it again.
 TEST(SyssrvSimUpDown, StartsTheServiceOnAPrivateBusAndStopsIt) {
-  const TempDir_ST o_Tmp;
+  const TempDir o_Tmp;
   const std::string str_Tool = o_Tmp.str_Dir + "/tool";
   CtlRun_ST o_Up = f_Ctl("", {"up", str_Tool, "--daemon", SYSSRV_DAEMON}, SYSSRV_SIM);
   ASSERT_EQ(o_Up.i_Exit, 0) << o_Up.str_Err;
