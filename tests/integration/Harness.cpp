@@ -146,31 +146,15 @@ PrivateBus::PrivateBus(const std::string& str_ConfigXml)
 }
 
 Sandbox::Sandbox() {
-  setenv("SYSSRV_ROOT", str_Dir.c_str(), 1);
   std::string str_Out;
-  if (f_Shell(std::string(SYSSRV_SIM) + " init '" + str_Dir + "' 2>&1", &str_Out) != 0)
+  if (f_Shell(std::string(SYSSRV_SIM) + " init '" + f_Dir() + "' 2>&1", &str_Out) != 0)
     ADD_FAILURE() << "syssrv-sim init failed: " << str_Out;
-}
-
-Sandbox::~Sandbox() {
-  unsetenv("SYSSRV_ROOT");
-  if (getenv("SYSSRV_KEEP_SANDBOX") == nullptr) f_RemoveTree(str_Dir);
-}
-
-void Sandbox::f_Write(const std::string& str_Logical, const std::string& str_Content) const {
-  std::string str_Full = f_Path(str_Logical);
-  std::filesystem::create_directories(str_Full.substr(0, str_Full.rfind('/')));
-  std::ofstream(str_Full, std::ios::binary | std::ios::trunc) << str_Content;
-}
-
-bool Sandbox::f_Exists(const std::string& str_Logical) const {
-  return access(f_Path(str_Logical).c_str(), F_OK) == 0;
 }
 
 int Sandbox::f_Sim(const std::string& str_Args, std::string* z_str_Out) const {
   // The subcommand comes first, then the root.
   const size_t ui_Sp = std::min(str_Args.find(' '), str_Args.size());
-  return f_Shell(std::string(SYSSRV_SIM) + " " + str_Args.substr(0, ui_Sp) + " --root '" + str_Dir +
+  return f_Shell(std::string(SYSSRV_SIM) + " " + str_Args.substr(0, ui_Sp) + " --root '" + f_Dir() +
                      "'" + str_Args.substr(ui_Sp) + " 2>&1",
                  z_str_Out);
 }

@@ -11,6 +11,7 @@
 #include <sys/types.h>
 #include <vector>
 
+#include "TestSupport.h"
 #include "sysLib/Holders.h"
 
 namespace it {
@@ -94,25 +95,14 @@ class PrivateBus {
   Process o_Proc;
 };
 
-// A simulated tool in a temporary directory; the test's SYSSRV_ROOT points at it meanwhile.
-class Sandbox {
+// A simulated tool in a unit test's sandbox root, which SYSSRV_ROOT points at meanwhile.
+class Sandbox : public TempRoot {
  public:
   Sandbox();
-  ~Sandbox();
-  const std::string& f_Dir() const { return str_Dir; }
-  std::string f_Path(const std::string& str_Logical) const { return str_Dir + str_Logical; }
-  void f_Write(const std::string& str_Logical, const std::string& str_Content) const;
-  std::string f_Read(const std::string& str_Logical) const {
-    return f_ReadFile(f_Path(str_Logical));
-  }
-  bool f_Exists(const std::string& str_Logical) const;
   // Runs syssrv-sim with --root; returns its exit status, output into *z_str_Out.
   int f_Sim(const std::string& str_Args, std::string* z_str_Out = nullptr) const;
   // Output line n of the BMS board.
   bool f_BmsOut(int i_Line) const;
-
- private:
-  std::string str_Dir = f_MakeTempDir("syssrv-it");
 };
 
 // The real SysSrv.elf in a sandbox on a private bus, its log in /sim/daemon.stderr.

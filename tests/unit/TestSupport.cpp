@@ -18,7 +18,7 @@ TempRoot::TempRoot() {
 TempRoot::~TempRoot() {
   unsetenv("SYSSRV_ROOT");
   std::error_code o_Ec;  // a directory left behind does not change a test's result
-  std::filesystem::remove_all(str_Dir, o_Ec);
+  if (getenv("SYSSRV_KEEP_SANDBOX") == nullptr) std::filesystem::remove_all(str_Dir, o_Ec);
 }
 
 void TempRoot::f_Write(const std::string& str_Logical, const std::string& str_Content) const {

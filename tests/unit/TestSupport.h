@@ -11,6 +11,7 @@ class TempRoot {
   TempRoot(const TempRoot&) = delete;
   TempRoot& operator=(const TempRoot&) = delete;
 
+  const std::string& f_Dir() const { return str_Dir; }
   // Absolute host path of a logical path inside the root.
   std::string f_Path(const std::string& str_Logical) const { return str_Dir + str_Logical; }
   // Writes a file (creating its directories) at a logical path.
